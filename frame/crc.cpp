@@ -1,1 +1,84 @@
-// to come
+// The checksums of the flash translation layer. crc16 takes eight bytes a step through slices of its table: T[k][x] is
+// the register after byte x followed by k zero bytes, so that the bytes of a step can be looked up side by side.
+#include "yfs/medium.h"
+
+#include "yfs/le.h"
+
+#include <array>
+
+const uint8_t gCrc8_low[16] = {0x00, 0x07, 0x0E, 0x09, 0x1C, 0x1B, 0x12, 0x15,
+                               0x38, 0x3F, 0x36, 0x31, 0x24, 0x23, 0x2A, 0x2D};
+const uint8_t gCrc8_high[16] = {0x00, 0x70, 0xE0, 0x90, 0xC7, 0xB7, 0x27, 0x57,
+                                0x89, 0xF9, 0x69, 0x19, 0x4E, 0x3E, 0xAE, 0xDE};
+
+namespace {
+
+using yfs::low16;
+
+using crc16_slice = std::array<uint16_t, 256>;
+
+constexpr std::array<crc16_slice, 8> make_slices()
+{
+    constexpr uint16_t polynomial = 0x1021;
+    std::array<crc16_slice, 8> slice{};
+    for (uint32_t x = 0; x < 256; ++x) {
+        uint16_t crc = low16(x << 8);
+        for (int bit = 0; bit < 8; ++bit) crc = low16((crc & 0x8000U) != 0 ? (crc << 1) ^ polynomial : crc << 1);
+        slice[0][x] = crc;
+    }
+    for (std::size_t k = 1; k < slice.size(); ++k) {
+        for (uint32_t x = 0; x < 256; ++x) {
+            const uint16_t before = slice[k - 1][x];
+            slice[k][x] = low16((before << 8) ^ slice[0][before >> 8]);
+        }
+    }
+    return slice;
+}
+
+constexpr std::array<crc16_slice, 8> crc16_slices = make_slices();
+constexpr const crc16_slice& crc16_table = crc16_slices[0];
+static_assert(crc16_table[1] == 0x1021);
+
+constexpr uint16_t add_byte(uint16_t crc, uint8_t byte)
+{
+    return low16((crc << 8) ^ crc16_table[(crc >> 8) ^ byte]);
+}
+
+uint16_t add_eight(uint16_t crc, const uint8_t* b)
+{
+    const auto& t = crc16_slices;
+    return low16(t[7][b[0] ^ (crc >> 8)] ^ t[6][b[1] ^ (crc & 0xFFU)] ^ t[5][b[2]] ^ t[4][b[3]] ^ t[3][b[4]] ^
+                 t[2][b[5]] ^ t[1][b[6]] ^ t[0][b[7]]);
+}
+
+} // namespace
+
+uint8_t crc8(const void* data, uint32_t len)
+{
+    const auto* byte = static_cast<const uint8_t*>(data);
+    uint8_t crc = 0x01;
+    for (uint32_t i = 0; i < len; ++i) {
+        const uint32_t x = crc ^ byte[i];
+        crc = yfs::low8(gCrc8_high[x >> 4] ^ gCrc8_low[x & 15U]);
+    }
+    return crc;
+}
+
+uint16_t crc16(const void* data, int32_t len, const uint8_t* key)
+{
+    const auto* byte = static_cast<const uint8_t*>(data);
+    uint16_t crc = 0xFFFF;
+    int32_t i = 0;
+    for (; len - i >= 8; i += 8) crc = add_eight(crc, byte + i);
+    for (; i < len; ++i) crc = add_byte(crc, byte[i]);
+    return add_byte(add_byte(crc, key[0]), key[1]);
+}
+
+uint16_t crc14(const void* data, int32_t len)
+{
+    constexpr uint16_t mask = 0x3FFF; // inside the loop: it changes the result
+    const auto* byte = static_cast<const uint8_t*>(data);
+    uint16_t crc = mask;
+    for (int32_t i = 0; i < len; ++i) crc = add_byte(crc, byte[i]) & mask;
+    return crc;
+}
