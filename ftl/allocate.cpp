@@ -1,1 +1,68 @@
-// to come
+// Free chunks. The cursor runs forward through one group; behind its end the next group comes from a reclaim. Before
+// that the caller is asked once to flush, so that a reclaim finds everything allocated so far on flash.
+#include "ftl/flash_io.h"
+#include "ftl/ftl_internal.h"
+
+namespace yfs::ftl {
+
+// The open group is used up: ask for a flush, or open another. `ok` leaves the cursor in a group.
+static std::uint32_t open_next_group(afs_context& ctx)
+{
+    ftl_context& ftl = *ctx.ftl;
+    if (ftl.alloc_flush_asked == 0) {
+        ftl.alloc_flush_asked = 1;
+        return afs_status::flush_first;
+    }
+    const std::uint32_t status = reclaim_eu_wrapper(&ctx, kind_data);
+    if (status != afs_status::ok) return status;
+    // A volume without data EUs has reclaimed a log; it has no group to open.
+    return ftl.alloc_next == none ? afs_status::no_space : afs_status::ok;
+}
+
+// `free` tells whether chunk `pos` can be handed out. 0 | 5.
+static std::uint32_t look_at_slot(const afs_context& ctx, std::uint32_t pos, bool& free)
+{
+    free = pos < ctx.chunks && !chunk_in_use(ctx, pos);
+    if (!free || ctx.ftl->alloc_check_flash == 0) return afs_status::ok;
+
+    // A trimmed page has a clear bit and a record that isn't blank: it is dead until its EU is reclaimed.
+    const std::uint32_t owner = find_owner(ctx, pos / data_slots);
+    std::uint8_t record;
+    if (!read_flash(eu_at(ctx, owner) + data_record_at(pos % data_slots), sizeof record, &record)) {
+        return afs_status::failed;
+    }
+    free = record == data_rec_free;
+    return afs_status::ok;
+}
+
+} // namespace yfs::ftl
+
+uint32_t afs_physical_ftl_allocate_page(struct afs_context* ctx, uint16_t* cid)
+{
+    using namespace yfs::ftl;
+    ftl_context& ftl = *ctx->ftl;
+    if (ftl.alloc_next == none) {
+        if (const uint32_t status = open_next_group(*ctx); status != afs_status::ok) return status;
+    }
+    if (ctx->chunks == 0) return afs_status::no_space;
+
+    uint32_t pos = ftl.alloc_next;
+    uint32_t tried = 0;
+    while (true) {
+        if (pos == ftl.alloc_end) {
+            if (const uint32_t status = open_next_group(*ctx); status != afs_status::ok) return status;
+            pos = ftl.alloc_next;
+        }
+        bool free = false;
+        if (const uint32_t status = look_at_slot(*ctx, pos, free); status != afs_status::ok) return status;
+        if (free) {
+            *cid = yfs::low16(ctx->files + pos);
+            ftl.alloc_next = pos + 1;
+            return afs_status::ok;
+        }
+        ++pos;
+        ++tried;
+        ftl.alloc_next = pos;
+        if (tried == ctx->chunks) return afs_status::no_space;
+    }
+}

@@ -1,1 +1,69 @@
-// to come
+// The end of a mount: what the file chains reach is known, so the slots of the data EUs can be told apart. Allocation
+// starts in the newest data EU that has a free slot.
+#include "ftl/flash_io.h"
+#include "ftl/ftl_internal.h"
+
+namespace yfs::ftl {
+
+namespace {
+
+struct open_group {
+    std::uint32_t seq = 0; // of the newest EU with free slots so far
+};
+
+// A data EU whose group lies outside the volume speaks for pages that don't exist. The last group may reach beyond the
+// last chunk; such slots are never handed out.
+bool group_inside_volume(const afs_context& ctx, std::uint32_t eu)
+{
+    const std::uint32_t base_page = ctx.ftl->eu_table[eu].base_page;
+    return base_page >= fat_pages(ctx) && base_page - fat_pages(ctx) <= ctx.chunks;
+}
+
+std::uint32_t count_slots(afs_context& ctx, std::uint32_t eu, open_group& newest)
+{
+    ftl_context& ftl = *ctx.ftl;
+    ftl_eu_entry& entry = ftl.eu_table[eu];
+    entry.dirty = data_slots;
+    entry.free = 0;
+    std::uint8_t rec[data_slots];
+    if (!read_flash(eu_at(ctx, eu) + data_record_at(0), sizeof rec, rec)) return afs_status::failed;
+
+    const std::uint32_t first = first_index(ctx, eu);
+    std::uint32_t first_free = none;
+    for (std::uint32_t k = 0; k < data_slots; ++k) {
+        if (chunk_in_use(ctx, first + k)) {
+            if (rec[k] != data_rec_complete) return afs_status::failed;
+            --entry.dirty;
+        } else if (rec[k] == data_rec_free && first + k < ctx.chunks) {
+            ++entry.free;
+            if (first_free == none) first_free = k;
+        } // else the slot is dead until a reclaim
+    }
+    if (entry.free != 0 && entry.seq > newest.seq) {
+        newest.seq = entry.seq;
+        ftl.alloc_next = first + first_free;
+        ftl.alloc_end = first + data_slots;
+    }
+    return afs_status::ok;
+}
+
+} // namespace
+
+} // namespace yfs::ftl
+
+uint32_t afs_physical_ftl_set_allocation_map(struct afs_context* ctx)
+{
+    using namespace yfs::ftl;
+    ftl_context& ftl = *ctx->ftl;
+    ftl.alloc_flush_asked = 0;
+    ftl.alloc_next = none;
+
+    open_group newest;
+    for (uint32_t eu = 0; eu < ftl.eu_count; ++eu) {
+        if (!is_data_eu(ftl, eu)) continue;
+        if (!group_inside_volume(*ctx, eu)) return afs_status::failed;
+        if (const uint32_t status = count_slots(*ctx, eu, newest); status != afs_status::ok) return status;
+    }
+    ftl.alloc_check_flash = 1;
+    return afs_status::ok;
+}

@@ -1,1 +1,101 @@
-// to come
+// Reading pages: FAT pages where the page map says, data pages by arithmetic and the owner of their group. Every page
+// that comes from flash has passed its CRC.
+#include "ftl/flash_io.h"
+#include "ftl/ftl_internal.h"
+
+namespace yfs::ftl {
+
+std::uint32_t find_owner(const afs_context& ctx, std::uint32_t group)
+{
+    const std::uint16_t base_page = low16(fat_pages(ctx) + data_slots * group);
+    const ftl_context& ftl = *ctx.ftl;
+    for (std::uint32_t eu = 0; eu < ftl.eu_count; ++eu) {
+        if (ftl.eu_table[eu].base_page == base_page) return eu;
+    }
+    return 0;
+}
+
+data_place find_data_page(const afs_context& ctx, std::uint32_t index)
+{
+    const std::uint16_t cut = low16(index);
+    return {find_owner(ctx, cut / data_slots), cut % data_slots};
+}
+
+static std::uint32_t index_of(const afs_context& ctx, std::uint32_t va)
+{
+    return (va - ctx.fat_size) / page_bytes;
+}
+
+std::uint32_t read_ftl_data_pages(afs_context* ctx, std::uint32_t eu, std::uint32_t slot, std::uint32_t count,
+                                  std::uint32_t first_page, void* buf)
+{
+    if (count == 0) return afs_status::ok;
+    auto* bytes = static_cast<std::uint8_t*>(buf);
+    const std::uint32_t at = eu_at(*ctx, eu) + data_frame_at(slot);
+    for (int t = 0; t < tries; ++t) {
+        if (!read_flash(at, count * frame_size, bytes)) return afs_status::failed;
+        std::uint32_t i = 0;
+        while (i < count) {
+            const std::uint8_t* frame = bytes + i * frame_size;
+            if (load<le16>(frame + page_bytes) != page_crc(frame, first_page + i)) break;
+            std::memmove(bytes + i * page_bytes, frame, page_bytes);
+            ++i;
+        }
+        if (i == count) return afs_status::ok;
+    }
+    return afs_status::failed;
+}
+
+} // namespace yfs::ftl
+
+uint32_t afs_physical_ftl_read_page(struct afs_context* ctx, uint32_t va, uint32_t /*len*/, void* buf,
+                                    uint32_t /*flash_base*/)
+{
+    using namespace yfs::ftl;
+    uint32_t at;
+    if (is_fat_page(*ctx, va)) {
+        const ftl_page_entry entry = ctx->ftl->page_map[va / page_bytes];
+        if (entry.slot == not_mapped) {
+            std::memset(buf, 0, page_bytes);
+            return afs_status::ok;
+        }
+        at = eu_at(*ctx, entry.eu) + log_frame_at(entry.slot);
+    } else {
+        const uint32_t index = index_of(*ctx, va);
+        if (ctx->no_alloc_map == 0 && !chunk_in_use(*ctx, index)) {
+            std::memset(buf, 0, page_bytes);
+            return afs_status::ok;
+        }
+        const data_place place = find_data_page(*ctx, index);
+        at = eu_at(*ctx, place.eu) + data_frame_at(place.slot);
+    }
+
+    const uint32_t page = va / page_bytes;
+    uint8_t frame[frame_size];
+    if (!read_checked_frames(at, 1, frame, [page](uint32_t) { return page; })) return afs_status::failed;
+    std::memcpy(buf, frame, page_bytes);
+    return afs_status::ok;
+}
+
+uint32_t afs_physical_ftl_read_data_pages(struct afs_context* ctx, void* buf, uint32_t va, uint32_t count)
+{
+    using namespace yfs::ftl;
+    if (ctx == nullptr || va < ctx->fat_size) return afs_status::failed;
+    const uint32_t index = index_of(*ctx, va);
+    const data_place place = find_data_page(*ctx, index);
+    if (ctx->no_alloc_map == 0 && !chunk_in_use(*ctx, index)) {
+        std::memset(buf, 0, page_bytes);
+        return afs_status::ok;
+    }
+
+    const uint32_t page = va / page_bytes;
+    const uint32_t here = data_slots - place.slot;
+    if (count <= here) return read_ftl_data_pages(ctx, place.eu, place.slot, count, page, buf);
+    if (count - here > data_slots) return afs_status::failed; // a run covers at most two EUs
+
+    uint32_t status = read_ftl_data_pages(ctx, place.eu, place.slot, here, page, buf);
+    if (status != afs_status::ok) return status;
+    const uint32_t next_owner = find_owner(*ctx, yfs::low16(index) / data_slots + 1);
+    return read_ftl_data_pages(ctx, next_owner, 0, count - here, page + here,
+                               static_cast<uint8_t*>(buf) + here * page_bytes);
+}

@@ -1,1 +1,113 @@
-// to come
+// Writing and giving up pages. A page is in force with one byte, written last: for a FAT page the top bit of the next
+// record, for a data page its record 0x00. The tables in memory change only after that.
+#include "ftl/flash_io.h"
+#include "ftl/ftl_internal.h"
+
+namespace yfs::ftl {
+
+// A cut before the commit leaves a torn slot, and the older copy stays in force; after it the new copy is.
+static std::uint32_t write_log_page(afs_context& ctx, std::uint16_t page, const void* data)
+{
+    ftl_context& ftl = *ctx.ftl;
+    if (ftl.log_slot == log_slots) {
+        if (const std::uint32_t status = reclaim_eu_wrapper(&ctx, kind_log); status != afs_status::ok) return status;
+    }
+    if (ftl.log_eu >= ftl.eu_count || ftl.log_slot >= log_slots) return afs_status::failed; // no log to write to
+
+    ftl_eu_entry& log = ftl.eu_table[ftl.log_eu];
+    const std::uint32_t eu = eu_at(ctx, ftl.log_eu);
+    const le16 record = log_record(ftl.last_page, page);
+    log.free = 0;
+    if (!write_verified(eu + log_record_at(ftl.log_slot), record)) return afs_status::failed;
+    if (!write_verified(eu + log_frame_at(ftl.log_slot), make_frame(data, page))) return afs_status::failed;
+    // COMMIT: before this byte the slot doesn't exist for a mount, after it the slot is in force.
+    if (!write_verified(eu + log_commit_at(ftl.log_slot), log_commit_byte)) return afs_status::failed;
+
+    ftl_page_entry& entry = ftl.page_map[page];
+    if (entry.slot != not_mapped) ++ftl.eu_table[entry.eu].dirty;
+    entry = {low8(ftl.log_eu), low8(ftl.log_slot)};
+    ++ftl.log_slot;
+    ftl.last_page = page;
+    --log.dirty;
+    return afs_status::ok;
+}
+
+// A data slot is written once between two reclaims. A cut leaves a dead slot; the FAT decides whether a complete page
+// counts, so nothing is lost by it.
+static std::uint32_t write_data_page(afs_context& ctx, std::uint32_t index, std::uint32_t page, const void* data)
+{
+    ftl_context& ftl = *ctx.ftl;
+    if (index >= ctx.chunks) return afs_status::failed;
+    const data_place place = find_data_page(ctx, index);
+    const std::uint32_t eu = eu_at(ctx, place.eu);
+    const std::uint32_t record_at = eu + data_record_at(place.slot);
+    std::uint8_t record;
+    if (!read_flash(record_at, sizeof record, &record) || record != data_rec_free) return afs_status::failed;
+
+    if (!write_verified(record_at, data_rec_begun)) return afs_status::failed;
+    --ftl.eu_table[place.eu].free;
+    if (!write_verified(eu + data_frame_at(place.slot), make_frame(data, page))) return afs_status::failed;
+    if (!write_verified(record_at, data_rec_complete)) return afs_status::failed;
+
+    ctx.alloc_map[index >> 5] |= 1U << (index & 31U);
+    --ftl.eu_table[place.eu].dirty;
+    return afs_status::ok;
+}
+
+static void trim_fat_page(ftl_context& ftl, std::uint32_t page)
+{
+    ftl_page_entry& entry = ftl.page_map[page];
+    if (entry.eu == not_mapped || entry.slot == not_mapped) return;
+    ++ftl.eu_table[entry.eu].dirty;
+    entry = {not_mapped, not_mapped};
+}
+
+static void trim_data_page(afs_context& ctx, std::uint32_t index)
+{
+    ftl_context& ftl = *ctx.ftl;
+    const std::uint32_t group = index / data_slots;
+    if (group == ftl.alloc_next / data_slots) ftl.alloc_check_flash = 1;
+    if (!chunk_in_use(ctx, index)) return;
+    ctx.alloc_map[index >> 5] &= ~(1U << (index & 31U));
+    ++ftl.eu_table[find_owner(ctx, group)].dirty;
+}
+
+std::uint32_t ftl_copy_pages(afs_context* ctx, std::uint32_t src_off, std::uint32_t dst_off, std::uint32_t slot,
+                             std::uint32_t count, void* buf, void* check_buf, std::uint32_t first_page)
+{
+    auto* bytes = static_cast<std::uint8_t*>(buf);
+    const std::uint32_t from = ctx->flash_base + src_off;
+    const std::uint32_t to = ctx->flash_base + dst_off;
+    if (!read_checked_frames(from + data_frame_at(slot), count, bytes,
+                             [first_page](std::uint32_t i) { return first_page + i; })) {
+        return afs_status::failed;
+    }
+    if (!write_verified(to + data_frame_at(slot), count * frame_size, bytes, check_buf)) return afs_status::failed;
+
+    // Nothing refers to the copies before the hand-over, so their records go straight to complete.
+    std::memset(bytes, data_rec_complete, count);
+    if (!write_verified(to + data_record_at(slot), count, bytes, check_buf)) return afs_status::failed;
+    return afs_status::ok;
+}
+
+} // namespace yfs::ftl
+
+uint32_t afs_physical_ftl_write_page(struct afs_context* ctx, uint32_t va, uint32_t /*len*/, const void* buf,
+                                     uint32_t /*flash_base*/)
+{
+    using namespace yfs::ftl;
+    const uint32_t page = va / page_bytes;
+    if (is_fat_page(*ctx, va)) return write_log_page(*ctx, yfs::low16(page), buf);
+    return write_data_page(*ctx, (va - ctx->fat_size) / page_bytes, page, buf);
+}
+
+uint32_t afs_physical_ftl_trim_page(struct afs_context* ctx, uint32_t va, uint32_t /*len*/, uint32_t /*flash_base*/)
+{
+    using namespace yfs::ftl;
+    if (is_fat_page(*ctx, va)) {
+        trim_fat_page(*ctx->ftl, va / page_bytes);
+    } else {
+        trim_data_page(*ctx, (va - ctx->fat_size) / page_bytes);
+    }
+    return afs_status::ok;
+}

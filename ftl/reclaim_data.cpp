@@ -1,1 +1,53 @@
-// to come
+// Reclaim of a data EU: live pages move to the same slots of the spare. What it gains is that the dead slots are blank
+// again.
+#include "ftl/flash_io.h"
+#include "ftl/ftl_internal.h"
+
+namespace yfs::ftl {
+
+std::uint32_t reclaim_data_eu(afs_context* ctx, std::uint32_t victim, std::uint8_t* work)
+{
+    ftl_context& ftl = *ctx->ftl;
+    const std::uint32_t spare = ftl.spare_eu;
+    ftl_eu_entry& to = ftl.eu_table[spare];
+    const std::uint32_t base_page = ftl.eu_table[victim].base_page;
+    const std::uint32_t first = first_index(*ctx, victim);
+
+    ftl.alloc_flush_asked = 0;
+    if (!erase_eu(eu_at(*ctx, spare))) return afs_status::failed;
+    to.dirty = data_slots;
+    to.free = data_slots;
+
+    // Without an open group the allocator goes on in this one.
+    const bool track = ftl.alloc_next == ftl.alloc_end || ftl.alloc_next == none;
+    if (track) {
+        ftl.alloc_next = none;
+        ftl.alloc_end = first + data_slots;
+    }
+
+    // Downwards, so that the cursor ends at the lowest free slot. `run` live pages begin behind `slot`.
+    std::uint32_t run = 0;
+    for (std::uint32_t slot = data_slots; slot-- > 0;) {
+        const bool live = chunk_in_use(*ctx, first + slot);
+        if (live) {
+            --to.dirty;
+            ++run;
+        } else if (track && first + slot < ctx->chunks) {
+            ftl.alloc_next = first + slot;
+        }
+        if (run == 0 || (live && run < run_max && slot != 0)) continue;
+
+        const std::uint32_t run_at = live ? slot : slot + 1;
+        const std::uint32_t status = ftl_copy_pages(ctx, eu_offset(victim), eu_offset(spare), run_at, run, work,
+                                                    work + work_half, base_page + run_at);
+        if (status != afs_status::ok) return status;
+        to.free = low8(to.free - run);
+        run = 0;
+    }
+
+    const std::uint32_t status = reclaim_eu_write_eu_header(ctx, spare, victim, eu_offset(spare), eu_offset(victim));
+    if (status != afs_status::ok) return status;
+    return ftl.alloc_next == none ? afs_status::nothing_gained : afs_status::ok;
+}
+
+} // namespace yfs::ftl
