@@ -1,1 +1,174 @@
-// to come
+// Sizes and contents. Chunks that are neighbours on flash are read in one run into the staging buffer, 66 bytes a page
+// with their CRCs, packed there to 64, and copied on to the caller.
+#include "afs/afs_internal.h"
+
+#include <algorithm>
+
+namespace yfs::afs {
+
+namespace {
+
+// A run that has reached this many raw bytes in staging can still take the page in hand.
+constexpr std::uint32_t page_raw_bytes = 66;
+constexpr std::uint32_t run_limit = staging_bytes - page_raw_bytes;
+// Beyond this fill the staged bytes go out before another run is read.
+constexpr std::uint32_t fill_limit = staging_bytes - 5 * page_raw_bytes;
+static_assert(run_limit == 0xFBE && fill_limit == 0xEB6);
+
+struct reading {
+    afs_context& ctx;
+    std::uint32_t offset;
+    std::uint32_t wanted;
+    std::uint8_t* buf;
+    std::uint16_t cid = 0;  // chunk in hand
+    std::uint16_t next = 0; // its FAT entry
+    std::uint32_t pos = 0;  // file position of the chunk in hand
+    std::uint32_t delivered = 0;
+    std::uint32_t pending = 0; // bytes in staging that the caller doesn't have yet
+    std::uint32_t fill = 0;    // packed bytes in staging
+
+    bool at_last_chunk() const { return !is_chunk(next); }
+};
+
+// Neighbouring chunks that are read at once.
+struct chunk_run {
+    std::uint16_t first;
+    std::uint32_t count;
+    std::uint32_t skip; // bytes passed over in the first chunk
+    std::uint32_t tail; // bytes used in the last chunk
+};
+
+std::uint32_t step_to(reading& job, std::uint16_t cid)
+{
+    job.cid = cid;
+    return afs_get_next_cid(&job.ctx, cid, &job.next);
+}
+
+// Passes over the chunks that end at or before the offset; only their FAT entries are touched.
+std::uint32_t skip_to_offset(reading& job, std::uint16_t head, bool& past_end)
+{
+    std::uint32_t status = step_to(job, head);
+    while (status == afs_status::ok && job.pos + chunk_bytes <= job.offset) {
+        if (job.at_last_chunk()) {
+            past_end = true;
+            return afs_status::ok;
+        }
+        job.pos += chunk_bytes;
+        status = step_to(job, job.next);
+    }
+    return status;
+}
+
+bool run_goes_on(const reading& job, const chunk_run& run)
+{
+    const afs_context& ctx = job.ctx;
+    if (job.at_last_chunk() || job.next != job.cid + 1) return false;
+    if (ctx.no_alloc_map == 0 && !chunk_in_use(ctx, chunk_index(ctx, job.next))) return false;
+    if (run.count * page_raw_bytes + job.fill > run_limit) return false;
+    return job.delivered + run.count * chunk_bytes - run.skip < job.wanted;
+}
+
+std::uint32_t gather_run(reading& job, chunk_run& run)
+{
+    const bool first = job.delivered == 0 && job.pending == 0 && job.fill == 0;
+    run = {job.cid, 1, first ? job.offset % chunk_bytes : 0, 0};
+    while (run_goes_on(job, run)) {
+        if (const std::uint32_t status = step_to(job, job.next); status != afs_status::ok) return status;
+        ++run.count;
+    }
+    run.tail = std::min<std::uint32_t>(job.next, chunk_bytes);
+    return afs_status::ok;
+}
+
+std::uint32_t stage_run(reading& job, const chunk_run& run)
+{
+    const std::uint32_t status =
+        afs_physical_ftl_read_data_pages(&job.ctx, job.ctx.staging + job.fill, chunk_va(job.ctx, run.first), run.count);
+    if (status != afs_status::ok) return status;
+    const std::uint32_t in_run = (run.count - 1) * chunk_bytes + run.tail;
+    const std::uint32_t taken = std::min(in_run > run.skip ? in_run - run.skip : 0, job.wanted - job.delivered);
+    job.delivered += taken;
+    job.pending += taken;
+    job.fill += run.count * chunk_bytes;
+    return afs_status::ok;
+}
+
+// The first copy begins behind the bytes that the offset passes over in its chunk.
+void hand_out_staged(reading& job)
+{
+    const std::uint32_t done = job.delivered - job.pending;
+    const std::uint32_t from = done == 0 ? job.offset % chunk_bytes : 0;
+    if (job.pending != 0) std::memcpy(job.buf + done, job.ctx.staging + from, job.pending);
+    job.pending = 0;
+    job.fill = 0;
+}
+
+std::uint32_t read_chain(reading& job, std::uint16_t head)
+{
+    bool past_end = false;
+    std::uint32_t status = skip_to_offset(job, head, past_end);
+    while (status == afs_status::ok && !past_end && job.delivered < job.wanted) {
+        chunk_run run{};
+        status = gather_run(job, run);
+        if (status != afs_status::ok) return status;
+        if (run.count == 1 && run.tail <= run.skip && job.pending == 0) break; // the offset lies behind the end
+
+        status = stage_run(job, run);
+        if (status != afs_status::ok) return status;
+        const bool last = job.delivered == job.wanted || job.at_last_chunk();
+        if (job.fill > fill_limit || last) hand_out_staged(job);
+        if (last) break;
+        status = step_to(job, job.next);
+    }
+    return status;
+}
+
+} // namespace
+
+} // namespace yfs::afs
+
+uint32_t afs_getfilesize(afs_context* ctx, int32_t file, uint32_t* size)
+{
+    using namespace yfs::afs;
+    if (!is_file_number(ctx, file) || size == nullptr) return afs_status::invalid;
+    if (ctx->file_sizes != nullptr) {
+        if (ctx->file_sizes[file] == no_size) return afs_status::not_found;
+        *size = ctx->file_sizes[file];
+        return afs_status::ok;
+    }
+
+    uint16_t cid = 0;
+    uint32_t status = afs_get_next_cid(ctx, static_cast<uint16_t>(file), &cid);
+    if (status != afs_status::ok) return status;
+    if (cid == no_file || cid == zombie) return afs_status::not_found;
+    uint32_t sum = 0;
+    if (cid != empty_file) {
+        while (is_chunk(cid)) {
+            status = afs_get_next_cid(ctx, cid, &cid);
+            if (status != afs_status::ok) return status;
+            sum += std::min<uint32_t>(cid, chunk_bytes);
+        }
+    }
+    *size = sum;
+    return afs_status::ok;
+}
+
+uint32_t afs_readfile(afs_context* ctx, int32_t file, uint32_t offset, uint32_t* len, void* buf)
+{
+    using namespace yfs::afs;
+    if (!is_file_number(ctx, file) || len == nullptr || *len > INT32_MAX) return afs_status::invalid;
+    uint16_t head = 0;
+    uint32_t status = afs_get_next_cid(ctx, static_cast<uint16_t>(file), &head);
+    if (status != afs_status::ok) return status;
+    if (head == no_file || head == zombie) return afs_status::not_found;
+    if (head == empty_file || *len == 0) {
+        *len = 0;
+        return afs_status::ok;
+    }
+    if (buf == nullptr || ctx->staging == nullptr) return afs_status::invalid;
+
+    reading job{.ctx = *ctx, .offset = offset, .wanted = *len, .buf = static_cast<uint8_t*>(buf)};
+    status = read_chain(job, head);
+    if (status == afs_status::ok) *len = job.delivered;
+    return status;
+}

@@ -1,1 +1,80 @@
-// to come
+// Chunks taken and given back. Giving back is a change in memory only; what it frees counts as dead until a reclaim.
+#include "afs/afs_internal.h"
+
+namespace yfs::afs {
+
+std::uint32_t trim_chunk(afs_context& ctx, std::uint16_t cid)
+{
+    return ctx.handler->trim_page(&ctx, chunk_va(ctx, cid), ctx.page_size, ctx.flash_base);
+}
+
+// Whether any chunk whose entry stands in the FAT page at `page_va` is in use.
+static bool describes_used_chunk(const afs_context& ctx, std::uint32_t page_va)
+{
+    const std::uint32_t first = (page_va - fat_entry_at(ctx.files)) / 2;
+    for (std::uint32_t i = 0; i < ctx.page_size / 2U; ++i) {
+        if (chunk_in_use(ctx, first + i)) return true;
+    }
+    return false;
+}
+
+// The plain search, for a volume whose chunks don't come from the FTL.
+static std::uint32_t search_alloc_map(afs_context& ctx, std::uint16_t& cid)
+{
+    if (ctx.alloc_map == nullptr) return afs_status::no_space;
+    for (std::uint32_t tried = 0; tried < ctx.chunks; ++tried) {
+        if (ctx.scan_next >= ctx.chunks) ctx.scan_next = 0;
+        const std::uint32_t index = ctx.scan_next;
+        ctx.scan_next = index + 1 == ctx.chunks ? 0 : index + 1;
+        if (chunk_in_use(ctx, index)) continue;
+        ctx.alloc_map[index >> 5] |= 1U << (index & 31U);
+        cid = low16(ctx.files + index);
+        return afs_status::ok;
+    }
+    return afs_status::no_space;
+}
+
+} // namespace yfs::afs
+
+uint32_t afs_allocate_chunk(afs_context* ctx, uint16_t* cid)
+{
+    if (ctx->ftl_allocator == 1) return afs_physical_ftl_allocate_page(ctx, cid);
+    return yfs::afs::search_alloc_map(*ctx, *cid);
+}
+
+uint32_t afs_release_resources(afs_context* ctx, uint16_t first, uint32_t count, const uint16_t* list, bool invalidate)
+{
+    using namespace yfs::afs;
+    if (invalidate) cache_invalidate(ctx);
+    uint16_t cid = first;
+    for (uint32_t i = 0; i < count && is_chunk(cid); ++i) {
+        if (const uint32_t status = trim_chunk(*ctx, cid); status != afs_status::ok) return status;
+        uint16_t following = 0;
+        if (list != nullptr) {
+            following = list[i];
+        } else if (const uint32_t status = afs_get_next_cid(ctx, cid, &following); status != afs_status::ok) {
+            return status;
+        }
+        afs_trim_fat_page_if_needed(ctx, yfs::low16(chunk_index(*ctx, cid)));
+        cid = following;
+    }
+    afs_trim_fat_page_if_needed(ctx, ctx->chunks);
+    return afs_status::ok;
+}
+
+void afs_trim_fat_page_if_needed(afs_context* ctx, uint16_t chunk)
+{
+    using namespace yfs::afs;
+    const uint32_t entry_va = fat_entry_at(uint32_t{chunk} + ctx->files);
+    const uint32_t page_va = entry_va & ~(uint32_t{ctx->page_size} - 1);
+    if (chunk > ctx->chunks || page_va == ctx->last_fat_page) return;
+
+    // Judged only once the walk has left it: never a page with file heads, never the last one.
+    const uint32_t left = ctx->last_fat_page;
+    const bool behind_heads = left >= fat_entry_at(ctx->files);
+    const bool before_last = left + ctx->page_size < ctx->fat_size;
+    if (behind_heads && before_last && !describes_used_chunk(*ctx, left)) {
+        ctx->handler->trim_page(ctx, left, ctx->page_size, ctx->flash_base);
+    }
+    ctx->last_fat_page = page_va;
+}

@@ -1,1 +1,287 @@
-// to come
+// Changing a file. No chunk of the old chain and no FAT entry that it depends on is touched until the new chunks stand
+// on flash; the switch is the one FAT page with the entry that points at them. Chunks are never rewritten: each chunk
+// with a changed byte is replaced by a new one.
+#include "afs/afs_internal.h"
+#include "frame/memory.h"
+
+#include <algorithm>
+
+namespace yfs::afs {
+
+namespace {
+
+// The working values of one write. `links[0]` is the chain position whose entry gets changed; the new chunks follow in
+// file order, and at the end a terminal value.
+struct rewrite {
+    afs_context& ctx;
+    std::uint16_t file;
+    std::uint32_t offset;
+    std::uint32_t len;
+    std::uint32_t end;
+    const std::uint8_t* source;
+    bool trunc; // the file ends at `end`
+
+    lt_block<std::uint16_t> links;
+    std::uint32_t nlinks = 0;
+    std::uint16_t cur = 0;                   // the old chain's value at this position: a chunk, or what ended the chain
+    std::uint16_t next = 0;                  // FAT entry of `cur` while it is a chunk, else 0
+    std::uint16_t prev = 0;                  // the position before it
+    std::uint16_t old_first = 0;             // first chunk of the old chain that the new chunks replace
+    std::uint16_t terminal = 0;              // what the last new entry holds
+    std::uint32_t pos = 0;                   // file position of `cur`
+    std::uint32_t consumed = 0;              // source bytes used
+    std::uint32_t stage_pos = staging_bytes; // where `staging` is read; its end: to be filled first
+
+    std::uint32_t new_chunks() const { return nlinks == 0 ? 0 : nlinks - 1; }
+};
+
+// What the walk along the old chain ends in.
+enum class outcome { relink, make_empty, keep };
+
+std::uint32_t begin(rewrite& job)
+{
+    // A write of nothing changes no chain; its offset isn't bounded.
+    const std::uint32_t reach = job.len != 0 || job.trunc ? job.end : 0;
+    job.links = lt_allocate_zero<std::uint16_t>((reach + chunk_bytes - 1) / chunk_bytes + 2);
+    if (!job.links) return afs_status::no_memory;
+
+    std::uint16_t head = 0;
+    if (const auto status = afs_get_next_cid(&job.ctx, job.file, &head); status != afs_status::ok) return status;
+    job.cur = head == zombie || head == empty_file ? no_file : head;
+    job.prev = job.file;
+    job.old_first = job.trunc ? job.cur : no_file;
+    return afs_status::ok;
+}
+
+void step_on(rewrite& job)
+{
+    job.prev = job.cur;
+    job.pos += chunk_bytes;
+    job.cur = job.next;
+}
+
+// The chunk ends before the change begins, and the chain goes on or the change begins right behind it.
+bool unchanged(const rewrite& job)
+{
+    return is_chunk(job.cur) && job.offset >= job.pos + chunk_bytes &&
+           (is_chunk(job.next) || job.offset <= job.pos + job.next);
+}
+
+bool ends_on_this_boundary(const rewrite& job)
+{
+    return job.consumed == job.len && job.offset == job.pos && job.trunc;
+}
+
+void refill_staging(rewrite& job)
+{
+    if (job.stage_pos <= staging_bytes - chunk_bytes) return;
+    const std::uint32_t count = std::min(job.len - job.consumed, staging_bytes);
+    if (count != 0) std::memcpy(job.ctx.staging, job.source + job.consumed, count);
+    job.stage_pos = 0;
+}
+
+std::uint8_t next_source_byte(rewrite& job)
+{
+    ++job.consumed;
+    return job.ctx.staging[job.stage_pos++];
+}
+
+// A chunk that is only partly new: source bytes, old bytes around them, zeros where neither reaches.
+std::uint32_t fill_bytewise(rewrite& job, std::uint8_t* line)
+{
+    const std::uint8_t* old_bytes = nullptr;
+    for (std::uint32_t i = 0; i < chunk_bytes; ++i) {
+        if (job.pos + i >= job.offset && job.consumed < job.len) {
+            line[i] = next_source_byte(job);
+        } else if (i < job.next && (job.end > job.pos || !job.trunc)) {
+            if (old_bytes == nullptr) {
+                std::uint8_t* at = nullptr;
+                const auto status = cache_at(job.ctx, chunk_va(job.ctx, job.cur), at);
+                if (status != afs_status::ok) return status;
+                old_bytes = at;
+            }
+            line[i] = old_bytes[i];
+        } else {
+            line[i] = 0;
+        }
+    }
+    return afs_status::ok;
+}
+
+std::uint32_t fill_chunk(rewrite& job, std::uint8_t* line)
+{
+    refill_staging(job);
+    if (job.offset > job.pos || job.len - job.consumed < chunk_bytes) return fill_bytewise(job, line);
+    std::memcpy(line, job.ctx.staging + job.stage_pos, chunk_bytes);
+    job.stage_pos += chunk_bytes;
+    job.consumed += chunk_bytes;
+    return afs_status::ok;
+}
+
+// Puts a new chunk in the place of the position in hand. It reaches flash by eviction or with the flush.
+std::uint32_t replace_chunk(rewrite& job)
+{
+    if (job.nlinks == 0) job.old_first = job.cur;
+    std::uint16_t fresh = 0;
+    if (const auto status = take_chunk(job.ctx, fresh); status != afs_status::ok) return status;
+    if (job.nlinks == 0) job.links[job.nlinks++] = job.prev;
+    job.links[job.nlinks++] = fresh;
+
+    std::uint8_t* line = nullptr;
+    if (const auto status = cache_at(job.ctx, chunk_va(job.ctx, fresh), line); status != afs_status::ok) return status;
+    if (const auto status = fill_chunk(job, line); status != afs_status::ok) return status;
+    cache_line_written(&job.ctx, line);
+    return afs_status::ok;
+}
+
+std::uint16_t bytes_in_last_chunk(std::uint32_t end)
+{
+    const std::uint32_t rest = end % chunk_bytes;
+    return low16(rest == 0 ? chunk_bytes : rest);
+}
+
+// The new chunks point on to the old rest of the chain, or to the larger of the two byte counts.
+outcome end_overwrite(rewrite& job)
+{
+    if (job.len == 0) return job.cur != 0 ? outcome::keep : outcome::make_empty;
+    job.terminal = std::max(job.next, bytes_in_last_chunk(job.end));
+    return outcome::relink;
+}
+
+outcome end_truncation(rewrite& job)
+{
+    if (job.offset == 0 && job.len == 0) return outcome::make_empty;
+    job.terminal = bytes_in_last_chunk(job.end);
+    return outcome::relink;
+}
+
+// Goes through the chain position by position: passes over what stays, puts new chunks where bytes change.
+std::uint32_t build_new_chunks(rewrite& job, outcome& result)
+{
+    while (true) {
+        if (job.consumed == job.len) {
+            if (!job.trunc) { // `next` still is the entry of the last chunk replaced
+                result = end_overwrite(job);
+                return afs_status::ok;
+            }
+            if (job.offset < job.pos) {
+                result = end_truncation(job);
+                return afs_status::ok;
+            }
+        }
+        job.next = 0;
+        if (is_chunk(job.cur)) {
+            const auto status = afs_get_next_cid(&job.ctx, job.cur, &job.next);
+            if (status != afs_status::ok) return status;
+        }
+        if (unchanged(job)) {
+            step_on(job);
+            continue;
+        }
+        if (ends_on_this_boundary(job)) {
+            if (job.nlinks == 0) {
+                job.links[job.nlinks++] = job.prev;
+                job.old_first = job.cur;
+            }
+            result = end_truncation(job);
+            return afs_status::ok;
+        }
+        if (const auto status = replace_chunk(job); status != afs_status::ok) return status;
+        step_on(job);
+    }
+}
+
+// From the last new chunk back to the entry that switches, so that this one is the most recently used line and the last
+// to be flushed. In the cache only.
+std::uint32_t link_last_to_first(rewrite& job)
+{
+    job.links[job.nlinks++] = job.terminal;
+    for (std::uint32_t j = job.nlinks - 1; j-- > 0;) {
+        const auto status = write_fat_entry(job.ctx, job.links[j], job.links[j + 1]);
+        if (status != afs_status::ok) return status;
+    }
+    return afs_status::ok;
+}
+
+// Every cached line is dropped, FAT edits with them, and the new chunks are given back: the old chain is as it was.
+void undo(rewrite& job, std::uint32_t new_chunks, outcome result)
+{
+    if (new_chunks != 0) {
+        static_cast<void>(afs_release_resources(&job.ctx, job.links[1], new_chunks, job.links.get() + 2, true));
+    } else if (result != outcome::keep) {
+        cache_invalidate(&job.ctx);
+    }
+}
+
+// The new state is on flash: sizes and old chunks follow, in memory only.
+std::uint32_t settle(rewrite& job, outcome result, std::uint32_t new_chunks)
+{
+    std::uint32_t* size = job.ctx.file_sizes != nullptr ? &job.ctx.file_sizes[job.file] : nullptr;
+    if (job.len == 0 && !job.trunc) {
+        if (size != nullptr && result == outcome::make_empty) *size = 0;
+        return afs_status::ok;
+    }
+    if (size != nullptr) {
+        const bool ends_here = job.trunc || *size == no_size;
+        *size = ends_here ? job.end : std::max(job.end, *size);
+    }
+    const std::uint32_t count = job.trunc ? UINT32_MAX : new_chunks;
+    return afs_release_resources(&job.ctx, job.old_first, count, nullptr, false);
+}
+
+std::uint32_t rewrite_file(rewrite& job)
+{
+    if (const auto status = begin(job); status != afs_status::ok) return status;
+
+    outcome result = outcome::keep;
+    auto status = build_new_chunks(job, result); // the old chain stays untouched
+    const std::uint32_t new_chunks = job.new_chunks();
+    if (status == afs_status::ok && result == outcome::relink) status = link_last_to_first(job);
+    if (status == afs_status::ok && result == outcome::make_empty) {
+        status = write_fat_entry(job.ctx, job.file, empty_file);
+    }
+    if (status == afs_status::ok) status = cache_flush(&job.ctx); // COMMIT: the page with the switching entry goes last
+    if (status != afs_status::ok) {
+        undo(job, new_chunks, result);
+        return status;
+    }
+    return settle(job, result, new_chunks);
+}
+
+} // namespace
+
+std::uint32_t take_chunk(afs_context& ctx, std::uint16_t& cid)
+{
+    // Each round opens another group, so a healthy volume needs at most one for each EU.
+    const std::uint32_t rounds = ctx.ftl != nullptr ? ctx.ftl->eu_count + 1U : 1U;
+    for (std::uint32_t i = 0; i <= rounds; ++i) {
+        const std::uint32_t status = afs_allocate_chunk(&ctx, &cid);
+        if (status != afs_status::flush_first) return status;
+        if (const std::uint32_t flushed = cache_flush(&ctx); flushed != afs_status::ok) return flushed;
+    }
+    return afs_status::no_space;
+}
+
+} // namespace yfs::afs
+
+uint32_t afs_writefile(afs_context* ctx, int32_t file, uint32_t offset, uint32_t len, const void* buf, uint32_t flags)
+{
+    using namespace yfs::afs;
+    if (!is_file_number(ctx, file)) return afs_status::invalid;
+    const bool trunc = (flags & write_truncates) != 0;
+    const uint32_t end = offset + len;
+    if ((end > max_file_bytes || len > max_file_bytes || offset > max_file_bytes) && (trunc || len != 0)) {
+        return afs_status::too_large;
+    }
+    if ((buf == nullptr && len != 0) || ctx->staging == nullptr) return afs_status::invalid;
+
+    rewrite job{.ctx = *ctx,
+                .file = static_cast<uint16_t>(file),
+                .offset = offset,
+                .len = len,
+                .end = end,
+                .source = static_cast<const uint8_t*>(buf),
+                .trunc = trunc,
+                .links = {}};
+    return rewrite_file(job);
+}

@@ -5,9 +5,19 @@
 
 namespace yfs::ftl {
 
+static std::uint16_t base_page_of(const afs_context& ctx, std::uint32_t group)
+{
+    return low16(fat_pages(ctx) + data_slots * group);
+}
+
+bool is_owned(const afs_context& ctx, std::uint32_t group)
+{
+    return ctx.ftl->eu_table[find_owner(ctx, group)].base_page == base_page_of(ctx, group);
+}
+
 std::uint32_t find_owner(const afs_context& ctx, std::uint32_t group)
 {
-    const std::uint16_t base_page = low16(fat_pages(ctx) + data_slots * group);
+    const std::uint16_t base_page = base_page_of(ctx, group);
     const ftl_context& ftl = *ctx.ftl;
     for (std::uint32_t eu = 0; eu < ftl.eu_count; ++eu) {
         if (ftl.eu_table[eu].base_page == base_page) return eu;

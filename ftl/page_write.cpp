@@ -37,7 +37,7 @@ static std::uint32_t write_log_page(afs_context& ctx, std::uint16_t page, const 
 static std::uint32_t write_data_page(afs_context& ctx, std::uint32_t index, std::uint32_t page, const void* data)
 {
     ftl_context& ftl = *ctx.ftl;
-    if (index >= ctx.chunks) return afs_status::failed;
+    if (index >= ctx.chunks || !is_owned(ctx, index / data_slots)) return afs_status::failed;
     const data_place place = find_data_page(ctx, index);
     const std::uint32_t eu = eu_at(ctx, place.eu);
     const std::uint32_t record_at = eu + data_record_at(place.slot);
@@ -69,7 +69,7 @@ static void trim_data_page(afs_context& ctx, std::uint32_t index)
     if (group == ftl.alloc_next / data_slots) ftl.alloc_check_flash = 1;
     if (!chunk_in_use(ctx, index)) return;
     ctx.alloc_map[index >> 5] &= ~(1U << (index & 31U));
-    ++ftl.eu_table[find_owner(ctx, group)].dirty;
+    if (is_owned(ctx, group)) ++ftl.eu_table[find_owner(ctx, group)].dirty;
 }
 
 std::uint32_t ftl_copy_pages(afs_context* ctx, std::uint32_t src_off, std::uint32_t dst_off, std::uint32_t slot,

@@ -71,7 +71,7 @@ YFS_API uint32_t afs_init(afs_context* ctx, void* image, uint32_t page_size, uin
                           uint32_t header_field12);
 
 /* Makes the cache anew: page_size 64 to 65535 and a multiple of 64, cache_lines 2 to 1000. Dirty lines are flushed
-   first. 0 | 22 | 12: the cache is gone until a call succeeds | a flush's status | 99: half a cache was there. */
+   first. 0 | 22 | 12: the old cache stays | a flush's status | 99: half a cache was there. */
 YFS_API uint32_t afs_setcache(afs_context* ctx, uint32_t page_size, uint32_t cache_lines);
 
 /* *size becomes the length of file number `file` in bytes. 0 | 2 free number or zombie | 22 | 5. */

@@ -1,0 +1,78 @@
+// What the files of this folder share: geometry of a mounted volume, FAT access, limits.
+#pragma once
+
+#include "afs/volume_layout.h"
+#include "yfs/afs.h"
+#include "yfs/status.h"
+
+namespace yfs::afs {
+
+inline constexpr std::uint32_t staging_bytes = 4096;
+inline constexpr std::uint32_t no_size = 0xFFFFFFFF; // in file_sizes: no such file
+
+// Flags of afs_init.
+inline constexpr std::uint32_t flag_keep_sizes = 0x1;
+inline constexpr std::uint32_t medium_mask = 0x6;
+inline constexpr std::uint32_t medium_ftl = 0x4;
+inline constexpr std::uint32_t flag_read_only = 0x8;
+inline constexpr std::uint32_t flag_create = 0x10;
+inline constexpr std::uint32_t flag_mount_ftl = 0x20;
+inline constexpr std::uint32_t flag_zero_context = 0x40;
+inline constexpr std::uint32_t flag_read_ahead = 0x80;
+inline constexpr std::uint32_t flag_distrust_mount = 0x100;
+inline constexpr std::uint32_t flag_attach = 0x20000;
+inline constexpr std::uint32_t flag_format = 0x40000;
+inline constexpr std::uint32_t flag_format_erasing = 0x80000;
+
+inline constexpr std::uint32_t write_truncates = 0x1; // of afs_writefile
+
+// The page cache.
+inline constexpr std::uint32_t min_page_size = 64;
+inline constexpr std::uint32_t max_page_size = 65535;
+inline constexpr std::uint32_t min_lines = 2;
+inline constexpr std::uint32_t max_lines = 1000;
+
+constexpr bool cache_size_allowed(std::uint32_t page_size, std::uint32_t cache_lines)
+{
+    return page_size >= min_page_size && page_size <= max_page_size && page_size % 64 == 0 &&
+           cache_lines >= min_lines && cache_lines <= max_lines;
+}
+
+// Whether `value`, taken from a FAT entry, is a chunk id and not a byte count.
+constexpr bool is_chunk(std::uint16_t value)
+{
+    return value > last_chunk_max;
+}
+
+inline std::uint32_t chunk_index(const afs_context& ctx, std::uint16_t cid)
+{
+    return static_cast<std::uint32_t>(cid) - ctx.files;
+}
+inline std::uint32_t chunk_va(const afs_context& ctx, std::uint16_t cid)
+{
+    return ctx.fat_size + chunk_bytes * chunk_index(ctx, cid);
+}
+inline bool chunk_in_use(const afs_context& ctx, std::uint32_t index)
+{
+    return ctx.alloc_map != nullptr && index <= ctx.chunks && ((ctx.alloc_map[index >> 5] >> (index & 31U)) & 1U) != 0;
+}
+
+// 22 unless `file` names a file head of an open volume.
+inline bool is_file_number(const afs_context* ctx, std::int32_t file)
+{
+    return ctx != nullptr && file >= 0 && file < static_cast<std::int32_t>(ctx->files);
+}
+
+// A pointer to the byte at `va` in its cache line. 0 | the cache's status.
+std::uint32_t cache_at(afs_context& ctx, std::uint32_t va, std::uint8_t*& byte);
+
+// Puts `value` into FAT entry `entry`, in the cache; it reaches flash with the next flush.
+std::uint32_t write_fat_entry(afs_context& ctx, std::uint16_t entry, std::uint16_t value);
+
+// Gives back the chunk `cid`. 0 | a trim's status.
+std::uint32_t trim_chunk(afs_context& ctx, std::uint16_t cid);
+
+// Gives chunk `cid`, whether or not the allocator first wants the cache flushed.
+std::uint32_t take_chunk(afs_context& ctx, std::uint16_t& cid);
+
+} // namespace yfs::afs
