@@ -1,0 +1,130 @@
+#include "tests/support/table_builder.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace yfs::test {
+
+namespace {
+
+template <flash_record R>
+void append(blob& to, const R& record)
+{
+    to.resize(to.size() + sizeof record);
+    store(to.data() + to.size() - sizeof record, record);
+}
+
+void append(blob& to, const blob& bytes)
+{
+    to.insert(to.end(), bytes.begin(), bytes.end());
+}
+
+_cfg_file_entry_t cfg_record(const cfg_file& file, std::size_t payload_at)
+{
+    _cfg_file_entry_t record{};
+    record.fileno = file.fileno;
+    record.offset = file.offset.value_or(low32(payload_at));
+    record.size = file.size.value_or(low16(file.payload.size()));
+    record.flags = file.flags;
+    return record;
+}
+
+} // namespace
+
+ftbl_file_entry_t file_entry(const table_file& file)
+{
+    ftbl_file_entry_t entry{};
+    std::memcpy(entry.name, file.name.data(), std::min<std::size_t>(file.name.size(), sizeof entry.name));
+    entry.fileno = file.fileno;
+    entry.attributes = file.attributes;
+    entry.file_index = file.file_index;
+    entry.fs_selector = file.fs_selector;
+    entry.maxSize = file.max_size;
+    return entry;
+}
+
+blob make_file_table(const std::vector<table_sku>& skus, const efst_maker& efst, std::size_t min_length)
+{
+    const std::size_t efst_at = sizeof(ftbl_header_t) + skus.size() * sizeof(ftbl_sku_entry_t);
+    const blob record = efst ? efst(low32(efst_at)) : blob();
+
+    blob table;
+    ftbl_header_t header{};
+    std::memcpy(header.magic.byte, "FTBL", 4);
+    header.sku_count = low32(skus.size());
+    append(table, header);
+
+    std::size_t entries_at = efst_at + record.size();
+    for (const table_sku& sku : skus) {
+        ftbl_sku_entry_t row{};
+        row.sku = sku.sku;
+        row.table_offset = low32(entries_at);
+        row.num_files = low32(sku.files.size());
+        append(table, row);
+        entries_at += sku.files.size() * sizeof(ftbl_file_entry_t);
+    }
+    append(table, record);
+    for (const table_sku& sku : skus)
+        for (const table_file& file : sku.files) append(table, file_entry(file));
+    table.resize(std::max(table.size(), min_length));
+    return table;
+}
+
+blob make_file_table(const std::vector<table_sku>& skus, const blob& efst, std::size_t min_length)
+{
+    return make_file_table(
+        skus, [&efst](std::uint32_t) { return efst; }, min_length);
+}
+
+blob make_cfg_table(const std::vector<cfg_file>& files)
+{
+    blob table;
+    append(table, le32(low32(files.size())));
+    std::size_t payload_at = table.size() + files.size() * sizeof(_cfg_file_entry_t);
+    for (const cfg_file& file : files) {
+        append(table, cfg_record(file, payload_at));
+        if (!file.offset) payload_at += file.payload.size();
+    }
+    for (const cfg_file& file : files)
+        if (!file.offset) append(table, file.payload);
+    return table;
+}
+
+blob make_partition(const blob& table)
+{
+    blob partition(16);
+    for (std::size_t i = 0; i < partition.size(); ++i) partition[i] = low8(0xA0 + i);
+    store(partition.data() + 8, le32(low32(table.size())));
+    append(partition, table);
+    return partition;
+}
+
+std::optional<std::vector<cfg_file>> read_packed_table(const blob& table)
+{
+    if (table.size() < sizeof(le32)) return {};
+    const std::size_t count = load<le32>(table.data());
+    std::size_t payload_at = sizeof(le32) + count * sizeof(_cfg_file_entry_t);
+    if (payload_at > table.size()) return {};
+
+    std::vector<cfg_file> files;
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto record = load<_cfg_file_entry_t>(table.data() + sizeof(le32) + i * sizeof(_cfg_file_entry_t));
+        if (record.offset != payload_at || table.size() - payload_at < record.size) return {};
+        const auto payload = table.begin() + static_cast<std::ptrdiff_t>(payload_at);
+        files.push_back(
+            {.fileno = record.fileno, .payload = blob(payload, payload + record.size), .flags = record.flags});
+        payload_at += record.size;
+    }
+    if (payload_at != table.size()) return {};
+    return files;
+}
+
+blob make_file_image(std::uint32_t fileno, const blob& payload, std::uint16_t flags)
+{
+    blob image;
+    append(image, cfg_record({.fileno = fileno, .payload = payload, .flags = flags}, 0));
+    append(image, payload);
+    return image;
+}
+
+} // namespace yfs::test
