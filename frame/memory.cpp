@@ -44,8 +44,8 @@ uint32_t ByteCopy(void* dst, size_t dst_size, const void* src, size_t count)
 // Two 32-bit halves of a host address, added in 64 bits.
 static void* host_address(uint32_t a, uint32_t b)
 {
-    return reinterpret_cast<void*>(
-        static_cast<uintptr_t>(uint64_t{a} + uint64_t{b})); // NOLINT(performance-no-int-to-ptr)
+    const uint64_t address = uint64_t{a} + b;
+    return reinterpret_cast<void*>(static_cast<uintptr_t>(address)); // NOLINT(performance-no-int-to-ptr)
 }
 
 uint32_t mg_copyfrom(uint32_t /*arg0*/, uint32_t a, uint32_t b, void* buf, uint32_t /*arg4*/, uint32_t len)
