@@ -126,9 +126,9 @@ extern YFS_API efs_ctx_t efs_ctx;
 /* Mounts the image that is there; a former mount ends, whatever comes out. Reads the BM headers and one BM block and
    writes nothing. Of two sound BMs the one with the higher sequence is taken; a torn last entry gives way to the one
    before it.
-   0 | 1: no autogen data, or no image | 12 | 22: the image is smaller than a replacement medium promised | 41: no sound
-   BM, one for another geometry or layout, no sound BME, a BME that names a block twice or one outside the image, or a
-   geometry that the format can't carry | a replacement medium's failure.
+   0 | 1: no autogen data, or no image | 12 | 41: no sound BM, one for another geometry or layout, no sound BME, a BME
+   that names a block twice or one outside the image, or a geometry that the format can't carry | a replacement
+   medium's failure.
    `format` not 0 asks for a new image, which this version doesn't make: 41, and the image stays as it is. */
 YFS_API uint32_t EFS_init(uint8_t format);
 
@@ -141,8 +141,8 @@ YFS_API uint8_t EFS_is_initialized(void);
 /* Bytes of an image of this geometry, with or without one; 0xFFFFFFFF if they don't fit 32 bits. */
 YFS_API uint32_t EFS_get_efs_size(void);
 
-/* Reads data block `physical_block` whole into efs_ctx.page_buf and verifies its header and footer. 0 | 22 no such
-   block | 41 still bad after 7 reads | a medium's failure. */
+/* Reads data block `physical_block` whole into efs_ctx.page_buf and verifies its header and footer. 0 | 1 not mounted |
+   22 no such block | 41 still bad after 7 reads | a medium's failure. */
 YFS_API uint32_t EFS_read_and_verify_data_block_header_and_footer(uint32_t physical_block);
 
 /* Reads one chunk to the start of efs_ctx.page_buf, header at byte 0, payload from byte 4, and verifies it.

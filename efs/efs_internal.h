@@ -1,0 +1,50 @@
+// What the parts of EFS share: the geometry in force, the table of files behind its bounds, and the repeated read.
+#pragma once
+
+#include "efs/layout.h"
+#include "yfs/efs.h"
+#include "yfs/status.h"
+
+#include <algorithm>
+#include <cstdint>
+
+namespace yfs::efs {
+
+// The geometry as the globals tell it now.
+inline geometry current_geometry()
+{
+    return {g_efs_bm_num, g_efs_valid_block_num, g_efs_non_valid_block_num};
+}
+
+// Whether the tables in efs_ctx may be used: there is a mount, and the globals still tell the geometry that it was made
+// for. Every operation on a mounted image tests this first.
+bool mounted();
+
+// The entry of `file`; null if there is none or it is not in use.
+const efs_file_t* find_file(std::uint32_t file);
+
+// Whether `length` bytes lie erased.
+inline bool blank(const std::uint8_t* bytes, std::size_t length)
+{
+    return std::all_of(bytes, bytes + length, [](std::uint8_t byte) { return byte == erased_byte; });
+}
+
+// Reads until `passes` is true, at most efs_ctx.read_retries times: worn flash can give a bad read and then a good one.
+// ok | integrity: no read passed | the status of a failed read.
+template <typename Read, typename Passes>
+std::uint32_t read_until(Read read, Passes passes)
+{
+    for (std::uint32_t i = 0; i < efs_ctx.read_retries; ++i) {
+        if (const auto status = read(); status != efs_status::ok) return status;
+        if (passes()) return efs_status::ok;
+    }
+    return efs_status::integrity;
+}
+
+// Whether the CRC at the end of a BM or block header vouches for the rest of it.
+inline bool header_sound(const std::uint8_t* header)
+{
+    return EFS_crc32(0, header, header_crc_bytes) == load<le32>(header + header_crc_bytes);
+}
+
+} // namespace yfs::efs
