@@ -1,0 +1,31 @@
+// What must hold of an AFS image at any moment, as the second reader sees it.
+#pragma once
+
+#include "inspect/picture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <map>
+#include <span>
+#include <vector>
+
+namespace yfs::test {
+
+// Contents of a volume: file number and bytes. Numbers not in it are free or zombies.
+using contents = std::map<unsigned, std::vector<std::uint8_t>>;
+
+// No fault and no warning; else the findings, one a line. `but_for` is a kind that may be there all the same.
+testing::AssertionResult clean(const inspect::picture& picture,
+                               inspect::finding_id but_for = inspect::finding_id::count);
+testing::AssertionResult clean(std::span<const std::uint8_t> image,
+                               inspect::finding_id but_for = inspect::finding_id::count);
+
+// The files of the image are these and no others, byte for byte.
+testing::AssertionResult holds(const inspect::picture& picture, const contents& expected);
+testing::AssertionResult holds(std::span<const std::uint8_t> image, const contents& expected);
+
+// All files of the image.
+contents contents_of(const inspect::picture& picture);
+
+} // namespace yfs::test
