@@ -95,6 +95,7 @@ void reset(afs_context& ctx, std::uint32_t eus, std::uint32_t data_eus)
     ftl.full_reclaim_next = 0;
     ftl.missing_commit = 0;
     ftl.missing_commit_eu = 0;
+    forget_owners(ftl);
 }
 
 std::uint32_t take_invalid(ftl_context& ftl, header_scan& scan, std::uint32_t eu, const eu_header_t& header)

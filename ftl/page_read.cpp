@@ -10,19 +10,38 @@ static std::uint16_t base_page_of(const afs_context& ctx, std::uint32_t group)
     return low16(fat_pages(ctx) + data_slots * group);
 }
 
+// The owner by a scan of the headers' table, remembered for the group. What is remembered counts only while the table
+// still says so; a hand-over forgets it all.
+static std::uint32_t find_owner_or_none(const afs_context& ctx, std::uint32_t group)
+{
+    ftl_context& ftl = *ctx.ftl;
+    const std::uint16_t base_page = base_page_of(ctx, group);
+    std::uint8_t* const remembered = group < sizeof ftl.group_owner ? &ftl.group_owner[group] : nullptr;
+    if (remembered != nullptr && *remembered < ftl.eu_count && ftl.eu_table[*remembered].base_page == base_page) {
+        return *remembered;
+    }
+    for (std::uint32_t eu = 0; eu < ftl.eu_count; ++eu) {
+        if (ftl.eu_table[eu].base_page != base_page) continue;
+        if (remembered != nullptr) *remembered = low8(eu);
+        return eu;
+    }
+    return none;
+}
+
+void forget_owners(ftl_context& ftl)
+{
+    std::memset(ftl.group_owner, 0xFF, sizeof ftl.group_owner);
+}
+
 bool is_owned(const afs_context& ctx, std::uint32_t group)
 {
-    return ctx.ftl->eu_table[find_owner(ctx, group)].base_page == base_page_of(ctx, group);
+    return find_owner_or_none(ctx, group) != none;
 }
 
 std::uint32_t find_owner(const afs_context& ctx, std::uint32_t group)
 {
-    const std::uint16_t base_page = base_page_of(ctx, group);
-    const ftl_context& ftl = *ctx.ftl;
-    for (std::uint32_t eu = 0; eu < ftl.eu_count; ++eu) {
-        if (ftl.eu_table[eu].base_page == base_page) return eu;
-    }
-    return 0;
+    const std::uint32_t eu = find_owner_or_none(ctx, group);
+    return eu != none ? eu : 0;
 }
 
 data_place find_data_page(const afs_context& ctx, std::uint32_t index)

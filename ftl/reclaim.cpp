@@ -81,6 +81,7 @@ std::uint32_t reclaim_eu_write_eu_header(afs_context* ctx, std::uint32_t dst, st
     to.base_page = from.base_page;
     from.base_page = 0;
     to.seq = ftl.seq;
+    forget_owners(ftl);
     return afs_status::ok;
 }
 

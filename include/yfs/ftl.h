@@ -47,6 +47,7 @@ typedef struct ftl_context {
     uint8_t full_reclaim_next; /* place of the forced reclaim between its calls */
     uint8_t missing_commit;    /* 1: the mount took an EU as done whose commit byte still reads 0xFF on flash */
     uint8_t missing_commit_eu; /* that EU */
+    uint8_t group_owner[256];  /* the EU last found to hold a group, for lookups; counts while eu_table agrees */
 } ftl_context;
 
 /* Mounts the EUs of ctx->flash_base, flash_size, with ctx->fat_size and ctx->volume_size already set. Reads only.
