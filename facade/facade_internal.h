@@ -33,6 +33,10 @@ void yeYfsLogMessage(ErrorLevel level, ImageToolsErrorName code, const char* mes
 
 // One report with the status of a lower layer in its message.
 void setLibError(ImageToolsErrorName code, std::int32_t status);
+inline void setLibError(ImageToolsErrorName code, std::uint32_t status)
+{
+    setLibError(code, static_cast<std::int32_t>(status)); // 0xFFFFFFFF reads -1
+}
 
 // A failed precondition, reported; the caller goes on with its own failure.
 void yeYfsAssert(const char* text);

@@ -37,7 +37,7 @@ static bool write_back(const FcsFileEntry& entry)
     }
     std::uint32_t present = 0;
     if (dfs_getsize(number, &present) != afs_status::ok) {
-        setLibError(yfs_error_get_file_size, 0);
+        setLibError(yfs_error_get_file_size, afs_status::ok);
         return false;
     }
     if (entry.size == 0 && present == 0) return true;
