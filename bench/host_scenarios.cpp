@@ -1,0 +1,7 @@
+#include "bench/scenario.h"
+namespace bench {
+std::vector<scenario> host_scenarios()
+{
+    return {};
+}
+} // namespace bench
