@@ -1,0 +1,186 @@
+// The flat door to one table in memory. The tree is keyed by name, a table by number; here the file table translates.
+// A failing operation leaves the tree as it was.
+#include "cfgtable/cfgtable_internal.h"
+#include "vfs/vfs_internal.h"
+#include "yfs/status.h"
+
+#include <new>
+
+using namespace yfs; // NOLINT(google-build-using-namespace): the exported names below are global
+using cfgtable::FcsHandle;
+using image_editor::File;
+using image_editor::IFile;
+
+namespace {
+
+// Null for a null handle, and for one that ran out of memory before it had a tree.
+FcsHandle* open(void* handle)
+{
+    auto* record = static_cast<FcsHandle*>(handle);
+    return record && record->root && record->iterator ? record : nullptr;
+}
+
+std::shared_ptr<IFile> find_file(const FcsHandle& fcs, const char* name)
+{
+    std::shared_ptr<IFile> file;
+    if (name) fcs.root->getFile(name, &file);
+    return file;
+}
+
+// Null if there is no memory.
+std::shared_ptr<IFile> make_file(void* image, std::uint32_t length, const char* name)
+{
+    try {
+        return std::make_shared<File>(image, length, name);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+// Finds the number of an image without one by `name` and writes it there. False: the file table doesn't have the name.
+bool settle_fileno(void* image, const char* name)
+{
+    auto record = load<_cfg_file_entry_t>(image);
+    if (record.fileno != 0) return true;
+    const ftbl_file_entry_t* named = vfs::find_by_name(name);
+    if (!named) return false;
+    record.fileno = named->fileno;
+    store(image, record);
+    return true;
+}
+
+std::uint32_t hand_out(const std::string& name, char* out)
+{
+    if (name.empty()) return fcs_status::no_more_files;
+    std::memcpy(out, name.c_str(), name.size() + 1);
+    return fcs_status::ok;
+}
+
+} // namespace
+
+std::uint32_t createHandle(void** variable)
+{
+    if (!variable) return fcs_status::null_pointer;
+    auto* fcs = new (std::nothrow) FcsHandle;
+    if (!fcs) return fcs_status::no_memory;
+    *variable = fcs;
+    fcs->root = std::make_shared<image_editor::Directory>();
+    fcs->iterator = std::make_shared<image_editor::FileIterator>(fcs->root);
+    return fcs_status::ok;
+}
+
+std::uint32_t createHandleFromStructure(void** variable, const void* table, std::uint32_t length)
+{
+    if (!variable || !table) return fcs_status::null_pointer;
+    if (const auto st = createHandle(variable); st != fcs_status::ok) return st;
+    if (!loadDataFromFcsBuffer(*variable, table, length)) {
+        closeHandle(variable);
+        return fcs_status::refused;
+    }
+    return fcs_status::ok;
+}
+
+std::uint32_t closeHandle(void** variable)
+{
+    if (!variable) return fcs_status::null_pointer;
+    auto* fcs = static_cast<FcsHandle*>(*variable);
+    if (!fcs) return fcs_status::null_handle;
+    fcs->iterator.reset();
+    fcs->root.reset();
+    delete fcs;
+    *variable = nullptr;
+    return fcs_status::ok;
+}
+
+std::uint32_t addNewFile(void* handle, const char* /*folder*/, const char* name, void* image, std::uint32_t length,
+                         bool check_size)
+{
+    FcsHandle* fcs = open(handle);
+    if (!fcs) return fcs_status::null_handle;
+    const std::uint16_t image_bytes = low16(length);
+    if (image_bytes < cfgtable::record_bytes) return fcs_status::bad_length;
+    if (!image || !name) return fcs_status::null_pointer;
+
+    if (!settle_fileno(image, name)) return fcs_status::unknown_name;
+    const ftbl_file_entry_t* known = vfs::find_by_fileno(load<_cfg_file_entry_t>(image).fileno);
+    if (!known) return fcs_status::not_in_table;
+    if (check_size && image_bytes > std::uint64_t{known->maxSize} + cfgtable::record_bytes)
+        return fcs_status::above_max_size;
+    if (find_file(*fcs, name)) return fcs_status::name_taken;
+
+    std::shared_ptr<IFile> file = make_file(image, image_bytes, name);
+    if (!file) return fcs_status::no_memory;
+    fcs->root->addFile(name, std::move(file));
+    cfgtable::begin_walk(*fcs->iterator);
+    return fcs_status::ok;
+}
+
+std::uint32_t deleteFile(void* handle, const char* path)
+{
+    FcsHandle* fcs = open(handle);
+    if (!fcs) return fcs_status::null_handle;
+    if (!path || !fcs->root->deleteFile(path)) return fcs_status::no_such_file;
+    cfgtable::begin_walk(*fcs->iterator);
+    return fcs_status::ok;
+}
+
+std::uint32_t getFileData(void* handle, const char* name, void* buffer, std::uint32_t* length)
+{
+    const FcsHandle* fcs = open(handle);
+    if (!fcs) return fcs_status::null_handle;
+    if (!buffer || !length) return fcs_status::null_pointer;
+    const std::shared_ptr<IFile> file = find_file(*fcs, name);
+    if (!file) return fcs_status::no_such_file;
+
+    const std::uint32_t room = *length;
+    *length = low32(file->data.size());
+    if (room < *length) return fcs_status::bad_length;
+    if (*length != 0) std::memcpy(buffer, file->data.data(), *length);
+    return fcs_status::ok;
+}
+
+std::uint32_t getFileAttributes(void* handle, const char* name, FcsFileEntry* out)
+{
+    const FcsHandle* fcs = open(handle);
+    if (!fcs) return fcs_status::null_handle;
+    if (!out) return fcs_status::null_pointer;
+    const std::shared_ptr<IFile> file = find_file(*fcs, name);
+    if (!file) return fcs_status::no_such_file;
+    if (file->data.size() < cfgtable::record_bytes) return fcs_status::not_in_table;
+
+    out->entry = load<_cfg_file_entry_t>(file->data.data());
+    const ftbl_file_entry_t* known = vfs::find_by_name(name);
+    if (!known) return fcs_status::not_in_table;
+    out->attributes = known->attributes;
+    out->maxSize = known->maxSize;
+    return fcs_status::ok;
+}
+
+std::uint32_t getFirstFileInRoot(void* handle, char* out)
+{
+    FcsHandle* fcs = open(handle);
+    if (!fcs) return fcs_status::null_handle;
+    if (!out) return fcs_status::null_pointer;
+    return hand_out(fcs->iterator->firstFile(), out);
+}
+
+std::uint32_t getNextFile(void* handle, char* out)
+{
+    FcsHandle* fcs = open(handle);
+    if (!fcs) return fcs_status::null_handle;
+    if (!out) return fcs_status::null_pointer;
+    return hand_out(fcs->iterator->nextFile(), out);
+}
+
+std::uint32_t flush(void* handle, void* buffer, std::uint32_t* length)
+{
+    FcsHandle* fcs = open(handle);
+    if (!fcs) return fcs_status::null_handle;
+    if (!length) return fcs_status::null_pointer;
+    return cfgtable::write_table(*fcs->root, buffer, *length);
+}
+
+bool validateAttributs(const _cfg_file_entry_t* entry)
+{
+    return entry != nullptr;
+}

@@ -1,0 +1,58 @@
+// Search structures over the entries of a file table: their places, sorted by number or by name. Sorted rather than
+// hashed, so that no choice of names or numbers makes a lookup slow. An index answers for the bytes that it was made
+// from: where these can change behind its back, it is up to the caller to confirm an answer.
+#pragma once
+
+#include "vfs/ftbl_layout.h"
+
+#include <cstdlib>
+#include <memory>
+
+namespace yfs::vfs {
+
+struct table_view {
+    const ftbl_file_entry_t* first = nullptr;
+    std::uint32_t count = 0;
+
+    const ftbl_file_entry_t* begin() const { return first; }
+    const ftbl_file_entry_t* end() const { return first + count; }
+    bool operator==(const table_view&) const = default;
+};
+
+// What both indexes hold: for each entry a word with its key in the high half and its place in the low one.
+class place_list {
+public:
+    // False: the table is so small that a walk is as quick, or there is no memory. The list is empty then.
+    bool make(table_view table);
+    // The places stand for exactly these entries.
+    bool covers(table_view table) const { return words_ && table == table_; }
+
+protected:
+    static std::uint32_t key_of(std::uint64_t word) { return low32(word >> 32); }
+    const ftbl_file_entry_t& entry_of(std::uint64_t word) const { return table_.first[low32(word)]; }
+    std::uint64_t* begin() const { return words_.get(); }
+    std::uint64_t* end() const { return words_.get() + table_.count; }
+    void set_key(std::uint64_t& word, std::uint32_t key) { word = std::uint64_t{key} << 32 | low32(word); }
+
+private:
+    struct release {
+        void operator()(std::uint64_t* words) const { std::free(words); }
+    };
+    table_view table_;
+    std::unique_ptr<std::uint64_t[], release> words_;
+};
+
+class fileno_index : public place_list {
+public:
+    bool make(table_view table);
+    // The first entry in the order of the table, or null.
+    const ftbl_file_entry_t* find(fileno_t fileno) const;
+};
+
+class name_index : public place_list {
+public:
+    bool make(table_view table);
+    const ftbl_file_entry_t* find(std::string_view name) const;
+};
+
+} // namespace yfs::vfs
