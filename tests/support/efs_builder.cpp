@@ -129,36 +129,36 @@ efs_volume::bm_plan& efs_volume::bm(unsigned index)
     return plan;
 }
 
-void efs_volume::chunk(unsigned logical, unsigned offset, std::uint16_t length, const std::uint8_t* payload,
-                       unsigned count)
+efs_volume& efs_volume::chunk(unsigned logical, unsigned offset, unsigned length, const blob& payload)
 {
-    blob covered = bytes_of(le16(length));
-    covered.insert(covered.end(), payload, payload + count);
+    blob covered = bytes_of(le16(low16(length)));
+    append(covered, payload);
     const le16 crc = plain_crc16(low16(logical), covered);
-    blob& area = *blocks_.at(now_.at(logical)).data_area;
-    put(area, offset, bytes_of(efs_chunk_header_t{length, crc}));
-    put(area, offset + sizeof(efs_chunk_header_t), blob(payload, payload + count));
+    blob& area = blocks_.at(now_.at(logical)).data_area.value();
+    put(area, offset, bytes_of(efs_chunk_header_t{low16(length), crc}));
+    put(area, offset + sizeof(efs_chunk_header_t), payload);
+    return *this;
 }
 
 efs_volume& efs_volume::file(const efs_file_t& entry, const blob& contents)
 {
     unsigned logical = entry.first_block;
     unsigned offset = entry.offset;
-    std::uint16_t length = low16(contents.size());
-    std::size_t done = 0;
+    std::size_t length = contents.size();
+    auto from = contents.begin();
     do {
-        const auto count = static_cast<unsigned>(std::min<std::size_t>(contents.size() - done, chunk_room - offset));
-        chunk(logical++, offset, length, contents.data() + done, count);
-        done += count;
+        const auto count = std::min<std::ptrdiff_t>(contents.end() - from, chunk_room - offset);
+        chunk(logical++, offset, low16(length), blob(from, from + count));
+        from += count;
         offset = 0;
         length = efs::no_file;
-    } while (done < contents.size());
+    } while (from != contents.end());
     return *this;
 }
 
 efs_volume& efs_volume::no_file(const efs_file_t& entry)
 {
-    return chunk(entry.first_block, entry.offset, efs::no_file, nullptr, 0), *this;
+    return chunk(entry.first_block, entry.offset, efs::no_file, {});
 }
 
 efs_volume& efs_volume::move(unsigned logical, unsigned to)

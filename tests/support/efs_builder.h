@@ -33,6 +33,8 @@ public:
     class bm_plan {
     public:
         bm_plan& sequence(std::uint32_t value) { return header_.sequence = value, *this; }
+        bm_plan& version(unsigned value) { return header_.version = low16(value), *this; }
+        bm_plan& sku(unsigned value) { return header_.sku_id = low16(value), *this; }
         bm_plan& layout(std::uint8_t value) { return header_.layout_id = value, *this; }
         bm_plan& counts(const efs::geometry& geo);
         bm_plan& wrong_crc() { return crc_xor_ = 0x100, *this; }
@@ -65,6 +67,8 @@ public:
     // The file's chunks in the logical blocks of the moment; bytes of earlier chunks that it doesn't cover stay.
     efs_volume& file(const efs_file_t& entry, const std::vector<std::uint8_t>& contents);
     efs_volume& no_file(const efs_file_t& entry);
+    // One chunk alone: `length` as its header tells it, a CRC that fits.
+    efs_volume& chunk(unsigned logical, unsigned offset, unsigned length, const std::vector<std::uint8_t>& payload);
     // The logical block goes to the data block `to`, a spare, with its contents; its old block becomes the spare.
     efs_volume& move(unsigned logical, unsigned to);
     efs_volume& erase_count(unsigned physical, std::uint32_t value);
@@ -79,7 +83,6 @@ private:
         std::uint32_t erase_count = 1;
         std::optional<std::vector<std::uint8_t>> data_area; // none: free
     };
-    void chunk(unsigned logical, unsigned offset, std::uint16_t length, const std::uint8_t* payload, unsigned count);
 
     efs::geometry geo_;
     std::uint8_t layout_id_;
