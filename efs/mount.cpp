@@ -16,7 +16,6 @@ efs_ctx_t efs_ctx = {};
 namespace yfs::efs {
 namespace {
 
-constexpr std::uint32_t read_tries = 7;  // reads that a test gets in all
 constexpr std::uint32_t most_passes = 7; // over a BM block whose last slot once reads written and once blank
 
 // The tables behind the pointers of efs_ctx. They are released through these, whatever a program did to the record.
@@ -217,11 +216,14 @@ std::uint32_t find_bme(const geometry& geo)
     return efs_status::integrity;
 }
 
-std::uint32_t mount(const geometry& geo)
+std::uint32_t mount(const geometry& geo, std::uint8_t format)
 {
     if (const auto status = allocate_tables(geo); status != efs_status::ok) return status;
     efs_ctx.read_retries = read_tries;
-    if (const auto status = EFS_physical_init(0); status != efs_status::ok) return status;
+    if (const auto status = EFS_physical_init(format); status != efs_status::ok) return status;
+    if (format != 0) {
+        if (const auto status = EFS_do_format(); status != efs_status::ok) return status;
+    }
     if (geo.bm_num == 0) return efs_status::integrity;
     if (const auto status = choose_bm(geo); status != efs_status::ok) return status;
     if (const auto status = find_bme(geo); status != efs_status::ok) return status;
@@ -252,9 +254,7 @@ uint32_t EFS_init(uint8_t format)
     if (g_efs_autogen_data_loaded == 0) return efs_status::not_ready;
     const geometry geo = current_geometry();
     if (!geo.representable()) return efs_status::integrity;
-    if (format != 0) return efs_status::integrity; // there is no formatting yet: the image stays as it is
-
-    const auto status = mount(geo);
+    const auto status = mount(geo, format);
     if (status != efs_status::ok) release_tables();
     return status;
 }

@@ -129,7 +129,8 @@ extern YFS_API efs_ctx_t efs_ctx;
    0 | 1: no autogen data, or no image | 12 | 41: no sound BM, one for another geometry or layout, no sound BME, a BME
    that names a block twice or one outside the image, or a geometry that the format can't carry | a replacement
    medium's failure.
-   `format` not 0 asks for a new image, which this version doesn't make: 41, and the image stays as it is. */
+   `format` not 0 makes a new image first: a fresh buffer of the library's own (12) is formatted as by EFS_do_format,
+   whose status comes back. */
 YFS_API uint32_t EFS_init(uint8_t format);
 
 /* Takes `image`, EFS_get_efs_size() bytes at least, and mounts it. 22: null, and nothing changes | as EFS_init(0). */
@@ -163,6 +164,81 @@ YFS_API uint32_t EFS_get_file_size(uint32_t file, uint32_t* size);
    34: offset above the size | 41: as EFS_get_file_size, or the file runs past the last logical block | a medium's
    failure. On any but 0 *length is 0, and `buffer` may hold a beginning that does not count. Allocates nothing. */
 YFS_API uint32_t EFS_read(uint32_t file, uint32_t offset, uint32_t* length, uint8_t* buffer);
+
+/* ---- Changes ---- */
+
+/* Replaces the whole contents of `file` by `size` bytes of `data`; `offset` must be 0. Other files in the same blocks
+   are carried along. Each chunk takes a spare block, and one commit puts all of them in force: cut short anywhere, the
+   file reads as before or as after. 0 | 1 | 12 | 22: index out of range, null data, entry not in use, or the file runs
+   past the last logical block | 34: size above the entry's max_size, 0xFFFF, or more than the spares can take | 41 | 5:
+   a new BM is due and the sequence numbers are used up | a medium's failure. On any but 0 the old contents stand;
+   blocks may have been erased and one wear-levelling move committed. */
+YFS_API uint32_t EFS_write(uint32_t file, uint32_t offset, uint32_t size, const uint8_t* data);
+
+/* Makes `file` not exist. As EFS_write; 2: it doesn't exist, and no block is used. */
+YFS_API uint32_t EFS_delete(uint32_t file);
+
+/* Verified writes: the target must read blank where that is asked for, and the read-back must equal the data, each
+   within 7 reads. `length` at most 4096. 0 | 22 | 41 | a medium's failure. data_area points to 4076 bytes. */
+YFS_API uint32_t EFS_write_with_read_check(uint32_t address, uint32_t length, const void* data, uint8_t check_blank);
+YFS_API uint32_t EFS_write_data_block(uint32_t physical_block, const void* data_area);  /* data area, then footer */
+YFS_API uint32_t EFS_write_data_footer(uint32_t physical_block, const void* data_area); /* the CRC of `data_area` */
+
+/* *position becomes that of the free spare with the lowest erase count, the lowest position on a tie. 0 | 1 | 22 | 41:
+   none is free. */
+YFS_API uint32_t EFS_select_free_page_for_write(uint32_t* position);
+
+/* Writes `data_area` to a free spare and lets it take the place of `logical_block` in `bme`, a copy of the BME in
+   force; nothing is in force before a commit. 0 | 1 | 22 | 41 | a medium's failure: `bme` is unchanged, the spare
+   counts as dirty. */
+YFS_API uint32_t EFS_bme_swap_and_write_new_block(efs_bme_t* bme, uint32_t logical_block, const void* data_area);
+
+/* Seals `bme` and appends it to the BM in force, or goes on to the next BM: then it is in force. 0 | 1 | 12 | 22 | 41 |
+   5 | a medium's failure: the former BME stays in force. May take page_buf. */
+YFS_API uint32_t EFS_commit_BME(efs_bme_t* bme, uint32_t reserved0, uint32_t reserved1);
+
+/* Goes on to the next BM with `bme`. Statuses as EFS_commit_BME; 41 too if there is only one BM. */
+YFS_API uint32_t EFS_switch_BM(efs_bme_t* bme);
+
+/* Finds out whether BM block `bm` is blank and sets efs_ctx.next_bm_state. Takes page_buf. 0 | 22 | a medium's failure.
+ */
+YFS_API uint32_t EFS_check_next_BM_state(uint32_t bm);
+
+/* ---- The blocks ---- */
+
+/* Reads all data blocks once: erase counts, free and dirty spares. One spare without a sound header, as a cut erase
+   leaves it, is erased anew with the mean of the other counts. 0 | 1 | 41: an unsound header in a block in use, more
+   than one unsound spare, fewer than two data blocks | a medium's failure. Takes page_buf. */
+YFS_API uint32_t EFS_scan_for_Data_Blocks_status_and_EC(void);
+
+/* Erases a data block and writes its header with erase_count + 1. Changes no table. 0 | 22 | 41 | a medium's failure;
+   after a failure the next operation scans again. */
+YFS_API uint32_t EFS_erase_data_block(uint32_t physical_block, uint32_t erase_count);
+
+/* Erases the dirty spare with the lowest erase count. 0 | 1 | 41: none is dirty, or as EFS_erase_data_block. */
+YFS_API uint32_t EFS_erase_dirty_block(void);
+
+/* Moves the least worn block in use onto the most worn spare, if their erase counts differ by the threshold. At most
+   one move a call. 0 | 1 | 12 | 41 | a commit's status. */
+YFS_API uint32_t EFS_wear_leveling(uint32_t reserved0, uint32_t reserved1);
+
+/* One bounded step of background work: the erase of the next BM, or a wear-levelling move and the erase of one dirty
+   spare. 0 | 1 | what the step answers. */
+YFS_API uint32_t EFS_idle_reclaim(void);
+
+/* Erases BM block `bm`. 0 | 22 | a medium's failure. */
+YFS_API uint32_t EFS_erase_next_BM(uint32_t bm);
+
+/* Erases all BMs, the one in force last, and ends the mount: the image has to be formatted then. 0 | 1 | a medium's
+   failure. */
+YFS_API uint32_t EFS_erase(void);
+
+/* Puts "RDFS" over the start of BM block 0, so that the next mount passes over it. 0 | 1 | a medium's failure. */
+YFS_API uint32_t EFS_write_RTFD_marker(void);
+
+/* Formats the image that is there: no file exists, every block was erased once. 0 | 12 | 41 | 99: a file's offset above
+   4072 | a medium's failure. Cut short, the image doesn't mount. */
+YFS_API uint32_t EFS_do_format(void);
 
 YFS_END_C
 
