@@ -1,0 +1,186 @@
+#include "tool/files.h"
+
+#include "tool/error.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <set>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace yfs::tool {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string reason(int error)
+{
+    return std::generic_category().message(error);
+}
+
+class descriptor {
+public:
+    explicit descriptor(int fd) : fd_(fd) {}
+    descriptor(const descriptor&) = delete;
+    descriptor& operator=(const descriptor&) = delete;
+    ~descriptor()
+    {
+        if (fd_ > STDERR_FILENO) ::close(fd_);
+    }
+    int get() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+// A temporary file beside its target, removed again unless it has taken the target's place.
+class temporary {
+public:
+    explicit temporary(fs::path target);
+    temporary(const temporary&) = delete;
+    temporary& operator=(const temporary&) = delete;
+    ~temporary()
+    {
+        if (!name_.empty()) ::unlink(name_.c_str());
+    }
+
+    void fill(const bytes& contents);
+    void take_place(); // renames it over the target
+    fs::path folder() const { return target_.has_parent_path() ? target_.parent_path() : fs::path("."); }
+    const fs::path& target() const { return target_; }
+
+private:
+    [[noreturn]] void fail(std::string_view what, int error) const;
+
+    fs::path target_; // links followed
+    fs::path name_;   // empty once renamed
+};
+
+// What a chain of symbolic links ends at, also where that file doesn't exist yet.
+fs::path follow_links(fs::path target)
+{
+    for (int links = 0; links < 40 && fs::is_symlink(fs::symlink_status(target)); ++links) {
+        target = target.parent_path() / fs::read_symlink(target); // an absolute one replaces the left side
+    }
+    return target;
+}
+
+temporary::temporary(fs::path target) : target_(follow_links(std::move(target))) {}
+
+void temporary::fail(std::string_view what, int error) const
+{
+    throw failure(fault::save_failed,
+                  fmt::format("can't save {}: {}: {}; nothing was changed", target_.string(), what, reason(error)),
+                  fmt::format("the folder {} needs room and the right to make files in it", folder().string()));
+}
+
+void temporary::fill(const bytes& contents)
+{
+    struct stat old = {};
+    const bool exists = ::stat(target_.c_str(), &old) == 0;
+    if (exists && !S_ISREG(old.st_mode)) fail("it isn't a regular file", EINVAL);
+
+    std::string pattern = (folder() / fmt::format(".{}.XXXXXX", target_.filename().string())).string();
+    const descriptor out(::mkostemp(pattern.data(), O_CLOEXEC));
+    if (out.get() < 0) fail("no temporary file beside it", errno);
+    name_ = pattern;
+
+    for (std::size_t done = 0; done < contents.size();) {
+        const ssize_t n = ::write(out.get(), contents.data() + done, contents.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) fail("writing the temporary file", errno);
+        done += static_cast<std::size_t>(n);
+    }
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    // Another owner can only be kept by root; for everybody else the file becomes the writer's, as with any new file.
+    if (exists && ::fchown(out.get(), old.st_uid, old.st_gid) != 0 && errno != EPERM) fail("its owner", errno);
+    if (::fchmod(out.get(), exists ? old.st_mode & 07777U : 0666U & ~mask) != 0) fail("its mode", errno);
+    if (::fsync(out.get()) != 0) fail("syncing the temporary file", errno);
+}
+
+void temporary::take_place()
+{
+    if (::rename(name_.c_str(), target_.c_str()) != 0) {
+        throw failure(fault::save_failed, fmt::format("can't save {}: {}", target_.string(), reason(errno)));
+    }
+    name_.clear();
+}
+
+void sync_folder(const fs::path& folder)
+{
+    const descriptor fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // Some file systems can't sync a folder; the files are in place all the same.
+    if (fd.get() >= 0) ::fsync(fd.get());
+}
+
+} // namespace
+
+bytes read_file(const fs::path& path, std::uint64_t limit)
+{
+    const auto fail = [&](const std::string& why) {
+        throw failure(fault::file_unreadable, fmt::format("can't read {}: {}", path.string(), why));
+    };
+    const descriptor in(path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (in.get() < 0) fail(reason(errno));
+
+    bytes contents;
+    for (;;) {
+        constexpr std::size_t step = 1U << 16;
+        const std::size_t held = contents.size();
+        contents.resize(held + step);
+        const ssize_t n = ::read(in.get(), contents.data() + held, step);
+        contents.resize(held + (n > 0 ? static_cast<std::size_t>(n) : 0));
+        if (n < 0 && errno != EINTR) fail(reason(errno));
+        if (n == 0) return contents;
+        if (contents.size() > limit) fail(fmt::format("it holds more than {} bytes", limit));
+    }
+}
+
+void save_list::add(fs::path target, bytes contents)
+{
+    entries_.push_back({std::move(target), std::move(contents)});
+}
+
+void save_list::commit()
+{
+    std::vector<std::unique_ptr<temporary>> ready;
+    for (const entry& each : entries_) {
+        ready.push_back(std::make_unique<temporary>(each.target));
+        ready.back()->fill(each.contents);
+    }
+
+    // COMMIT: each rename puts one file in force. The images come before the table, as in a host's own run: a value
+    // that an image already holds is taken from there, whatever an older table says.
+    std::string in_place;
+    std::set<fs::path> folders;
+    for (const auto& file : ready) {
+        try {
+            file->take_place();
+        } catch (const failure& error) {
+            if (in_place.empty()) throw failure(error.which(), fmt::format("{}; nothing was changed", error.what()));
+            throw failure(error.which(), fmt::format("{}; already replaced: {}", error.what(), in_place),
+                          "run the same command again once the cause is gone");
+        }
+        in_place += (in_place.empty() ? "" : ", ") + file->target().string();
+        folders.insert(file->folder());
+    }
+    for (const fs::path& folder : folders) sync_folder(folder);
+}
+
+std::string save_list::names() const
+{
+    std::string text;
+    for (std::size_t i = 0; i < entries_.size(); ++i) {
+        if (i > 0) text += i + 1 == entries_.size() ? " and " : ", ";
+        text += entries_[i].target.filename().string();
+    }
+    return text;
+}
+
+} // namespace yfs::tool

@@ -1,0 +1,234 @@
+// The verbs about values: what a host sees by name, after defaults, zonc.cfg and a deployed volume are merged.
+#include "tool/host_run.h"
+#include "tool/output.h"
+#include "tool/tables.h"
+#include "tool/verbs.h"
+#include "tool/volume.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace yfs::tool {
+
+namespace {
+
+constexpr const char* new_zonc_name = "zonc.bin";
+
+std::string flags_of(const file_row& row, const value_in_force& value)
+{
+    std::string flags = value.modifiable ? "w" : "-";
+    flags += (row.attributes & attribute_tail) != 0 ? "t" : "-";
+    flags += (row.attributes & attribute_unread) != 0 ? "u" : "-";
+    return flags;
+}
+
+json::object to_json(const file_row& row, const value_in_force& value)
+{
+    return {{"path", printable(row.path)},
+            {"size", std::uint64_t{value.contents.size()}},
+            {"limit", value.limit},
+            {"modifiable", value.modifiable},
+            {"attributes", std::uint32_t{row.attributes}},
+            {"fileno", row.fileno},
+            {"place", row.place()},
+            {"value", to_hex(value.contents)}};
+}
+
+[[noreturn]] void refuse_absent(const session& set, const file_row& row)
+{
+    throw failure(fault::no_value,
+                  fmt::format("no value of {} is in force: {} has none, or zonc.cfg takes it away", printable(row.path),
+                              set.velor.name()),
+                  "'yfs nvar ls' lists the values that are; 'yfs cat' reads the stored file itself");
+}
+
+// "utf8:TEXT", "hex:BYTES", or the contents of a file.
+bytes parse_value(const std::string& text)
+{
+    constexpr std::string_view utf8 = "utf8:";
+    constexpr std::string_view hex = "hex:";
+    if (text.starts_with(utf8)) return {text.begin() + utf8.size(), text.end()};
+    if (!text.starts_with(hex)) return read_file(text);
+    if (auto value = parse_hex(std::string_view(text).substr(hex.size()))) return *std::move(value);
+    throw failure(fault::usage, fmt::format("'{}' isn't hex", printable(text)),
+                  "two digits a byte, as in hex:00ff10 or 'hex:00 ff 10'");
+}
+
+void check_size(const file_row& row, std::size_t size)
+{
+    if (size > row.limit || size > largest_value) {
+        throw failure(fault::too_large,
+                      fmt::format("can't set {}: {}, and its limit is {}", printable(row.path), bytes_text(size),
+                                  std::min(row.limit, largest_value)),
+                      row.limit > largest_value ? "no record of zonc.cfg carries more"
+                                                : "the file table sets that limit");
+    }
+    if (size == 0 && row.where == file_system::efs) {
+        throw failure(fault::empty_on_efs,
+                      fmt::format("can't set {} to nothing: it is stored on EFS, which takes no empty file from a host",
+                                  printable(row.path)),
+                      "give it at least one byte");
+    }
+}
+
+std::string name_list(const std::vector<std::string>& names)
+{
+    constexpr std::size_t shown = 5;
+    std::string text = fmt::format("{}", fmt::join(names.begin(), names.begin() + std::min(names.size(), shown), ", "));
+    if (names.size() > shown) text += fmt::format(" and {} more", names.size() - shown);
+    return text;
+}
+
+// The new zonc.cfg holds the values in force and nothing else. What that would lose is told before it happens.
+void check_losses(const session& set, const host_run& run, bool drop_unknown)
+{
+    if (!set.zonc) return;
+    std::vector<std::string> unknown;
+    std::vector<std::string> without_effect;
+    const auto table = table_in_partition(set.zonc->now, set.zonc->name());
+    for (const cfg_record& record : read_cfg_records(table, set.zonc->name())) {
+        const file_row* row = set.table.by_fileno(record.fileno);
+        if (row == nullptr)
+            unknown.push_back(fmt::format("0x{:x}", record.fileno));
+        else if (!run.get(*row))
+            without_effect.push_back(printable(row->path));
+    }
+    if (!unknown.empty() && !drop_unknown) {
+        throw failure(fault::unknown_records,
+                      fmt::format("{} holds {} that {} doesn't know for SKU {}, and a rebuild would lose: fileno {}",
+                                  set.zonc->name(), count_of(unknown.size(), "record"), set.set.ftbl, set.set.sku,
+                                  name_list(unknown)),
+                      "name the file table that belongs to the set, or let them go with --drop-unknown");
+    }
+    if (!unknown.empty()) note(fmt::format("dropped from zonc.cfg: fileno {}", name_list(unknown)));
+    if (!without_effect.empty()) {
+        note(fmt::format("warning: not in the new zonc.cfg, since no value of them is in force: {}",
+                         name_list(without_effect)));
+    }
+}
+
+// One value above its limit stops the whole rebuild.
+void check_all_limits(const session& set, const host_run& run, const file_row& changed)
+{
+    for (const file_row& row : set.table.rows()) {
+        const auto value = run.get(row);
+        if (!value || row.path == changed.path || value->contents.size() <= std::min(value->limit, largest_value))
+            continue;
+        throw failure(fault::too_large,
+                      fmt::format("no new zonc.cfg can be built: the value of {} holds {}, and its limit is {}",
+                                  printable(row.path), bytes_text(value->contents.size()),
+                                  std::min(value->limit, largest_value)),
+                      fmt::format("set that value first: 'yfs nvar set {} ...'", printable(row.path)));
+    }
+}
+
+// What has changed, in the order in which it may take effect: the images, the table, and the set file if it has to name
+// the table from now on.
+save_list changes(const session& set, const bytes& table)
+{
+    save_list list;
+    for (const auto* image : {&set.yfs, &set.efs}) {
+        if (*image && (*image)->changed()) list.add((*image)->path, (*image)->now);
+    }
+    const bytes before = set.zonc ? set.zonc->before : bytes();
+    bytes partition = make_partition(before, table);
+    if (partition != before) list.add(set.set.locate(set.set.zonc.value_or(new_zonc_name)), std::move(partition));
+    if (!set.set.zonc) {
+        const std::string text = set_file_with_zonc(set.set, new_zonc_name);
+        list.add(set.set.path, bytes(text.begin(), text.end()));
+    }
+    return list;
+}
+
+void check_new_zonc(const session& set)
+{
+    const auto path = set.set.locate(new_zonc_name);
+    if (set.set.zonc || !std::filesystem::exists(std::filesystem::symlink_status(path))) return;
+    throw failure(
+        fault::would_overwrite,
+        fmt::format("{} exists, but {} doesn't name it as its zonc.cfg", path.string(), set.set.path.string()),
+        fmt::format("add \"zonc\": \"{}\" to the set file, or move that file away", new_zonc_name));
+}
+
+} // namespace
+
+exit_status list_values(const options& given)
+{
+    session set(given.set);
+    const host_run run(set);
+    using enum text_table::align;
+    text_table lines({right, right, left, left, left});
+    lines.row({"size", "limit", "flags", "path", "value"});
+    json::array list;
+    for (const file_row& row : set.table.rows()) {
+        const auto value = run.get(row);
+        if (!value) continue;
+        constexpr std::size_t preview_width = 40;
+        if (given.json) {
+            list.emplace_back(to_json(row, *value));
+        } else {
+            lines.row({fmt::format("{}", value->contents.size()), fmt::format("{}", value->limit),
+                       flags_of(row, *value), printable(row.path), preview(value->contents, preview_width)});
+        }
+    }
+    print(given.json ? json(json::object{{"schema", "yfs.nvar-ls/1"}, {"values", std::move(list)}}).dump()
+                     : lines.text());
+    return exit_status::done;
+}
+
+exit_status get_value(const options& given)
+{
+    session set(given.set);
+    const file_row row = set.table.resolve(given.path);
+    const host_run run(set);
+    const auto value = run.get(row);
+    if (!value) refuse_absent(set, row);
+    if (given.json) {
+        json::object document = {{"schema", "yfs.nvar-get/1"}};
+        for (json::member& member : to_json(row, *value)) document.push_back(std::move(member));
+        print(json(std::move(document)).dump());
+    } else {
+        print_contents({value->contents.begin(), value->contents.end()}, given.force);
+    }
+    return exit_status::done;
+}
+
+exit_status set_value(const options& given)
+{
+    session set(given.set);
+    const file_row row = set.table.resolve(given.path);
+    const bytes contents = parse_value(given.value);
+    check_size(row, contents.size());
+    check_new_zonc(set);
+
+    host_run run(set);
+    const auto old = run.get(row);
+    if (!old) refuse_absent(set, row);
+    if (!old->modifiable) {
+        throw failure(
+            fault::not_modifiable,
+            fmt::format("can't set {}: the volume is deployed, and there the stored file ends in a tail of {} bytes "
+                        "made for this very value (attribute bit 0), so no rebuild writes it",
+                        printable(row.path), row.tail()),
+            fmt::format("'yfs put {} FILE' replaces the stored file as a whole, tail included", printable(row.path)));
+    }
+    if (std::equal(contents.begin(), contents.end(), old->contents.begin(), old->contents.end())) {
+        note(fmt::format("{} holds these {} already; nothing changed", printable(row.path),
+                         bytes_text(contents.size())));
+        return exit_status::done;
+    }
+    check_losses(set, run, given.drop_unknown);
+    check_all_limits(set, run, row);
+
+    const std::size_t old_size = old->contents.size();
+    run.set(row, contents);
+    save_list list = changes(set, run.finish());
+    list.commit();
+    note(fmt::format("{}: {} -> {}; saved {}", printable(row.path), old_size, bytes_text(contents.size()),
+                     list.names()));
+    return exit_status::done;
+}
+
+} // namespace yfs::tool
