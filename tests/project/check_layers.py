@@ -18,7 +18,7 @@ OUTSIDE = ["inspect", "tool"]
 
 PUBLIC = {
     "export.h": "frame", "le.h": "frame", "medium.h": "frame", "status.h": "frame", "ftl.h": "ftl", "afs.h": "afs",
-    "make_volume.h": "afs", "efs.h": "efs", "dfs.h": "dispatch", "vfs.h": "vfs", "cfgtable.h": "cfgtable",
+    "make_volume.h": "afs", "efs.h": "efs", "make_efs.h": "efs", "dfs.h": "dispatch", "vfs.h": "vfs", "cfgtable.h": "cfgtable",
     "errors.h": "facade", "facade.h": "facade",
 }
 UMBRELLA = "yfs.h"

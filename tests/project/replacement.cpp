@@ -1,11 +1,12 @@
 // Media and memory of a program's own. The chip keeps every byte inverted, so that a volume is readable only if each
 // access of the library comes this way; the rest counts, and memory can run out at will.
+#include "tests/project/replacement.h"
+
 #include "yfs/efs.h"
 #include "yfs/medium.h"
 
 #include <cstdlib>
-
-#include "tests/project/replacement.h"
+#include <cstring>
 
 YFS_API replacement_state replacement{};
 
@@ -63,4 +64,14 @@ void* LtAllocateZeroMemory(size_t count)
 void LtFreeMemory(void* ptr)
 {
     std::free(ptr);
+}
+
+void* LtSetMemory(void* dst, int32_t value, size_t count)
+{
+    return count == 0 ? dst : std::memset(dst, value, count);
+}
+
+int64_t LtCompareMemory(const void* lhs, const void* rhs, size_t len)
+{
+    return len == 0 ? 0 : std::memcmp(lhs, rhs, len);
 }

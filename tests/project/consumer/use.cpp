@@ -11,9 +11,11 @@ int main()
     const auto leaf = std::make_shared<image_editor::File>(image, 15U, "a");
     const bool added = root->addFile("", leaf);
 
-    const bool fine = added && root->getSize() == 15 && image_editor::FileIterator(root).firstFile() == "a" &&
-                      dynamic_cast<image_editor::Directory*>(static_cast<image_editor::IFile*>(leaf.get())) == nullptr &&
-                      ZonErrors::getErrorNameString(yfs_error_last) == ZonErrors::s_imageToolsErrorNameStringMap.at(yfs_error_last);
+    const bool fine =
+        added && root->getSize() == 15 && image_editor::FileIterator(root).firstFile() == "a" &&
+        dynamic_cast<image_editor::Directory*>(static_cast<image_editor::IFile*>(leaf.get())) == nullptr &&
+        ZonErrors::getErrorNameString(yfs_error_load_ftbl) ==
+            ZonErrors::s_imageToolsErrorNameStringMap.at(yfs_error_load_ftbl);
     if (!fine) std::cerr << "the classes don't work across the border\n";
     return fine ? 0 : 1;
 }
