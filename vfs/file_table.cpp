@@ -19,8 +19,8 @@ namespace {
 // program set itself.
 table_view s_loaded;
 
-// Made at the first lookup in a table. The buffer is the program's, which can write to it: a hit is held against the
-// entry, and a miss is confirmed by a walk.
+// Made at the first lookup in a loaded table; a table that a program set is walked. The buffer is the program's, which
+// can write to it: a hit is held against the entry, and a miss is confirmed by a walk.
 fileno_index s_by_fileno;
 name_index s_by_name;
 
@@ -28,7 +28,8 @@ template <typename Index, typename Key, typename Matches>
 const ftbl_file_entry_t* find(Index& index, Key key, Matches matches)
 {
     const table_view table = active_table();
-    if (index.covers(table) || index.make(table)) {
+    const bool loaded = table.first && table.first == s_loaded.first;
+    if (loaded && (index.covers(table) || index.make(table))) {
         const ftbl_file_entry_t* hit = index.find(key);
         if (hit && matches(*hit)) return hit;
     }

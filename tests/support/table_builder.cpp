@@ -70,12 +70,6 @@ blob make_file_table(const std::vector<table_sku>& skus, const efst_maker& efst,
     return table;
 }
 
-blob make_file_table(const std::vector<table_sku>& skus, const blob& efst, std::size_t min_length)
-{
-    return make_file_table(
-        skus, [&efst](std::uint32_t) { return efst; }, min_length);
-}
-
 blob make_cfg_table(const std::vector<cfg_file>& files)
 {
     blob table;

@@ -41,7 +41,6 @@ using efst_maker = std::function<blob(std::uint32_t at)>;
 
 // Contents of an ftbl.bin, filled up with zeros to `min_length`.
 blob make_file_table(const std::vector<table_sku>& skus, const efst_maker& efst = {}, std::size_t min_length = 1024);
-blob make_file_table(const std::vector<table_sku>& skus, const blob& efst, std::size_t min_length = 1024);
 
 // One record of a cfg table with its payload. With `offset` the record points there and its payload is not laid down;
 // with `size` the record tells that size whatever the payload has.

@@ -1,0 +1,180 @@
+// Lookups by name and by number: in a table small enough to be walked, and in one that is indexed. Both have to find
+// the first match in the order of the table.
+#include "tests/support/table_builder.h"
+#include "vfs/vfs_internal.h"
+#include "yfs/vfs.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+
+namespace yfs::test {
+namespace {
+
+const std::string name_48 = "/home/" + std::string(42, 'n');
+
+// A table that was loaded: only there an index is made.
+class active_entries {
+public:
+    void load(const std::vector<table_file>& files)
+    {
+        buffer_ = make_file_table({{2, files}});
+        ASSERT_EQ(0U, load_file_table(buffer_.data(), 2, low32(buffer_.size())));
+    }
+    // The program's buffer, under the table.
+    void change(std::size_t index, const table_file& file)
+    {
+        store(buffer_.data() + 32 + index * sizeof(ftbl_file_entry_t), file_entry(file));
+    }
+
+private:
+    blob buffer_;
+};
+
+// Entries among `fillers` others, half of them before.
+class lookup : public testing::TestWithParam<std::uint32_t> {
+protected:
+    void SetUp() override
+    {
+        std::vector<table_file> files;
+        for (std::uint32_t i = 0; i < GetParam(); ++i)
+            files.push_back({"/filler" + std::to_string(i * 7919 % 1000), 5000 + i * 7919 % 1000});
+        first = files.size() / 2;
+        files.insert(files.begin() + static_cast<std::ptrdiff_t>(first),
+                     {{"/a", 0x10000001, 0x0143, 0, 1, 500},
+                      {name_48, 2, 0x0002},
+                      {"/a", 3},
+                      {"/twin", 2},
+                      {"", 4},
+                      {"costarring", 5}, // this and the next have one checksum
+                      {"liquid", 6},
+                      {"/zero", 0}});
+        table.load(files);
+    }
+
+    // The place of the entry among the files of the test, or -1.
+    std::ptrdiff_t place(const ftbl_file_entry_t* entry) const
+    {
+        return entry ? entry - g_table_buf - static_cast<std::ptrdiff_t>(first) : -1;
+    }
+
+    active_entries table;
+    std::size_t first = 0;
+};
+
+INSTANTIATE_TEST_SUITE_P(tables, lookup, testing::Values(0U, 200U), [](const auto& fillers) {
+    return fillers.param == 0 ? std::string("walked") : std::string("indexed");
+});
+
+TEST_P(lookup, by_name)
+{
+    struct {
+        std::string query;
+        std::ptrdiff_t found;
+    } const cases[] = {
+        {"/a", 0},    {"/A", -1},          {"/", -1},     {"/a/", -1},
+        {name_48, 1}, {name_48 + "xx", 1}, {"/twin", 3},  {name_48.substr(0, 47), -1},
+        {"", 4},      {"costarring", 5},   {"liquid", 6}, {name_48.substr(0, 47) + "m", -1},
+        {"/zero", 7}, {"costarrin", -1},
+    };
+    for (const auto& row : cases)
+        EXPECT_EQ(row.found, place(get_file_entry_by_file_name(row.query.c_str()))) << row.query;
+    EXPECT_EQ(nullptr, get_file_entry_by_file_name(nullptr));
+}
+
+TEST_P(lookup, by_number)
+{
+    struct {
+        fileno_t query;
+        std::ptrdiff_t found;
+    } const cases[] = {{0x10000001, 0}, {1, -1}, {2, 1}, {3, 2}, {6, 6}, {0, 7}, {0xFFFFFFFF, -1}};
+    const vfs::lookup_run run;
+    for (const auto& row : cases) {
+        EXPECT_EQ(row.found, place(get_file_entry_by_fileno(&row.query))) << row.query;
+        EXPECT_EQ(row.found, place(run.find_by_fileno(row.query))) << row.query;
+    }
+    EXPECT_EQ(nullptr, get_file_entry_by_fileno(nullptr));
+}
+
+TEST_P(lookup, what_the_flat_calls_write)
+{
+    fileno_t number = 99;
+    EXPECT_EQ(-1, get_fileno_by_file_name("/none", &number));
+    EXPECT_EQ(99U, number);
+    EXPECT_EQ(0, get_fileno_by_file_name("/a", &number));
+    EXPECT_EQ(0x10000001U, number);
+    EXPECT_EQ(-1, get_fileno_by_file_name("/a", nullptr));
+
+    char name[50];
+    std::memset(name, '?', sizeof name);
+    number = 77;
+    EXPECT_EQ(-1, get_file_name_by_fileno(&number, name));
+    EXPECT_EQ('?', name[0]);
+    number = 2;
+    EXPECT_EQ(0, get_file_name_by_fileno(&number, name));
+    EXPECT_EQ(name_48 + "??", std::string(name, sizeof name)); // 48 bytes, no terminator
+    number = 3;
+    EXPECT_EQ(0, get_file_name_by_fileno(&number, name));
+    EXPECT_EQ("/a" + std::string(46, '\0') + "??", std::string(name, sizeof name));
+
+    file_attributes_t attributes = 7;
+    std::uint32_t max_size = 7;
+    EXPECT_EQ(-1, get_file_attributes_by_file_name("/none", &attributes, &max_size));
+    EXPECT_EQ(-1, get_file_attributes_by_file_name("/a", &attributes, nullptr));
+    EXPECT_EQ(7, attributes);
+    EXPECT_EQ(7U, max_size);
+    EXPECT_EQ(0, get_file_attributes_by_file_name("/a", &attributes, &max_size));
+    EXPECT_EQ(0x0143, attributes);
+    EXPECT_EQ(500U, max_size);
+}
+
+// An index must not answer from what an entry was.
+TEST_P(lookup, entries_that_change_under_the_table)
+{
+    fileno_t number = 0x10000001;
+    ASSERT_EQ(0, place(get_file_entry_by_file_name("/a")));
+    ASSERT_EQ(0, place(get_file_entry_by_fileno(&number)));
+    table.change(first, {"/new", 0x20});
+    EXPECT_EQ(2, place(get_file_entry_by_file_name("/a")));
+    EXPECT_EQ(0, place(get_file_entry_by_file_name("/new")));
+    EXPECT_EQ(-1, place(get_file_entry_by_fileno(&number)));
+    number = 0x20;
+    EXPECT_EQ(0, place(get_file_entry_by_fileno(&number)));
+    EXPECT_EQ(0, place(vfs::lookup_run().find_by_fileno(0x20)));
+    --g_table_num_files;
+    EXPECT_EQ(GetParam() == 0 ? -1 : 7, place(get_file_entry_by_file_name("/zero")));
+}
+
+TEST(lookup_random, as_a_plain_walk)
+{
+    const unsigned seed = 20240611;
+    SCOPED_TRACE(seed);
+    std::mt19937 engine(seed);
+    const auto random = [&engine] { return low32(engine()); };
+    for (int round = 0; round < 60; ++round) {
+        const unsigned names = 1 + random() % 300; // few names: many entries of one name
+        const auto any_name = [&] { return std::string(random() % 3 * 22, '/') + std::to_string(random() % names); };
+        std::vector<table_file> files;
+        for (unsigned count = random() % 400; count > 0; --count) files.push_back({any_name(), random() % names});
+        active_entries table;
+        table.load(files);
+        const vfs::lookup_run run;
+        for (int query = 0; query < 200; ++query) {
+            const std::string name = any_name();
+            const fileno_t number = random() % (names + 1);
+            const ftbl_file_entry_t *named = nullptr, *numbered = nullptr;
+            for (std::size_t i = 0; i < files.size(); ++i) {
+                const ftbl_file_entry_t& entry = g_table_buf[i];
+                if (!named && std::strncmp(entry.name, name.c_str(), 48) == 0) named = &entry;
+                if (!numbered && entry.fileno == number) numbered = &entry;
+            }
+            ASSERT_EQ(named, get_file_entry_by_file_name(name.c_str())) << name;
+            ASSERT_EQ(numbered, get_file_entry_by_fileno(&number)) << number;
+            ASSERT_EQ(numbered, run.find_by_fileno(number)) << number;
+        }
+    }
+}
+
+} // namespace
+} // namespace yfs::test
