@@ -77,5 +77,5 @@ uint32_t EFS_read_and_verify_file(uint8_t logical_block, uint16_t offset, uint8_
     // sound as a whole it is believed.
     if (yfs::load<efs_chunk_header_t>(efs_ctx.page_buf).length != no_file) return efs_status::integrity;
     const auto of_block = EFS_read_and_verify_data_block_header_and_footer(physical_block);
-    return of_block == efs_status::ok ? efs_status::not_found : efs_status::integrity;
+    return of_block == efs_status::ok ? efs_status::not_found : of_block;
 }

@@ -95,7 +95,7 @@ private:
 struct efst_sku {
     std::uint32_t sku = 0;
     efs::geometry geo = {2, 7, 3};
-    std::map<unsigned, efs_file_t> files; // by index
+    std::map<unsigned, efs_file_t> files = {}; // by index
     std::uint32_t layout_id = 0;
     std::uint32_t threshold = 100;
     std::optional<std::uint32_t> files_num = {};
