@@ -13,7 +13,8 @@ using namespace ftl;
 
 struct log_reader {
     picture& p;
-    std::uint32_t i; // the unit
+    std::uint32_t i;          // the unit
+    std::uint32_t page_limit; // behind the last page that any chain table on this flash could have
     erase_unit& eu = p.eus[i];
     log_eu_t raw = load<log_eu_t>(p.image.data() + eu_at(i));
     bool blank = raw.rec[0] == log_rec_untouched;
@@ -51,7 +52,11 @@ void log_reader::walk()
         }
         const le16 key = previous;
         const std::uint16_t page = low16(crc14(&key, sizeof key) ^ record);
-        eu.slots[k] = {slot_state::stale, page}; // the newest copies become live once all units are known
+        eu.slots[k].state = slot_state::stale; // the newest copies become live once all units are known
+        if (page < page_limit)
+            eu.slots[k].page = page;
+        else
+            report(finding_id::log_record_range, k, log_record_at(k), record);
         previous = page;
         ++k;
         eu.log_end = k;
@@ -86,7 +91,7 @@ void log_reader::check_rest(std::uint32_t from, bool takes_writes)
 
 void walk_logs(picture& p, std::vector<page_place>& places)
 {
-    places.assign(0x10000, {});
+    places.assign(p.eus.size() * (eu_size / page_bytes), {});
     // Where two copies have the same sequence number, the one read later is in force: units in order of index, the one
     // that an interrupted reclaim left uncommitted behind them all.
     std::vector<std::uint32_t> order;
@@ -106,12 +111,12 @@ void walk_logs(picture& p, std::vector<page_place>& places)
     p.log_eu = newest != none ? newest : oldest;
 
     for (const std::uint32_t i : order) {
-        log_reader log{p, i};
+        log_reader log{p, i, static_cast<std::uint32_t>(places.size())};
         log.walk();
         log.check_rest(log.eu.log_end, log.blank || i == p.log_eu);
         for (std::uint32_t k = 0; k < log_slots; ++k) {
             const slot_view& slot = log.eu.slots[k];
-            if (slot.state != slot_state::stale) continue;
+            if (slot.state != slot_state::stale || slot.page == none) continue;
             page_place& place = places[slot.page];
             if (place.eu == none || p.eus[place.eu].header.seq <= log.eu.header.seq) place = {i, k};
         }

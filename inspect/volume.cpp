@@ -22,11 +22,11 @@ bool read_volume(picture& p, const std::vector<page_place>& places)
     if (p.header.magic != afs::volume_magic) return report(finding_id::volume_header_missing, p.header.magic);
 
     const std::uint32_t files = p.header.files, volume_size = p.header.volume_size;
-    const std::uint64_t chunks = afs::chunks_of(volume_size, files) & 0xFFFFU;
+    const std::uint64_t chunks = afs::chunks_of(volume_size, files);
     const std::uint64_t fat_size = afs::fat_size_of(files, chunks);
-    if (files < afs::min_files || files + chunks > 0xFFFE) return report(finding_id::volume_header_files, files);
     if (fat_size > volume_size || volume_size > p.image.size())
         return report(finding_id::volume_header_size, volume_size);
+    if (files < afs::min_files || files + chunks > 0xFFFE) return report(finding_id::volume_header_files, files);
     if (p.header.zero != 0 || (p.header.field12_high & 0xF0U) != 0)
         report(finding_id::volume_header_bytes, load<le32>(&p.header.byte4));
 
@@ -56,7 +56,7 @@ void read_fat(picture& p, std::vector<page_place> places)
                                   .value = load<le16>(p.image.data() + at)});
         }
     }
-    places.resize(pages);
+    places.resize(pages); // the table fits the flash, so this only shortens
     p.fat_pages = std::move(places);
     p.fat.assign(p.fat_size, 0);
     for (std::uint32_t page = 0; page < pages; ++page) {

@@ -1,0 +1,351 @@
+// Power goes after every programmed byte of every kind of change, and inside every erase. Each change is run once with
+// the chip's journal on; then every prefix of the journal is laid over the image as it was, which is what the cut
+// leaves (proved against real cuts). After each cut a fresh mount must find every other file intact and the touched one
+// wholly old or wholly new, the second reader must have no complaint, and the volume must take a further write.
+#include "ftl/eu_layout.h"
+#include "tests/power_cut/rig.h"
+#include "tests/power_cut/tally.h"
+#include "tests/support/volume_builder.h"
+#include "yfs/dfs.h"
+#include "yfs/status.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace yfs::test {
+namespace {
+
+using kind = operation::kind;
+using inspect::finding_id;
+
+// A build for finding bugs is slow; it takes every seventh place of the long writes.
+#ifdef NDEBUG
+constexpr std::uint32_t stride = 1;
+#else
+constexpr std::uint32_t stride = 7;
+#endif
+
+constexpr unsigned touched = 7, absent = 30, churned = 40, emptied = 41, extra = 42;
+
+struct geometry {
+    unsigned eus, data_eus, files;
+};
+
+// What the reclaims in the operation need to happen: at most so many free chunks and log slots when it begins.
+struct shortage {
+    static constexpr unsigned plenty = 0xFFFF;
+    unsigned chunks = plenty, log_slots = plenty;
+};
+
+void prepare(rig& r, const shortage& left)
+{
+    ASSERT_EQ(r.mount(), afs_status::ok);
+    const unsigned sizes[] = {1, 63, 64, 65, 300, 0, 128, 1000, 640, 17};
+    for (unsigned i = 0; i < std::size(sizes); ++i) ASSERT_EQ(r.perform(replace(i, bytes(sizes[i] / 2, i))), 0U);
+    for (unsigned i = 0; i < std::size(sizes); ++i) ASSERT_EQ(r.perform(replace(i, bytes(sizes[i], i))), 0U);
+    for (unsigned turn = 0;; ++turn) {
+        const unsigned now = r.look().space.chunks_now;
+        if (now <= left.chunks) break;
+        ASSERT_EQ(r.perform(replace(churned, bytes(std::size_t{64} * std::min(10U, now - left.chunks), turn))), 0U);
+    }
+    while (r.look().space.log_slots_now > left.log_slots) ASSERT_EQ(r.perform(cut_to(emptied, 0)), 0U);
+}
+
+// One operation, run once and then cut short at will.
+class cut_run {
+public:
+    // Runs it on the prepared volume.
+    cut_run(rig& r, operation op) : op_(std::move(op))
+    {
+        EXPECT_EQ(r.mount(), afs_status::ok); // it starts from a mount, as every cut run does
+        start_ = base_ = r.image;
+        old_ = r.files;
+        r.chip.keep_journal(true);
+        const std::uint32_t status = r.perform(op_);
+        EXPECT_TRUE(status == afs_status::ok || status == afs_status::nothing_gained) << status;
+        new_ = r.files;
+        journal_ = r.chip.journal();
+        EXPECT_TRUE(clean(r.image));
+        EXPECT_FALSE(journal_.empty());
+    }
+
+    const std::vector<chip_change>& journal() const { return journal_; }
+    void prove_replay() const;
+    // All cuts of the whole operation; after its last change it must be the new state.
+    void cut_everywhere();
+    // Cuts in the change that comes next, and puts it behind.
+    void cut(const chip_change& change, std::uint32_t bytes_done, std::uint8_t unfinished);
+    void land(const chip_change& change) { replay_cut(base_, change, change.len); }
+
+private:
+    std::string judge(bool reclaim_after);
+    std::string verdict(const inspect::picture& before, bool reclaim_after);
+
+    operation op_;
+    std::vector<std::uint8_t> start_, base_, work_; // before the operation, before the next change, after a cut
+    std::vector<chip_change> journal_;
+    contents old_, new_;
+    bool done_ = false;
+};
+
+// A real cut leaves the same bytes as the replay.
+void cut_run::prove_replay() const
+{
+    for (std::size_t i = 0; i < 8; ++i) {
+        const std::size_t n = i * (journal_.size() - 1) / 7;
+        const std::uint32_t done = journal_[n].len * static_cast<std::uint32_t>(i % 4) / 4;
+        std::vector<std::uint8_t> replayed = start_;
+        for (std::size_t j = 0; j < n; ++j) replay_cut(replayed, journal_[j], journal_[j].len);
+        replay_cut(replayed, journal_[n], done, 0x5A);
+
+        rig real(start_);
+        ASSERT_EQ(real.mount(), afs_status::ok);
+        real.chip.cut_power(n + 1, done, 0x5A);
+        run(op_);
+        ASSERT_TRUE(real.chip.power_is_off());
+        ASSERT_EQ(real.image, replayed) << "change " << n << " after " << done << " bytes";
+    }
+}
+
+// Takes up the volume in work_ as the next session would, and goes on with it. Empty if all is well, else what isn't.
+std::string cut_run::verdict(const inspect::picture& before, bool reclaim_after)
+{
+    static const auto more = bytes(200, 99);
+    const auto size = static_cast<std::uint32_t>(work_.size());
+    if (const auto is_clean = clean(before, finding_id::frame_unrecorded); !is_clean)
+        return std::string("the cut image isn't clean:") + is_clean.message();
+    if (const auto st = dfs_init(work_.data(), size); st != 0) return "mount: " + std::to_string(st);
+
+    const bool is_new = file_reads_as(new_, op_.file);
+    if (!is_new && (done_ || !file_reads_as(old_, op_.file))) return "the touched file is neither old nor new";
+    ++(is_new ? the_tally().new_state : the_tally().old_state);
+    contents now = is_new ? new_ : old_;
+    unsigned number = 0;
+    if (!reads_as(now, number)) return "file " + std::to_string(number) + " is damaged";
+
+    if (const auto st = run(replace(extra, more)); st != 0) return "a further write: " + std::to_string(st);
+    now[extra] = more;
+    const inspect::picture after = inspect::inspect_image(work_);
+    if (const auto is_clean = clean(after, finding_id::frame_unrecorded); !is_clean)
+        return std::string("not clean after a further write:") + is_clean.message();
+    if (const auto same = holds(after, now); !same) return std::string("the second reader differs:") + same.message();
+    if (const auto st = dfs_init(work_.data(), size); st != 0) return "second mount: " + std::to_string(st);
+    if (!reads_as(now, number)) return "file " + std::to_string(number) + " is damaged after a further write";
+    if (!reclaim_after) return {};
+
+    if (const auto st = run(only(kind::full_reclaim)); st != 0) return "further reclaims: " + std::to_string(st);
+    const inspect::picture later = inspect::inspect_image(work_);
+    if (const auto is_clean = clean(later, finding_id::frame_unrecorded); !is_clean)
+        return std::string("not clean after further reclaims:") + is_clean.message();
+    if (const auto same = holds(later, now); !same) return std::string("after further reclaims:") + same.message();
+    if (const auto st = dfs_init(work_.data(), size); st != 0) return "third mount: " + std::to_string(st);
+    return {};
+}
+
+// Empty if all is well or the state is a listed one.
+std::string cut_run::judge(bool reclaim_after)
+{
+    const inspect::picture before = inspect::inspect_image(work_);
+    nor_chip chip(work_);
+    chip.violations_fail_test(false);
+    chip.plain_copy(true);
+    const spi_chip_guard guard(chip);
+
+    std::string trouble = verdict(before, reclaim_after);
+    if (!chip.violations().empty()) {
+        if (has_unrecorded_frames(before))
+            ++the_tally().frames;
+        else
+            trouble += "\n  the chip: " + to_string(chip.violations()[0]);
+    }
+    if (has_torn_header_that_checks(before)) {
+        ++the_tally().torn_headers;
+        if (!trouble.empty()) ++the_tally().torn_headers_lost;
+        return {};
+    }
+    if (trouble.empty()) return {};
+    for (const auto& f : before.findings) trouble += "\n  after the cut: " + describe(f);
+    return trouble;
+}
+
+void cut_run::cut(const chip_change& change, std::uint32_t bytes_done, std::uint8_t unfinished)
+{
+    ++the_tally().cuts;
+    work_ = base_;
+    replay_cut(work_, change, bytes_done, unfinished);
+    // What a cut leaves in the short writes (headers, records, commits) can show only when a unit is next reclaimed.
+    const std::string trouble = judge(change.kind == chip_call::write && change.len <= ftl::header_write_bytes);
+    if (trouble.empty()) return;
+    if (++the_tally().lost > 10) return;
+    ADD_FAILURE() << to_string(op_) << ", cut in the " << (change.kind == chip_call::erase ? "erase" : "write")
+                  << " of " << change.len << " bytes at " << change.addr << " (EU " << change.addr / ftl::eu_size
+                  << " + " << change.addr % ftl::eu_size << ") after " << bytes_done << " bytes, unfinished bits "
+                  << unsigned{unfinished} << ": " << trouble;
+}
+
+void cut_run::cut_everywhere()
+{
+    for (const chip_change& change : journal_) {
+        if (change.kind == chip_call::erase) {
+            for (const unsigned done : {0U, 1U, 4U, 8U, 17U, 18U, 19U, 140U, 259U, 2048U, 4095U})
+                cut(change, done, 0xFF);
+            cut(change, 0, 0x5A);
+            cut(change, 5, 0xF0);
+        } else if (change.len <= ftl::header_write_bytes) {
+            // Headers, records and commits also between bytes, with some of the next one's bits programmed.
+            for (std::uint32_t done = 0; done < change.len; ++done)
+                for (const int unfinished : {0xFF, 0x80, 0x0F, 0xAA}) cut(change, done, low8(unfinished));
+        } else {
+            for (std::uint32_t done = 0; done < change.len; done += stride)
+                cut(change, done, done % 11 == 0 ? 0x55 : 0xFF);
+        }
+        land(change);
+    }
+    done_ = true;
+    work_ = base_;
+    EXPECT_EQ(judge(true), "") << "the whole operation";
+}
+
+bool is_header(const chip_change& change)
+{
+    return change.len == ftl::header_write_bytes && change.addr % ftl::eu_size == 0;
+}
+
+// Which kinds of unit were reclaimed, by the headers written.
+struct reclaims {
+    bool data = false, log = false;
+    friend bool operator==(const reclaims&, const reclaims&) = default;
+};
+
+reclaims reclaims_in(const std::vector<chip_change>& journal)
+{
+    reclaims seen;
+    for (const chip_change& change : journal) {
+        if (!is_header(change)) continue;
+        ftl::eu_header_t header{};
+        std::memcpy(&header, change.bytes.data(), change.len);
+        (header.base_page == 0 ? seen.log : seen.data) = true;
+    }
+    return seen;
+}
+
+struct scenario {
+    std::string name;
+    geometry shape;
+    operation op;
+    shortage left;
+    reclaims expected;
+
+    friend void PrintTo(const scenario& s, std::ostream* out) { *out << s.name << " on " << s.shape.eus << " units"; }
+};
+
+class PowerCut : public testing::TestWithParam<scenario> {};
+
+TEST_P(PowerCut, LeavesTheOldOrTheNewState)
+{
+    const scenario& s = GetParam();
+    rig r(volume(s.shape.eus, s.shape.data_eus, s.shape.files).image());
+    prepare(r, s.left);
+    if (HasFatalFailure()) return;
+    cut_run job(r, s.op);
+    ASSERT_EQ(reclaims_in(job.journal()), s.expected);
+    job.prove_replay();
+
+    job.cut_everywhere();
+}
+
+std::vector<scenario> scenarios()
+{
+    constexpr geometry shapes[] = {{4, 1, 65}, {5, 3, 65}, {6, 3, 100}, {8, 3, 100}, {16, 13, 200}};
+    constexpr unsigned plenty = shortage::plenty;
+    const struct {
+        const char* name;
+        operation op;
+        unsigned chunks; // that it takes
+    } kinds[] = {
+        {"create", replace(absent, bytes(300, 50)), 5},
+        {"create empty", cut_to(absent, 0), 0},
+        {"replace", replace(touched, bytes(700, 51)), 11},
+        {"overwrite in the middle", overwrite(touched, 200, bytes(130, 52)), 3},
+        {"overwrite one byte", overwrite(touched, 500, bytes(1, 53)), 1},
+        {"extend", overwrite(touched, 1000, bytes(400, 54)), 7},
+        {"extend over a gap", overwrite(touched, 1300, bytes(100, 55)), 6},
+        {"cut on a boundary", cut_to(touched, 128), 0},
+        {"cut inside a chunk", cut_to(touched, 100), 1},
+        {"cut to nothing", cut_to(touched, 0), 0},
+        {"delete", only(kind::remove, touched), 0},
+        {"zombie", only(kind::mark_zombie, absent), 0},
+    };
+    std::vector<scenario> out;
+    unsigned turn = 0;
+    for (const auto& k : kinds) {
+        const auto shape = [&](unsigned i) { return shapes[(turn + i) % std::size(shapes)]; };
+        const std::string name = k.name;
+        out.push_back({name, shape(0), k.op, {}, {}});
+        out.push_back({name + ", log reclaim", shape(1), k.op, {plenty, 0}, {false, true}});
+        out.push_back({name + ", log reclaim", shape(3), k.op, {plenty, 0}, {false, true}});
+        ++turn;
+        if (k.chunks == 0) continue;
+        out.push_back({name + ", data reclaim", shape(1), k.op, {k.chunks / 2, plenty}, {true, false}});
+        out.push_back({name + ", data reclaim", shape(3), k.op, {k.chunks / 2, plenty}, {true, false}});
+        out.push_back({name + ", both reclaims", shape(0), k.op, {k.chunks / 2, 0}, {true, true}});
+    }
+    const auto full = only(kind::full_reclaim), idle = only(kind::idle_reclaim);
+    for (const geometry& g : shapes) out.push_back({"full reclaim", g, full, {}, {true, false}});
+    for (const geometry& g : {shapes[0], shapes[3], shapes[4]}) {
+        // With room left in the log the copies go behind what stands there, else into a new unit.
+        for (const unsigned room : {0U, 9U, 29U})
+            out.push_back({"idle reclaim, log room " + std::to_string(room), g, idle, {plenty, room}, {false, true}});
+        if (g.data_eus > 1) out.push_back({"idle reclaim, data short", g, idle, {40, plenty}, {true, false}});
+        out.push_back({"dirty erase", g, only(kind::dirty_erase), {}, {}});
+    }
+    out.push_back({"idle reclaim, wholly dead unit", {8, 3, 100}, idle, {100, plenty}, {true, false}});
+    return out;
+}
+
+INSTANTIATE_TEST_SUITE_P(AllChanges, PowerCut, testing::ValuesIn(scenarios()));
+
+// Copies of a log reclaim that go behind what the log holds already, in several runs, and on into a new unit.
+TEST(PowerCutInALogReclaim, BehindTheLog)
+{
+    for (const unsigned room : {26U, 12U}) {
+        volume v(16, 13, 2048);
+        for (unsigned i = 0; i < 8; ++i) v.file(100 * i, bytes(50 * i + 1, i));
+        const unsigned last = v.fat_pages() - 1;
+        v.log(0).fill(last, 90);
+        for (unsigned page = 0; page < 20; ++page) page % 7 == 3 ? v.log(0).old(last).page(page) : v.log(0).page(page);
+        v.log(1).fill(last, ftl::log_slots - room - (last + 1 - 20));
+        for (unsigned page = 20; page <= last; ++page) v.log(1).page(page);
+        rig r(v.without_auto_log().image());
+        r.files = contents_of(r.look());
+        ASSERT_EQ(r.files.size(), 8U);
+        cut_run job(r, only(kind::idle_reclaim));
+        ASSERT_EQ(reclaims_in(job.journal()), (reclaims{false, true}));
+        job.prove_replay();
+        job.cut_everywhere();
+    }
+}
+
+// A header's checksum has 8 bits, so whether a part of it passes for a whole depends on the numbers in it.
+TEST(PowerCutInAHeader, WithEverySequenceNumber)
+{
+    rig prepared(volume(6, 3).image());
+    prepare(prepared, {40, shortage::plenty});
+    if (HasFatalFailure()) return;
+    for (std::uint32_t delta = 0; delta < 256; delta += stride) {
+        rig r(prepared.image);
+        r.files = prepared.files;
+        shift_sequence(r.image, delta);
+        cut_run job(r, only(kind::idle_reclaim));
+        for (const chip_change& change : job.journal()) {
+            for (std::uint32_t done = 0; is_header(change) && done < change.len; ++done)
+                for (const int unfinished : {0xFF, 0xF0}) job.cut(change, done, low8(unfinished));
+            job.land(change);
+        }
+    }
+}
+
+} // namespace
+} // namespace yfs::test
