@@ -10,6 +10,7 @@
 #include "yfs/facade.h"
 #include "yfs/ftl.h"
 #include "yfs/le.h"
+#include "yfs/make_efs.h"
 #include "yfs/make_volume.h"
 #include "yfs/medium.h"
 #include "yfs/status.h"
