@@ -23,9 +23,8 @@ blob bytes_of(const R& record)
 template <flash_record R>
 std::uint32_t crc_before(const R& record, std::size_t tail)
 {
-    blob covered = bytes_of(record);
-    covered.resize(covered.size() - tail);
-    return plain_crc32(covered);
+    const blob bytes = bytes_of(record);
+    return plain_crc32(blob(bytes.begin(), bytes.end() - static_cast<std::ptrdiff_t>(tail)));
 }
 
 void put(blob& at, std::size_t offset, const blob& part)
