@@ -83,12 +83,17 @@ std::string FileIterator::nextFile()
     }
     if (has_more(*this)) return path_of(child_at(*current, ++index));
 
+    Directory* const deepest = current;
+    const std::int32_t last = index;
     for (Directory* up = current->parent; up; up = current->parent) {
         index = place_of(*up, name_of(*current));
         if (index < 0) return {};
         current = up;
         if (has_more(*this)) return path_of(child_at(*current, ++index));
     }
+    // The walk is over. It stays at its last node: from a directory further up the next call would descend once more.
+    current = deepest;
+    index = last;
     return {};
 }
 

@@ -46,7 +46,7 @@ blob make_file_table(const std::vector<table_sku>& skus, const efst_maker& efst 
 // with `size` the record tells that size whatever the payload has.
 struct cfg_file {
     std::uint32_t fileno = 0;
-    blob payload;
+    blob payload = {};
     std::uint16_t flags = 1;
     std::optional<std::uint32_t> offset = {};
     std::optional<std::uint16_t> size = {};

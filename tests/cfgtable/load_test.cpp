@@ -1,0 +1,146 @@
+// Reading tables: what is accepted, what is refused, what is dropped.
+#include "tests/cfgtable/fixture.h"
+
+#include <cstring>
+
+namespace yfs::test {
+namespace {
+
+const std::string name_48 = "/home/" + std::string(42, 'n');
+
+const std::vector<table_file> files = {
+    {"/b", 0x501}, {"/a", 0x502, 0, 0, 1, 1}, {"/a", 0x503}, {name_48, 0x504}, {"", 0x505}, {"/zero", 0},
+};
+
+// The table with its last `bytes` bytes taken off.
+blob cut(blob table, std::size_t bytes)
+{
+    table.resize(table.size() - bytes);
+    return table;
+}
+
+TEST(load_table, accepts_and_refuses)
+{
+    const active_table table(files);
+    const auto count = [](std::uint32_t records, std::size_t more) {
+        blob bytes(4 + more);
+        store(bytes.data(), le32(records));
+        return bytes;
+    };
+    const cfg_file empty_b = {0x501, {}, 0};
+    struct {
+        const char* name;
+        blob bytes;
+        std::optional<std::vector<std::string>> names; // none: refused
+    } const cases[] = {
+        {"no bytes", {}, {}},
+        {"3 bytes", blob(3), {}},
+        {"4 bytes, no records", count(0, 0), {{}}},
+        {"no records, bytes behind", count(0, 100), {{}}},
+        {"one record, no payload", make_cfg_table({empty_b}), {{"/b"}}},
+        {"the same less a byte", cut(make_cfg_table({empty_b}), 1), {}},
+        {"count past 32 bits of bytes", count(0x15555556, 12), {}}, // 12 * count is 8 in 32 bits
+        {"largest count", count(0xFFFFFFFF, 12), {}},
+        {"payload to the end", make_cfg_table({{0x501, {1, 2, 3}}}), {{"/b"}}},
+        {"one byte further", cut(make_cfg_table({{0x501, {1, 2, 3}}}), 1), {}},
+        {"offset near 32 bits", make_cfg_table({{0x501, {}, 1, 0xFFFFFFFF, low16(5)}}), {}},
+        {"offset far out without payload", make_cfg_table({{0x501, {}, 1, 0xFFFFFFFF}}), {{"/b"}}},
+        {"payload inside the records", make_cfg_table({{0x501, {}, 1, 0, low16(16)}}), {{"/b"}}},
+        {"one number twice", make_cfg_table({{0x501}, {0x501}}), {}},
+        {"two numbers of one name", make_cfg_table({{0x502}, {0x503}}), {}},
+        {"unknown number dropped", make_cfg_table({{0x999, {1}}, {0x501, {2}}, {0x999}}), {{"/b"}}},
+        {"unknown number, but its payload counts", cut(make_cfg_table({{0x501}, {0x999, {1}}}), 1), {}},
+        {"number 0, found again by name", make_cfg_table({{0, {1}}}), {{"/zero"}}},
+        {"name of 48 characters", make_cfg_table({{0x504}}), {{name_48}}},
+        {"maxSize isn't asked", make_cfg_table({{0x502, {1, 2}}}), {{"/a"}}},
+        {"65,523 bytes", make_cfg_table({{0x501, payload(65523)}}), {{"/b"}}},
+        {"65,524 bytes", make_cfg_table({{0x501, payload(65524)}}), {}},
+        {"65,535 bytes", make_cfg_table({{0x501, payload(65535)}}), {}},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        const blob bytes(row.bytes.begin(), row.bytes.end()); // exactly as long, for the sanitizers
+        void* variable = nullptr;
+        const blob any(1);
+        const auto st =
+            createHandleFromStructure(&variable, bytes.empty() ? any.data() : bytes.data(), low32(bytes.size()));
+        EXPECT_EQ(row.names ? fcs_status::ok : fcs_status::refused, st);
+        EXPECT_EQ(row.names.has_value(), variable != nullptr);
+        fcs tree;
+        EXPECT_EQ(row.names.has_value(), loadDataFromFcsBuffer(tree.handle, bytes.data(), low32(bytes.size())));
+        if (row.names) {
+            EXPECT_EQ(*row.names, tree.names());
+        }
+        if (variable) closeHandle(&variable);
+    }
+}
+
+TEST(load_table, null_pointers_leave_the_variable)
+{
+    void* variable = &variable;
+    const blob table(4);
+    EXPECT_EQ(fcs_status::null_pointer, createHandleFromStructure(nullptr, table.data(), 4));
+    EXPECT_EQ(fcs_status::null_pointer, createHandleFromStructure(&variable, nullptr, 4));
+    EXPECT_EQ(&variable, variable);
+    EXPECT_FALSE(loadDataFromFcsBuffer(nullptr, nullptr, 4));
+    const active_table known(files);
+    EXPECT_FALSE(loadDataFromFcsBuffer(nullptr, make_cfg_table({{0x501}}).data(), 16));
+}
+
+// What was read before the failure stays; createHandleFromStructure never shows such a tree.
+TEST(load_table, stops_at_the_bad_record)
+{
+    const active_table table(files);
+    fcs tree;
+    const blob bytes = cut(make_cfg_table({{0x501, {1}}, {0x502, {2}}, {0x504, {3}}}), 2);
+    EXPECT_FALSE(loadDataFromFcsBuffer(tree.handle, bytes.data(), low32(bytes.size())));
+    EXPECT_EQ(std::vector<std::string>{"/b"}, tree.names());
+}
+
+TEST(load_table, without_a_file_table_gives_an_empty_tree)
+{
+    const active_table none({});
+    const blob bytes = make_cfg_table({{0x501, {1}}});
+    const fcs tree(bytes);
+    EXPECT_EQ(fcs_status::ok, tree.status);
+    EXPECT_EQ(blob(4), tree.table());
+}
+
+// Gaps, overlaps, shared payloads and bytes behind the last one are read; what is written is sorted and packed.
+TEST(load_table, writes_back_in_order_and_packed)
+{
+    const active_table table({{"/c", 1}, {"/b", 2}, {"/a", 3}, {"/0", 4}});
+    blob bytes =
+        make_cfg_table({{1, {}, 0xFFFE, 60, low16(4)}, {2, {}, 1, 60, low16(4)}, {3, {}, 0x8000, 62, low16(5)}, {4}});
+    bytes.resize(80);
+    for (std::size_t i = 52; i < 80; ++i) bytes[i] = low8(i);
+    const fcs tree(bytes);
+    ASSERT_EQ(fcs_status::ok, tree.status);
+    EXPECT_EQ(
+        make_cfg_table({{4}, {3, {62, 63, 64, 65, 66}, 0x8000}, {2, {60, 61, 62, 63}}, {1, {60, 61, 62, 63}, 0xFFFE}}),
+        tree.table());
+    // Until then the node's record is as it was read.
+    const fcs again(bytes);
+    EXPECT_EQ(62U, load<_cfg_file_entry_t>(again.image("/a").data()).offset);
+}
+
+TEST(load_table, at_any_address)
+{
+    const active_table table(files);
+    const blob bytes = make_cfg_table({{0x501, {1, 2, 3}}, {0x504, {4}}});
+    for (std::size_t shift = 0; shift < 4; ++shift) {
+        blob moved(shift);
+        moved.insert(moved.end(), bytes.begin(), bytes.end());
+        fcs tree;
+        ASSERT_TRUE(loadDataFromFcsBuffer(tree.handle, moved.data() + shift, low32(bytes.size())));
+        blob out(shift + bytes.size());
+        std::uint32_t length = low32(bytes.size());
+        ASSERT_EQ(0U, flush(tree.handle, out.data() + shift, &length));
+        const auto written = read_packed_table(blob(out.begin() + static_cast<std::ptrdiff_t>(shift), out.end()));
+        ASSERT_TRUE(written);
+        EXPECT_EQ((std::vector<cfg_file>{{0x501, {1, 2, 3}}, {0x504, {4}}}), *written);
+    }
+}
+
+} // namespace
+} // namespace yfs::test
