@@ -9,7 +9,11 @@ static owned_entry value_in_force(const FcsFileEntry& fallback, const FcsTable& 
 {
     owned_entry value(copyFileEntry(&fallback));
     if (const FcsFileEntry* const overriding = find_by_name(zon, fallback.name)) {
-        if (owned_entry copy{copyFileEntry(overriding)}) value = std::move(copy);
+        if (owned_entry copy{copyFileEntry(overriding)}) {
+            value = std::move(copy);
+        } else {
+            report(yfs_error_out_of_memory); // the default stands in: never without a word
+        }
     }
     return value;
 }
