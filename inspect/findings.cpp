@@ -135,6 +135,64 @@ constexpr finding_kind kinds[] = {
      "slots"},
     {id::data_record_odd, info, "data-record-odd", "page records with a value that is never written as such",
      "A cut in the middle of a record byte leaves this. No file names these pages.", "slots"},
+    {id::efs_image_size, fault, "efs-image-size", "the EFS image is shorter than its geometry",
+     "The table of files gives the numbers of block maps, logical blocks and spares; together they don't fit the "
+     "image, "
+     "or aren't ones that the format can carry. Check that image and table belong together.",
+     "bytes"},
+    {id::efs_file_place, fault, "efs-file-place", "the table places a file where nothing can be",
+     "Its first logical block doesn't exist, or its first chunk doesn't fit the block. The file can't be used.",
+     "offset"},
+    {id::efs_file_beyond, info, "efs-file-beyond", "the table lets a file grow behind the last logical block",
+     "Sizes up to there can be stored; a larger one is refused.", "largest size"},
+    {id::efs_file_above_spares, info, "efs-file-above-spares", "a file that can grow beyond what the spares can take",
+     "One write needs a spare for each block of the file. Sizes that need more are refused.", "spares needed"},
+    {id::efs_file_overlap, warning, "efs-file-overlap", "two files of the table share bytes",
+     "At their largest sizes one file lies over the other. Writing one can damage the other.", "other file"},
+    {id::bm_none, fault, "bm-none", "no block map is in force",
+     "No map block has a sound header for this geometry: the image was never formatted, was erased, or belongs "
+     "elsewhere. It doesn't mount.",
+     ""},
+    {id::bm_foreign, fault, "bm-foreign", "a block map for another geometry or layout",
+     "Its header is sound but names other counts than the table. The image doesn't mount.", ""},
+    {id::bm_unsound, info, "bm-unsound", "a block map whose header fails its checksum",
+     "A switch or an erase of the map that was cut leaves this. It is passed over, and erased before its next use.",
+     "bytes 0 to 3"},
+    {id::bm_marked, info, "bm-marked", "the marker stands over the header of the block map",
+     "The map is passed over at mount.", ""},
+    {id::bm_superseded, info, "bm-superseded", "an older block map that was not retired",
+     "Power went between the header of the newer map and the retiring of this one. The newer one counts.", "sequence"},
+    {id::bm_prepared, info, "bm-prepared", "a block map with entries and without a header",
+     "Power went in a switch before its commit. The map is erased before its next use.", ""},
+    {id::bm_same_sequence, warning, "bm-same-sequence", "two block maps with the same sequence number",
+     "The first one is used. Sequence numbers are given once.", "sequence"},
+    {id::bme_none, fault, "bme-none", "no entry of the block map in force is sound",
+     "The last entry fails its checksum, and there is none before it or it fails too. The image doesn't mount.",
+     "slot"},
+    {id::bme_torn, info, "bme-torn", "a commit that was cut: the last entry of the block map is torn",
+     "The entry before it holds, and the next commit goes to another map.", "slot"},
+    {id::bme_old_unsound, info, "bme-old-unsound", "an older entry of the block map fails its checksum",
+     "Only the last entry counts; nothing reads the older ones.", "slot"},
+    {id::bme_behind_end, warning, "bme-behind-end", "entries behind the end of the block map",
+     "The map ends at its first blank slot. What follows is never seen, and a later commit would be written over it.",
+     "slot"},
+    {id::bme_tables, fault, "bme-tables", "the entry in force names a data block twice, or one that doesn't exist",
+     "Each data block stands exactly once in the two tables. The image doesn't mount.", "slot"},
+    {id::block_header, fault, "block-header", "the header of a block in use fails its checksum",
+     "Its files still read if their chunks are sound, but no file of the image can be written.", ""},
+    {id::block_footer, fault, "block-footer", "a block in use fails the checksum of its data area",
+     "Files whose chunks are sound still read; none in this block can be written.", "stored CRC"},
+    {id::spare_header, info, "spare-header", "a spare without a sound header",
+     "Power went while it was erased. The next write erases it anew and gives it the mean of the other erase counts.",
+     ""},
+    {id::spare_headers, fault, "spare-headers", "a further spare without a sound header",
+     "One interrupted erase leaves one. With two of them no file of the image can be written.", ""},
+    {id::efs_erase_spread, info, "efs-erase-spread", "erase counts lie far apart",
+     "Wear levelling moves one block at each write while the difference is above the threshold.", "spread"},
+    {id::efs_chunk_crc, fault, "efs-chunk-crc", "a chunk of a file fails its checksum",
+     "The file can't be read from here on.", "chunk"},
+    {id::efs_file_size, fault, "efs-file-size", "a stored size that its file can't have",
+     "It is above the largest size in the table, or the file would run past the last logical block.", "size"},
 };
 static_assert(std::size(kinds) == static_cast<std::size_t>(finding_id::count));
 static_assert([] {
@@ -190,6 +248,8 @@ std::string describe(const finding& f)
     place("page", f.page);
     place("EU", f.eu);
     place("slot", f.slot);
+    place("BM", f.bm);
+    place("block", f.block);
     place("at", f.address, true);
     if (out.size() > start) out += ": ";
     out += kind.meaning;

@@ -64,6 +64,30 @@ enum class finding_id : std::uint8_t {
     data_slots_begun,
     data_slots_dead,
     data_record_odd,
+    efs_image_size,
+    efs_file_place,
+    efs_file_beyond,
+    efs_file_above_spares,
+    efs_file_overlap,
+    bm_none,
+    bm_foreign,
+    bm_unsound,
+    bm_marked,
+    bm_superseded,
+    bm_prepared,
+    bm_same_sequence,
+    bme_none,
+    bme_torn,
+    bme_old_unsound,
+    bme_behind_end,
+    bme_tables,
+    block_header,
+    block_footer,
+    spare_header,
+    spare_headers,
+    efs_erase_spread,
+    efs_chunk_crc,
+    efs_file_size,
     count // not a finding
 };
 
@@ -76,6 +100,8 @@ struct finding {
     std::uint32_t page = none;  // VA / 64
     std::uint32_t file = none;  // file number
     std::uint32_t chunk = none; // chunk id
+    std::uint32_t block = none; // EFS: physical data block
+    std::uint32_t bm = none;    // EFS: block map
     std::uint32_t value = none; // what was found; the table names it
 };
 
