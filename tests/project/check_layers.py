@@ -27,9 +27,12 @@ UMBRELLA = "yfs.h"
 # that no call goes with it is what the symbols prove.
 RECORDS_ONLY = {("ftl", "yfs/afs.h")}
 
-# What describes bytes and nothing else. inspect/ is a second reader, so it may share these and no code.
+# What describes bytes and nothing else. inspect/ is a second reader, so it may share these, the checksums and the
+# geometry that the file table gives, and no other code.
 LAYOUTS = {"ftl/eu_layout.h", "afs/volume_layout.h", "efs/layout.h", "cfgtable/layout.h", "vfs/ftbl_layout.h"}
-CHECKSUMS = {"crc8", "crc14", "crc16", "EFS_crc16", "EFS_crc32"}
+SHARED_NAMES = {"crc8", "crc14", "crc16", "EFS_crc16", "EFS_crc32", "EFS_files"} | {
+    "g_efs_" + name for name in ("bm_num", "valid_block_num", "non_valid_block_num", "files_num", "layout_id",
+                                 "wear_leveling_threshold")}
 
 STANDARD = set("""
     algorithm any array atomic barrier bit bitset cassert cctype cerrno cfenv cfloat charconv chrono cinttypes climits
@@ -122,15 +125,19 @@ def check_includes(root):
     return found, lines
 
 
-def symbols(path):
-    defined, wanted = set(), set()
-    for line in subprocess.run(["nm", path], check=True, capture_output=True, text=True).stdout.splitlines():
-        *_, kind, name = line.split()
-        if kind == "U":
-            wanted.add(name)
-        elif kind in "TDRBG":  # weak ones are inline functions, and every folder has its own copy
-            defined.add(name)
-    return defined, wanted
+def read_objects(listing):
+    """The objects of the listing as pairs of layer and (names that it defines, names that it wants)."""
+    pairs = [line.split(" ", 1) for line in pathlib.Path(listing).read_text().splitlines() if line]
+    names = {path: (set(), set()) for _, path in pairs}
+    table = subprocess.run(["nm", "-A", *names], check=True, capture_output=True, text=True).stdout
+    for line in table.splitlines():
+        path, rest = line.split(":", 1)
+        *_, kind, name = rest.split()
+        if kind in "TDRBG":  # weak ones are inline functions, and every folder has its own copy
+            names[path][0].add(name)
+        elif kind == "U":
+            names[path][1].add(name)
+    return [("dispatch" if "/dispatch." in path else layer, names[path]) for layer, path in pairs]
 
 
 def check_calls(objects):
@@ -144,17 +151,12 @@ def check_calls(objects):
                 continue
             calls += 1
             if layer == "inspect":
-                bad = name not in CHECKSUMS
+                bad = name not in SHARED_NAMES
             else:
                 bad = there in OUTSIDE or RANK[there] >= RANK[layer]
             if bad:
                 found.append(f"{layer} calls up to {there}: {name}")
     return found, calls
-
-
-def read_objects(listing):
-    pairs = [line.split(" ", 1) for line in pathlib.Path(listing).read_text().splitlines() if line]
-    return [("dispatch" if "/dispatch." in path else layer, symbols(path)) for layer, path in pairs]
 
 
 def self_test():
