@@ -71,7 +71,7 @@ void check_unit(picture& p, std::uint32_t i)
 
 void check_unowned(picture& p)
 {
-    const std::uint32_t fit = (p.volume_size - p.fat_size) / group_bytes;
+    std::uint32_t unused = 0, first = none;
     for (std::uint32_t group = 0; group < p.groups; ++group) {
         if (p.group_owner[group] != none) continue;
         bool used = false;
@@ -87,10 +87,10 @@ void check_unowned(picture& p)
                                       .value = group});
             used = true;
         }
-        if (!used)
-            p.findings.push_back(
-                {.id = group < fit ? finding_id::group_unowned : finding_id::group_beyond_flash, .value = group});
+        if (used) continue;
+        if (unused++ == 0) first = p.files + group * data_slots;
     }
+    if (unused != 0) p.findings.push_back({.id = finding_id::group_unowned, .chunk = first, .value = unused});
 }
 
 void count_space(picture& p)

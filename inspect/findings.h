@@ -38,7 +38,6 @@ enum class finding_id : std::uint8_t {
     group_two_owners,
     group_no_owner,
     group_unowned,
-    group_beyond_flash,
     log_record_range,
     log_slot_torn,
     log_behind_end,

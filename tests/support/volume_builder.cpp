@@ -315,7 +315,7 @@ void volume::lay_log(const eu_plan& plan, const picture& contents, std::uint8_t*
             store(at + log_frame_at(k), frame_of(data, slot.page, slot.wrong_crc));
         if (slot.state == state::committed) {
             at[log_commit_at(k)] = static_cast<std::uint8_t>(at[log_commit_at(k)] & log_commit_byte);
-            last_page = slot.page;
+            last_page = low16(chain_value(last_page) ^ record); // as it reads back
         }
         ++k;
     }
