@@ -38,7 +38,8 @@ void* __wrap_realloc(void* ptr, std::size_t size)
 }
 }
 
-void* operator new(std::size_t size)
+// Not inlined: the compiler would take the pair of malloc and free for a mistake.
+[[gnu::noinline]] void* operator new(std::size_t size)
 {
     void* const ptr = refuse() ? nullptr : __real_malloc(size);
     if (ptr == nullptr) throw std::bad_alloc();
@@ -48,11 +49,11 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept
 {
     return refuse() ? nullptr : __real_malloc(size);
 }
-void operator delete(void* ptr) noexcept
+[[gnu::noinline]] void operator delete(void* ptr) noexcept
 {
     std::free(ptr);
 }
-void operator delete(void* ptr, std::size_t) noexcept
+[[gnu::noinline]] void operator delete(void* ptr, std::size_t) noexcept
 {
     std::free(ptr);
 }
