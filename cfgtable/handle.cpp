@@ -6,7 +6,7 @@
 
 #include <new>
 
-using namespace yfs; // NOLINT(google-build-using-namespace): the exported names below are global
+using namespace yfs; // the exported names below are global
 using cfgtable::FcsHandle;
 using image_editor::File;
 using image_editor::IFile;

@@ -1,45 +1,94 @@
 // Reading a table into a tree. Everything in the table is held against its length first; the sums are made in 64 bits.
+// The files go into the tree in the order of their names, each behind the last one, whatever their order in the table.
 #include "cfgtable/cfgtable_internal.h"
 #include "vfs/vfs_internal.h"
 #include "yfs/status.h"
 
-using namespace yfs; // NOLINT(google-build-using-namespace): the exported name below is global
+#include <algorithm>
+
+using namespace yfs; // the exported name below is global
 
 namespace {
 
-// The record and its payload, back to back. False if the payload runs out of the table.
-bool cut_out(const char* table, std::uint32_t length, std::uint64_t index, std::vector<char>& image)
+struct table_bytes {
+    const char* bytes;
+    std::uint32_t length;
+
+    _cfg_file_entry_t record(std::uint32_t index) const
+    {
+        return load<_cfg_file_entry_t>(bytes + cfgtable::record_at(index));
+    }
+};
+
+// A file that the table holds and the file table knows.
+struct found_file {
+    std::string_view name;
+    std::uint32_t record;
+};
+
+// Without a payload the offset may be anything.
+bool payload_inside(const table_bytes& table, const _cfg_file_entry_t& record)
 {
-    const char* at = table + cfgtable::record_at(index);
-    const auto record = load<_cfg_file_entry_t>(at);
+    return record.size == 0 || std::uint64_t{record.offset} + record.size <= table.length;
+}
+
+// The files up to the first bad record; gives its number, or `count`. Records whose number is unknown are dropped. A
+// payload too large for a file image is bad: the image's length cut to 16 bits would be below that of its record.
+std::uint32_t find_files(const table_bytes& table, std::uint32_t count, std::vector<found_file>& files)
+{
+    const vfs::lookup_run file_table;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const _cfg_file_entry_t record = table.record(i);
+        if (!payload_inside(table, record)) return i;
+        const ftbl_file_entry_t* known = file_table.find_by_fileno(record.fileno);
+        if (!known) continue;
+        if (record.size > cfgtable::max_payload_bytes) return i;
+        files.push_back({vfs::table_name(known->name), i});
+    }
+    return count;
+}
+
+// Sorts by name. A record whose name an earlier one has is bad too: gives the first such number below `end`, or `end`.
+std::uint32_t sort_files(std::vector<found_file>& files, std::uint32_t end)
+{
+    std::ranges::sort(files, [](const found_file& a, const found_file& b) {
+        const int order = a.name.compare(b.name);
+        return order != 0 ? order < 0 : a.record < b.record;
+    });
+    for (std::size_t i = 1; i < files.size(); ++i)
+        if (files[i].name == files[i - 1].name) end = std::min(end, files[i].record);
+    return end;
+}
+
+bool add_file(void* handle, const table_bytes& table, const found_file& file, std::vector<char>& image)
+{
+    const char* at = table.bytes + cfgtable::record_at(file.record);
+    const _cfg_file_entry_t record = table.record(file.record);
     image.assign(at, at + cfgtable::record_bytes);
-    if (record.size == 0) return true; // the offset may be anything
-    if (std::uint64_t{record.offset} + record.size > length) return false;
-    const char* payload = table + record.offset;
-    image.insert(image.end(), payload, payload + record.size);
-    return true;
+    if (record.size != 0) {
+        const char* payload = table.bytes + record.offset;
+        image.insert(image.end(), payload, payload + record.size);
+    }
+    char name[YFS_FTBL_NAME_LENGTH + 1] = {}; // the field of the entry may lack a terminator
+    file.name.copy(name, YFS_FTBL_NAME_LENGTH);
+    return addNewFile(handle, "", name, image.data(), low16(image.size()), false) == fcs_status::ok;
 }
 
 } // namespace
 
-bool loadDataFromFcsBuffer(void* handle, const void* table, std::uint32_t length)
+bool loadDataFromFcsBuffer(void* handle, const void* buffer, std::uint32_t length)
 {
-    if (!table || length < cfgtable::records_at) return false;
-    const std::uint32_t count = load<le32>(table);
+    if (!buffer || length < cfgtable::records_at) return false;
+    const std::uint32_t count = load<le32>(buffer);
     if (length < cfgtable::payloads_at(count)) return false;
-    if (count == 0) return true;
 
-    const vfs::lookup_run file_table;
+    const table_bytes table{static_cast<const char*>(buffer), length};
+    std::vector<found_file> files;
+    const std::uint32_t bad = find_files(table, count, files);
+    const std::uint32_t end = sort_files(files, bad);
+
     std::vector<char> image;
-    for (std::uint32_t i = 0; i < count; ++i) {
-        if (!cut_out(static_cast<const char*>(table), length, i, image)) return false;
-        const ftbl_file_entry_t* known = file_table.find_by_fileno(load<_cfg_file_entry_t>(image.data()).fileno);
-        if (!known) continue;
-
-        char name[YFS_FTBL_NAME_LENGTH + 1] = {}; // the field of the entry may lack a terminator
-        std::memcpy(name, known->name, YFS_FTBL_NAME_LENGTH);
-        // An image too long for 16 bits comes out shorter than its record, and is refused.
-        if (addNewFile(handle, "", name, image.data(), low16(image.size()), false) != fcs_status::ok) return false;
-    }
-    return true;
+    for (const found_file& file : files)
+        if (file.record < end && !add_file(handle, table, file, image)) return false;
+    return end == count; // what came before a bad record stays
 }

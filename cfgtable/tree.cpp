@@ -19,9 +19,16 @@ std::string_view child_name(const node& child)
     return child ? name_of(*child) : std::string_view();
 }
 
+// Names mostly come in their order, each behind all that are there; that is seen at once.
+bool comes_last(const std::deque<node>& children, std::string_view name)
+{
+    return children.empty() || child_name(children.back()) < name;
+}
+
 // The first child of that name, or the end.
 std::deque<node>::iterator find_child(std::deque<node>& children, std::string_view name)
 {
+    if (comes_last(children, name)) return children.end();
     auto at = std::lower_bound(children.begin(), children.end(), name,
                                [](const node& child, std::string_view wanted) { return child_name(child) < wanted; });
     while (at != children.end() && !*at) ++at;
@@ -110,8 +117,10 @@ std::uint32_t Directory::getSize()
 bool Directory::addFile(std::string, std::shared_ptr<IFile> file)
 {
     if (!file) return false;
-    const auto at = std::upper_bound(children.begin(), children.end(), file,
-                                     [](const node& a, const node& b) { return child_name(a) < child_name(b); });
+    const auto at = comes_last(children, name_of(*file))
+                        ? children.end()
+                        : std::upper_bound(children.begin(), children.end(), file,
+                                           [](const node& a, const node& b) { return child_name(a) < child_name(b); });
     children.insert(at, std::move(file));
     return true;
 }

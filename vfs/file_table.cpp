@@ -95,7 +95,7 @@ const ftbl_file_entry_t* lookup_run::find_by_fileno(fileno_t fileno) const
 
 } // namespace yfs::vfs
 
-using namespace yfs; // NOLINT(google-build-using-namespace): the exported names below are global
+using namespace yfs; // the exported names below are global
 
 std::uint32_t load_file_table(const void* buffer, std::uint32_t sku, std::uint32_t length)
 {

@@ -55,6 +55,7 @@ TEST(load_table, accepts_and_refuses)
         {"maxSize isn't asked", make_cfg_table({{0x502, {1, 2}}}), {{"/a"}}},
         {"65,523 bytes", make_cfg_table({{0x501, payload(65523)}}), {{"/b"}}},
         {"65,524 bytes", make_cfg_table({{0x501, payload(65524)}}), {}},
+        {"65,524 bytes under an unknown number", make_cfg_table({{0x999, payload(65524)}, {0x501}}), {{"/b"}}},
         {"65,535 bytes", make_cfg_table({{0x501, payload(65535)}}), {}},
     };
     for (const auto& row : cases) {
@@ -104,6 +105,31 @@ TEST(load_table, without_a_file_table_gives_an_empty_tree)
     const fcs tree(bytes);
     EXPECT_EQ(fcs_status::ok, tree.status);
     EXPECT_EQ(blob(4), tree.table());
+}
+
+// Whatever comes first in the order of the records ends the reading, although the names come in another.
+TEST(load_table, keeps_what_comes_before_the_first_bad_record)
+{
+    const active_table table({{"/d", 1}, {"/c", 2}, {"/b", 3}, {"/a", 4}, {"/a", 5}, {"/c", 6}});
+    struct {
+        const char* name;
+        std::vector<cfg_file> records;
+        std::vector<std::string> names;
+    } const cases[] = {
+        {"a name twice", {{1}, {4}, {3}, {5}, {2}}, {"/a", "/b", "/d"}},
+        {"two names twice", {{2}, {4}, {6}, {1}, {5}}, {"/a", "/c"}},
+        {"three of one name", {{4}, {4}, {5}, {1}}, {"/a"}},
+        {"too large before a name twice", {{4}, {1, payload(65524)}, {5}, {2}}, {"/a"}},
+        {"a name twice before too large", {{4}, {2}, {5}, {1, payload(65524)}}, {"/a", "/c"}},
+        {"outside before all", {{1, {}, 1, 0xFFFFFFFF, low16(1)}, {4}, {4}}, {}},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        fcs tree;
+        const blob bytes = make_cfg_table(row.records);
+        EXPECT_FALSE(loadDataFromFcsBuffer(tree.handle, bytes.data(), low32(bytes.size())));
+        EXPECT_EQ(row.names, tree.names());
+    }
 }
 
 // Gaps, overlaps, shared payloads and bytes behind the last one are read; what is written is sorted and packed.
