@@ -236,7 +236,7 @@ TEST_F(EfsRead, OneChunkAtAnyPlace)
                                            yfs::low16(c.length)),
                   c.status);
         if (c.status == 0) {
-            EXPECT_EQ(std::memcmp(efs_ctx.page_buf + 4, c.payload.data(), c.payload.size()), 0);
+            EXPECT_TRUE(std::equal(c.payload.begin(), c.payload.end(), efs_ctx.page_buf + 4));
         }
     }
     ASSERT_EQ(EFS_read_and_verify_data_block_header_and_footer(4), 0U);
