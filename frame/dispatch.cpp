@@ -45,6 +45,12 @@ uint32_t fold_read(uint32_t status)
     return fold(status, {afs_status::ok, afs_status::not_found, afs_status::invalid});
 }
 
+uint32_t fold_write(uint32_t status)
+{
+    return fold(status, {afs_status::ok, afs_status::invalid, afs_status::too_large, afs_status::no_space,
+                         afs_status::let_through});
+}
+
 int32_t afs_number(uint32_t fileno)
 {
     return static_cast<int32_t>(fileno & index_mask);
@@ -124,11 +130,9 @@ uint32_t dfs_write(uint32_t fileno, uint32_t offset, uint32_t len, const void* b
 {
     switch (selector_of(fileno)) {
     case selector_afs:
-        return fold(afs_writefile(dfs_context, afs_number(fileno), offset, len, buf, flags),
-                    {afs_status::ok, afs_status::invalid, afs_status::too_large, afs_status::no_space,
-                     afs_status::let_through});
-    case selector_efs:
-        return afs_status::failed; // files on EFS can't be written yet
+        return fold_write(afs_writefile(dfs_context, afs_number(fileno), offset, len, buf, flags));
+    case selector_efs: // always the whole file, so no flags
+        return fold_write(EFS_write(fileno & index_mask, offset, len, static_cast<const uint8_t*>(buf)));
     default:
         return afs_status::invalid;
     }

@@ -26,7 +26,9 @@ YFS_API uint32_t dfs_getsize(uint32_t fileno, uint32_t* size);
 /* At most *len bytes from `offset` on; *len becomes the bytes delivered. 0 | 2 no such file | 22 | 5. */
 YFS_API uint32_t dfs_read(uint32_t fileno, uint32_t offset, uint32_t* len, void* buf);
 
-/* `len` bytes at `offset`; `flags` bit 0: the file ends behind them. 0 | 22 | 27 too large | 28 no space | 562 | 5. */
+/* `len` bytes at `offset`; `flags` bit 0: the file ends behind them. 0 | 22 | 27 too large | 28 no space | 562 | 5. A
+   file on EFS is replaced whole: `offset` must be 0, `flags` don't count, and what EFS refuses as too large becomes 5.
+ */
 YFS_API uint32_t dfs_write(uint32_t fileno, uint32_t offset, uint32_t len, const void* buf, uint32_t flags);
 
 /* AFS only; the number is handed down as it came, so one with any of bits 28 to 31 answers 22. 0 | 2 | 22 | 5. */
