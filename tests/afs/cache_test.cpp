@@ -1,0 +1,164 @@
+// The page cache over a flash layer of its own that tells what reaches it.
+#include "tests/afs/afs_bench.h"
+#include "yfs/status.h"
+
+#include <sstream>
+
+namespace yfs::test {
+namespace {
+
+std::string s_log;
+std::string s_broken; // "r5": page 5 can't be read; "w5": it can't be written
+std::uint8_t s_pages[256];
+
+std::uint32_t note(char what, std::uint32_t va)
+{
+    std::string call(1, what);
+    call += std::to_string(va / 64);
+    s_log += (s_log.empty() ? "" : " ") + call;
+    return call == s_broken ? 5 : 0;
+}
+std::uint32_t read_page(afs_context*, std::uint32_t va, std::uint32_t, void* buf, std::uint32_t)
+{
+    const std::uint32_t status = note('r', va);
+    if (status == 0) std::fill_n(static_cast<std::uint8_t*>(buf), 64, s_pages[va / 64]);
+    return status;
+}
+std::uint32_t write_page(afs_context*, std::uint32_t va, std::uint32_t, const void* buf, std::uint32_t)
+{
+    const std::uint32_t status = note('w', va);
+    if (status == 0) s_pages[va / 64] = *static_cast<const std::uint8_t*>(buf);
+    return status;
+}
+const afs_physical_handler s_handler{read_page, write_page, afs_physical_ftl_trim_page, nullptr, nullptr};
+
+// Runs words: a page number gets that page, "+n" gets and marks it written, "flush", "drop". A failure is noted as "!".
+std::string run(afs_context& ctx, const std::string& words, const std::string& broken = "")
+{
+    s_log.clear();
+    s_broken = broken;
+    std::istringstream in(words);
+    for (std::string word; in >> word;) {
+        std::uint32_t status = 0;
+        if (word == "flush")
+            status = cache_flush(&ctx);
+        else if (word == "drop")
+            cache_invalidate(&ctx);
+        else {
+            const auto page = static_cast<std::uint16_t>(std::stoul(word));
+            void* line = nullptr;
+            status = cache_ptr(&ctx, page, &line);
+            if (status == 0) {
+                EXPECT_EQ(*static_cast<std::uint8_t*>(line), s_pages[page]) << word << " of " << words;
+                if (word[0] == '+') cache_line_written(&ctx, static_cast<std::uint8_t*>(line) + 63);
+            }
+        }
+        if (status != 0) s_log += "!";
+    }
+    return s_log;
+}
+
+struct AfsCache : testing::Test {
+    afs_context ctx{};
+    void SetUp() override
+    {
+        for (unsigned i = 0; i < 256; ++i) s_pages[i] = static_cast<std::uint8_t>(i);
+        ctx.page_size = 64;
+        ctx.handler = &s_handler;
+    }
+    void TearDown() override { afs_free_context(&ctx); }
+};
+
+TEST_F(AfsCache, LeastRecentlyUsedGoesFirst)
+{
+    struct row {
+        const char* words;
+        const char* log;
+        const char* broken = "";
+    };
+    for (const row& r : {
+             row{"1 2 3 1 2 3", "r1 r2 r3"},
+             {"1 2 3 1 4 1 3 2", "r1 r2 r3 r4 r2"}, // 2 had to go, then 4
+             {"1 2 3 4 1", "r1 r2 r3 r4 r1"},
+             {"+1 2 3 4", "r1 r2 r3 w1 r4"}, // written before the new one is read
+             {"+1 +1 2 3 4 flush", "r1 r2 r3 w1 r4"},
+             {"+3 +1 +2 flush flush", "r3 r1 r2 w3 w1 w2"},
+             {"+3 +1 +2 3 flush", "r3 r1 r2 w1 w2 w3"}, // a look counts as use
+             {"+3 1 +2 drop flush 3", "r3 r1 r2 r3"},
+             {"+1 2 3 drop 4 5 6", "r1 r2 r3 r4 r5 r6"},            // a line that isn't valid is never written
+             {"+1 2 3 4 4 1 flush", "r1 r2 r3 w1! r4 w1!", "w1"},   // a line that can't be written keeps its page
+             {"1 2 3 9 9 9 1 2 3", "r1 r2 r3 r9! r9! r9!", "r9"},   // and so does one that can't be filled
+             {"+1 +2 +3 flush flush", "r1 r2 r3 w1 w2! w2!", "w2"}, // what wasn't written stays dirty
+         }) {
+        SetUp();
+        ASSERT_EQ(cache_init(&ctx, 64, 3), 0U);
+        EXPECT_EQ(run(ctx, r.words, r.broken), r.log) << r.words;
+        run(ctx, "drop");
+    }
+}
+
+TEST_F(AfsCache, LinksOfTheLines)
+{
+    ASSERT_EQ(cache_init(&ctx, 64, 3), 0U);
+    const auto links = [&] {
+        return std::vector{ctx.line_table[0].link, ctx.line_table[1].link, ctx.line_table[2].link};
+    };
+    using list = std::vector<std::uint16_t>;
+    EXPECT_EQ(links(), (list{1 << 2, 2 << 2, 0x3FFC}));
+    EXPECT_EQ(ctx.cache_head, 0);
+    run(ctx, "7"); // takes the last line
+    EXPECT_EQ(ctx.cache_head, 2);
+    EXPECT_EQ(ctx.line_table[2].page, 7);
+    EXPECT_EQ(links(), (list{1 << 2, 0x3FFC, 0 << 2 | 1}));
+    run(ctx, "+7 8");
+    EXPECT_EQ(links(), (list{0x3FFC, 2 << 2 | 1, 0 << 2 | 3}));
+    run(ctx, "drop");
+    EXPECT_EQ(links(), (list{0x3FFC, 2 << 2, 0 << 2 | 2}));
+}
+
+TEST_F(AfsCache, MadeAnew)
+{
+    struct row {
+        std::uint32_t page_size, lines, status;
+    };
+    ASSERT_EQ(afs_setcache(&ctx, 64, 2), 0U);
+    for (const row& r : {row{64, 1, 22}, row{64, 1001, 22}, row{63, 9, 22}, row{0, 9, 22}, row{100, 9, 22},
+                         row{65536, 9, 22}, row{64, 1000, 0}, row{65472, 2, 0}, row{64, 2, 0}}) {
+        const auto before = ctx.line_count;
+        EXPECT_EQ(afs_setcache(&ctx, r.page_size, r.lines), r.status) << r.page_size << " " << r.lines;
+        EXPECT_EQ(ctx.line_count, r.status == 0 ? r.lines : before);
+        EXPECT_EQ(ctx.page_size, r.status == 0 ? r.page_size : 64);
+    }
+    EXPECT_EQ(afs_setcache(nullptr, 64, 10), 22U);
+
+    EXPECT_EQ(run(ctx, "+1 +2"), "r1 r2");
+    s_log.clear();
+    EXPECT_EQ(afs_setcache(&ctx, 64, 4), 0U);
+    EXPECT_EQ(s_log, "w1 w2"); // flushed, and empty after that
+    EXPECT_EQ(run(ctx, "1 +2"), "r1 r2");
+    s_broken = "w2";
+    EXPECT_EQ(afs_setcache(&ctx, 64, 5), 5U);
+    EXPECT_EQ(ctx.line_count, 4);
+
+    const auto held = blocks_held();
+    s_broken.clear();
+    for (unsigned n = 1; n <= 2; ++n) {
+        fail_allocation(n);
+        EXPECT_EQ(afs_setcache(&ctx, 64, 5), 12U);
+        EXPECT_EQ(blocks_held(), held);
+        EXPECT_EQ(ctx.line_count, 4);
+        EXPECT_EQ(run(ctx, "1 2"), ""); // the old one is still there
+    }
+    fail_allocation(0);
+
+    cache_line_entry* table = std::exchange(ctx.line_table, nullptr);
+    void* line = nullptr;
+    EXPECT_EQ(cache_init(&ctx, 64, 5), 99U);
+    EXPECT_EQ(afs_setcache(&ctx, 64, 5), 99U);
+    EXPECT_EQ(cache_ptr(&ctx, 1, &line), 99U);
+    EXPECT_EQ(cache_flush(&ctx), 99U);
+    ctx.line_table = table;
+}
+
+} // namespace
+} // namespace yfs::test
