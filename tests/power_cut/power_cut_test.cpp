@@ -88,6 +88,7 @@ private:
     std::vector<chip_change> journal_;
     contents old_, new_;
     bool done_ = false;
+    std::uint64_t lost_ = 0;
 };
 
 // A real cut leaves the same bytes as the replay.
@@ -178,7 +179,8 @@ void cut_run::cut(const chip_change& change, std::uint32_t bytes_done, std::uint
     // What a cut leaves in the short writes (headers, records, commits) can show only when a unit is next reclaimed.
     const std::string trouble = judge(change.kind == chip_call::write && change.len <= ftl::header_write_bytes);
     if (trouble.empty()) return;
-    if (++the_tally().lost > 10) return;
+    ++lost_;
+    if (++the_tally().lost > 10) return; // enough texts
     ADD_FAILURE() << to_string(op_) << ", cut in the " << (change.kind == chip_call::erase ? "erase" : "write")
                   << " of " << change.len << " bytes at " << change.addr << " (EU " << change.addr / ftl::eu_size
                   << " + " << change.addr % ftl::eu_size << ") after " << bytes_done << " bytes, unfinished bits "
@@ -206,6 +208,7 @@ void cut_run::cut_everywhere()
     done_ = true;
     work_ = base_;
     EXPECT_EQ(judge(true), "") << "the whole operation";
+    EXPECT_EQ(lost_, 0U);
 }
 
 bool is_header(const chip_change& change)
