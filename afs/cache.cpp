@@ -80,6 +80,7 @@ std::uint16_t oldest_dirty_line(const afs_context& ctx)
 
 std::uint32_t cache_at(afs_context& ctx, std::uint32_t va, std::uint8_t*& byte)
 {
+    if (ctx.line_table == nullptr || ctx.page_size == 0) return afs_status::bad_state;
     void* line = nullptr;
     const std::uint32_t status = cache_ptr(&ctx, low16(va / ctx.page_size), &line);
     if (status == afs_status::ok) byte = static_cast<std::uint8_t*>(line) + (va & (ctx.page_size - 1U));

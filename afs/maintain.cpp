@@ -4,10 +4,10 @@
 
 namespace yfs::afs {
 
-// An open volume; a null or half-built context answers every maintenance call with 22 or false.
-static bool is_open(const afs_context* ctx)
+// A volume over an FTL that is open; a half-built context answers every maintenance call with 22 or false.
+static bool is_open(const afs_context& ctx)
 {
-    return ctx != nullptr && ctx->ftl != nullptr && ctx->handler != nullptr;
+    return ctx.ftl != nullptr && ctx.handler != nullptr;
 }
 
 static constexpr std::uint8_t partition_without_wipe = 2;
@@ -16,13 +16,14 @@ static constexpr std::uint8_t partition_without_wipe = 2;
 
 uint32_t afs_idle_reclaim(afs_context* ctx)
 {
-    if (!yfs::afs::is_open(ctx)) return afs_status::invalid;
-    return ctx->sub_partition == 0 ? afs_physical_ftl_idle_reclaim(ctx) : afs_status::ok;
+    if (ctx == nullptr) return afs_status::invalid;
+    if (ctx->sub_partition != 0) return afs_status::ok;
+    return yfs::afs::is_open(*ctx) ? afs_physical_ftl_idle_reclaim(ctx) : afs_status::invalid;
 }
 
 uint8_t afs_idle_reclaim_needed(afs_context* ctx)
 {
-    if (!yfs::afs::is_open(ctx) || ctx->sub_partition != 0) return 0;
+    if (ctx == nullptr || ctx->sub_partition != 0 || !yfs::afs::is_open(*ctx)) return 0;
     uint32_t hint = 0;
     uint32_t is_data = 0;
     return afs_physical_ftl_idle_reclaim_needed(ctx, &hint, &is_data);
@@ -30,15 +31,16 @@ uint8_t afs_idle_reclaim_needed(afs_context* ctx)
 
 uint32_t afs_force_full_reclaim(afs_context* ctx)
 {
-    if (!yfs::afs::is_open(ctx)) return afs_status::invalid;
+    if (ctx == nullptr || !yfs::afs::is_open(*ctx)) return afs_status::invalid;
     return ctx->handler->force_full_reclaim(ctx);
 }
 
 uint32_t afs_force_dirty_erase(afs_context* ctx)
 {
-    if (!yfs::afs::is_open(ctx)) return afs_status::invalid;
-    if (ctx->sub_partition == 0) return ctx->handler->force_dirty_erase(ctx);
-    return ctx->sub_partition == yfs::afs::partition_without_wipe ? afs_status::ok : afs_status::bad_state;
+    if (ctx == nullptr) return afs_status::invalid;
+    if (ctx->sub_partition == yfs::afs::partition_without_wipe) return afs_status::ok;
+    if (ctx->sub_partition != 0) return afs_status::bad_state;
+    return yfs::afs::is_open(*ctx) ? ctx->handler->force_dirty_erase(ctx) : afs_status::invalid;
 }
 
 uint8_t afs_get_idle_reclaim_enabled(afs_context* ctx)

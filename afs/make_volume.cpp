@@ -30,7 +30,7 @@ constexpr std::uint32_t max_eus = 255; // the counts of a mount are 8 bits wide
 
 bool plan_volume(std::uint32_t size, std::uint32_t files, volume_plan& plan)
 {
-    if (size < min_flash_size || size / ftl::eu_size > max_eus || files < min_files || files > max_files) return false;
+    if (size < min_flash_size || size > max_eus * ftl::eu_size || files < min_files || files > max_files) return false;
     const std::uint32_t eus = size / ftl::eu_size;
     plan = {eus, eus - 1 - eus / 12, files};
     while (plan.data_eus > 0 && !plan.log_has_room()) --plan.data_eus;

@@ -31,6 +31,11 @@ std::uint32_t prepare_context(opening& job)
 {
     afs_context& ctx = job.ctx;
     if (job.wants(flag_zero_context)) ctx = afs_context{};
+    // Of a volume opened before nothing may reach the new one, nor may half of it stay if this open fails.
+    cache_invalidate(&ctx);
+    lt_release(ctx.file_sizes);
+    lt_release(ctx.alloc_map);
+    ctx.files = 0;
     ctx.page_size = low16(job.page_size);
     ctx.handler = &afs_physical_spi_handler;
     ctx.image = job.image;
@@ -124,8 +129,6 @@ std::uint32_t header_word_of(const volume_header_t& header)
 std::uint32_t allocate_tables(opening& job)
 {
     afs_context& ctx = job.ctx;
-    lt_release(ctx.file_sizes);
-    lt_release(ctx.alloc_map);
     if (job.wants(flag_keep_sizes)) {
         auto sizes = lt_allocate<std::uint32_t>(ctx.files);
         if (!sizes) return afs_status::no_memory;
@@ -156,13 +159,11 @@ std::uint32_t walk_chain(afs_context& ctx, std::uint16_t head, std::uint32_t& si
     return afs_status::ok;
 }
 
-std::uint32_t scan_file(afs_context& ctx, std::uint16_t file)
+// Marks the chunks of one file and notes its size. `head` becomes what its entry holds; a zombie is left to the caller.
+std::uint32_t scan_file(afs_context& ctx, std::uint16_t file, std::uint16_t& head)
 {
-    std::uint16_t head = 0;
     if (const std::uint32_t status = afs_get_next_cid(&ctx, file, &head); status != afs_status::ok) return status;
-    if (head == no_file) return afs_status::ok;
-    // A zombie ends with the mount; its entry reaches flash with the next flush or eviction.
-    if (head == zombie) return write_fat_entry(ctx, file, no_file);
+    if (head == no_file || head == zombie) return afs_status::ok;
 
     std::uint32_t size = 0;
     if (head != empty_file) {
@@ -172,10 +173,32 @@ std::uint32_t scan_file(afs_context& ctx, std::uint16_t file)
     return afs_status::ok;
 }
 
+// Whether all files from `file` on are sound, and the flash agrees with them. Changes nothing that the mount doesn't
+// set anew.
+std::uint32_t check_rest(afs_context& ctx, std::uint32_t file)
+{
+    for (std::uint16_t head = 0; file < ctx.files; ++file) {
+        if (const std::uint32_t status = scan_file(ctx, low16(file), head); status != afs_status::ok) return status;
+    }
+    return ctx.no_alloc_map == 0 ? afs_physical_ftl_set_allocation_map(&ctx) : afs_status::ok;
+}
+
+// A zombie ends with the mount; its entry reaches flash with the next flush or eviction. An eviction can come while the
+// scan goes on, so before the first entry is cleared the rest is checked: a mount that fails changes no byte.
 std::uint32_t scan_files(afs_context& ctx)
 {
+    bool checked = false;
     for (std::uint32_t file = 0; file < ctx.files; ++file) {
-        if (const std::uint32_t status = scan_file(ctx, low16(file)); status != afs_status::ok) return status;
+        std::uint16_t head = 0;
+        if (const std::uint32_t status = scan_file(ctx, low16(file), head); status != afs_status::ok) return status;
+        if (head != zombie) continue;
+        if (!checked) {
+            if (const std::uint32_t status = check_rest(ctx, file + 1); status != afs_status::ok) return status;
+            checked = true;
+        }
+        if (const std::uint32_t status = write_fat_entry(ctx, low16(file), no_file); status != afs_status::ok) {
+            return status;
+        }
     }
     return afs_status::ok;
 }
@@ -217,7 +240,10 @@ std::uint32_t open_volume(opening& job)
     const bool has_tables = ctx.no_alloc_map == 0 || ctx.file_sizes != nullptr;
     if (status == afs_status::ok && has_tables) status = scan_files(ctx);
     if (status == afs_status::ok && ctx.no_alloc_map == 0 && ctx.sub_partition == 0) status = start_allocation(ctx);
-    if (status != afs_status::ok) return status;
+    if (status != afs_status::ok) {
+        lt_release(ctx.alloc_map); // by half a map a reclaim would take live pages for dead
+        return status;
+    }
 
     // Every check of the true geometry has passed: what a cut reclaim left undone is done now.
     if (!job.wants(flag_read_only)) status = ftl::finish_interrupted_reclaim(&ctx);

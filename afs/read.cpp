@@ -63,7 +63,8 @@ bool run_goes_on(const reading& job, const chunk_run& run)
 {
     const afs_context& ctx = job.ctx;
     if (job.at_last_chunk() || job.next != job.cid + 1) return false;
-    if (ctx.no_alloc_map == 0 && !chunk_in_use(ctx, chunk_index(ctx, job.next))) return false;
+    const auto counts = [&ctx](std::uint16_t cid) { return chunk_in_use(ctx, chunk_index(ctx, cid)); };
+    if (ctx.no_alloc_map == 0 && (!counts(run.first) || !counts(job.next))) return false;
     if (run.count * page_raw_bytes + job.fill > run_limit) return false;
     return job.delivered + run.count * chunk_bytes - run.skip < job.wanted;
 }

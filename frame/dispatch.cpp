@@ -80,7 +80,7 @@ uint32_t dfs_init(void* image, uint32_t size)
     if (!context) return afs_status::no_context;
     dfs_context = context.release();
 
-    dfs_context->staging = static_cast<uint8_t*>(LtAllocateMemory(staging_bytes));
+    dfs_context->staging = static_cast<uint8_t*>(LtAllocateZeroMemory(staging_bytes));
     uint32_t status = afs_status::no_memory;
     if (dfs_context->staging != nullptr) {
         status =
@@ -175,9 +175,10 @@ uint8_t dfs_get_idle_reclaim_enabled(void)
     return afs_get_idle_reclaim_enabled(dfs_context);
 }
 
-void dfs_set_idle_reclaim_enabled(void)
+uint32_t dfs_set_idle_reclaim_enabled(void)
 {
     afs_set_idle_reclaim_enabled(dfs_context);
+    return afs_status::ok;
 }
 
 uint32_t dfs_set_page_size(uint32_t page_size)

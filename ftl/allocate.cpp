@@ -22,7 +22,7 @@ static std::uint32_t open_next_group(afs_context& ctx)
 // `free` tells whether chunk `pos` can be handed out. 0 | 5.
 static std::uint32_t look_at_slot(const afs_context& ctx, std::uint32_t pos, bool& free)
 {
-    free = pos < ctx.chunks && !chunk_in_use(ctx, pos) && is_owned(ctx, pos / data_slots);
+    free = ctx.alloc_map != nullptr && pos < ctx.chunks && !chunk_in_use(ctx, pos) && is_owned(ctx, pos / data_slots);
     if (!free || ctx.ftl->alloc_check_flash == 0) return afs_status::ok;
 
     // A trimmed page has a clear bit and a record that isn't blank: it is dead until its EU is reclaimed.

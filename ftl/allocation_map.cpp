@@ -42,7 +42,7 @@ std::uint32_t count_slots(afs_context& ctx, std::uint32_t eu, open_group& newest
     if (entry.free != 0 && entry.seq > newest.seq) {
         newest.seq = entry.seq;
         ftl.alloc_next = first + first_free;
-        ftl.alloc_end = first + data_slots;
+        ftl.alloc_end = end_index(ctx, eu);
     }
     return afs_status::ok;
 }

@@ -7,6 +7,8 @@
 #include "yfs/ftl.h"
 #include "yfs/status.h"
 
+#include <algorithm>
+
 namespace yfs::ftl {
 
 inline constexpr std::uint32_t none = 0xFFFFFFFF;       // no EU, no cursor
@@ -41,6 +43,11 @@ inline bool is_fat_page(const afs_context& ctx, std::uint32_t va)
 {
     return va < ctx.fat_size;
 }
+// Pages that page_map can hold an entry for: all of the FAT area, unless its tables were made for a smaller one.
+inline std::uint32_t mapped_pages(const afs_context& ctx)
+{
+    return std::min(fat_pages(ctx), ctx.ftl->page_entries);
+}
 
 // One bit a chunk. The map has room for bits 0 to chunks; what lies beyond is never in use.
 inline bool chunk_in_use(const afs_context& ctx, std::uint32_t index)
@@ -56,6 +63,13 @@ inline bool is_data_eu(const ftl_context& ftl, std::uint32_t eu)
 inline std::uint32_t first_index(const afs_context& ctx, std::uint32_t eu)
 {
     return (ctx.ftl->eu_table[eu].base_page * page_bytes - ctx.fat_size) / page_bytes;
+}
+
+// The index behind an EU's last page that can be handed out: the last group may reach beyond the last chunk.
+inline std::uint32_t end_index(const afs_context& ctx, std::uint32_t eu)
+{
+    const std::uint32_t first = first_index(ctx, eu);
+    return std::max(first, std::min<std::uint32_t>(first + data_slots, ctx.chunks));
 }
 
 // Where a data page lives: its EU by the headers, its slot by arithmetic.

@@ -54,7 +54,7 @@ std::uint32_t ftl_process_pages(afs_context* ctx, std::uint32_t eu, std::uint32_
         }
         const std::uint16_t page = log_record(ftl.last_page, rec[i]);
         ftl.last_page = page;
-        if (page >= fat_pages(*ctx)) return afs_status::failed;
+        if (page >= mapped_pages(*ctx)) return afs_status::failed;
         map_page(ftl, page, eu, i);
         if (rec[j] == log_rec_end) {
             if (is_log_eu != 0) ftl.log_slot = j;

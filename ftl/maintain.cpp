@@ -50,6 +50,7 @@ uint32_t afs_physical_ftl_force_dirty_erase(struct afs_context* ctx)
 {
     using namespace yfs::ftl;
     if (ctx == nullptr || ctx->ftl == nullptr || ctx->ftl->eu_table == nullptr) return afs_status::invalid;
+    if (ctx->alloc_map == nullptr) return afs_status::invalid; // opened for reading only
     for (uint32_t eu = 0; eu < ctx->ftl->eu_count; ++eu) {
         if (!is_data_eu(*ctx->ftl, eu) && eu != ctx->ftl->spare_eu) continue;
         if (const uint32_t status = wipe_eu(*ctx, eu); status != afs_status::ok) return status;

@@ -72,6 +72,8 @@ std::uint32_t allocate_tables(afs_context& ctx, std::uint32_t eus)
     if (!ftl || !eu_table || !page_map) return afs_status::no_memory;
     ftl[0].eu_table = eu_table.release();
     ftl[0].page_map = page_map.release();
+    ftl[0].eu_entries = eus;
+    ftl[0].page_entries = fat_pages(ctx);
     ctx.ftl = ftl.release();
     return afs_status::ok;
 }
@@ -79,7 +81,7 @@ std::uint32_t allocate_tables(afs_context& ctx, std::uint32_t eus)
 void reset(afs_context& ctx, std::uint32_t eus, std::uint32_t data_eus)
 {
     ftl_context& ftl = *ctx.ftl;
-    std::fill_n(ftl.page_map, fat_pages(ctx), ftl_page_entry{not_mapped, not_mapped});
+    std::fill_n(ftl.page_map, mapped_pages(ctx), ftl_page_entry{not_mapped, not_mapped});
     std::fill_n(ftl.eu_table, eus, ftl_eu_entry{});
     ftl.seq = eus - 1;
     ftl.log_eu = none;
@@ -255,7 +257,7 @@ uint32_t afs_physical_ftl_init(struct afs_context* ctx, uint32_t flash_size, uin
     if ((flags & flag_allocate) != 0) {
         if (const uint32_t status = allocate_tables(*ctx, eus); status != afs_status::ok) return status;
     }
-    if (ctx->ftl == nullptr) return afs_status::invalid;
+    if (ctx->ftl == nullptr || eus > ctx->ftl->eu_entries) return afs_status::invalid;
     reset(*ctx, eus, data_eus);
     if ((flags & flag_attach) != 0) SpiFlashDrvInitialize(ctx->image);
     if (ctx->ftl->eu_count == 0) return afs_status::failed; // no EU, or 256, which the 8-bit count can't tell from none

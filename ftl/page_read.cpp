@@ -83,11 +83,12 @@ uint32_t afs_physical_ftl_read_page(struct afs_context* ctx, uint32_t va, uint32
     using namespace yfs::ftl;
     uint32_t at;
     if (is_fat_page(*ctx, va)) {
-        const ftl_page_entry entry = ctx->ftl->page_map[va / page_bytes];
-        if (entry.slot == not_mapped) {
+        const uint32_t fat_page = va / page_bytes;
+        if (fat_page >= mapped_pages(*ctx) || ctx->ftl->page_map[fat_page].slot == not_mapped) {
             std::memset(buf, 0, page_bytes);
             return afs_status::ok;
         }
+        const ftl_page_entry entry = ctx->ftl->page_map[fat_page];
         at = eu_at(*ctx, entry.eu) + log_frame_at(entry.slot);
     } else {
         const uint32_t index = index_of(*ctx, va);

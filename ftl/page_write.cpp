@@ -9,6 +9,7 @@ namespace yfs::ftl {
 static std::uint32_t write_log_page(afs_context& ctx, std::uint16_t page, const void* data)
 {
     ftl_context& ftl = *ctx.ftl;
+    if (page >= mapped_pages(ctx)) return afs_status::failed;
     if (ftl.log_slot == log_slots) {
         if (const std::uint32_t status = reclaim_eu_wrapper(&ctx, kind_log); status != afs_status::ok) return status;
     }
@@ -37,7 +38,8 @@ static std::uint32_t write_log_page(afs_context& ctx, std::uint16_t page, const 
 static std::uint32_t write_data_page(afs_context& ctx, std::uint32_t index, std::uint32_t page, const void* data)
 {
     ftl_context& ftl = *ctx.ftl;
-    if (index >= ctx.chunks || !is_owned(ctx, index / data_slots)) return afs_status::failed;
+    if (ctx.alloc_map == nullptr || index >= ctx.chunks || !is_owned(ctx, index / data_slots))
+        return afs_status::failed;
     const data_place place = find_data_page(ctx, index);
     const std::uint32_t eu = eu_at(ctx, place.eu);
     const std::uint32_t record_at = eu + data_record_at(place.slot);
@@ -54,8 +56,10 @@ static std::uint32_t write_data_page(afs_context& ctx, std::uint32_t index, std:
     return afs_status::ok;
 }
 
-static void trim_fat_page(ftl_context& ftl, std::uint32_t page)
+static void trim_fat_page(const afs_context& ctx, std::uint32_t page)
 {
+    ftl_context& ftl = *ctx.ftl;
+    if (page >= mapped_pages(ctx)) return;
     ftl_page_entry& entry = ftl.page_map[page];
     if (entry.eu == not_mapped || entry.slot == not_mapped) return;
     ++ftl.eu_table[entry.eu].dirty;
@@ -105,7 +109,7 @@ uint32_t afs_physical_ftl_trim_page(struct afs_context* ctx, uint32_t va, uint32
 {
     using namespace yfs::ftl;
     if (is_fat_page(*ctx, va)) {
-        trim_fat_page(*ctx->ftl, va / page_bytes);
+        trim_fat_page(*ctx, va / page_bytes);
     } else {
         trim_data_page(*ctx, (va - ctx->fat_size) / page_bytes);
     }

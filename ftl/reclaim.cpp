@@ -14,7 +14,7 @@ static void open_eu(afs_context& ctx, std::uint32_t eu)
     if (is_data_eu(ftl, eu)) {
         ftl.alloc_flush_asked = 0;
         ftl.alloc_next = first_index(ctx, eu);
-        ftl.alloc_end = ftl.alloc_next + data_slots;
+        ftl.alloc_end = end_index(ctx, eu);
     } else {
         ftl.log_eu = eu;
         ftl.log_slot = 0;
@@ -30,6 +30,10 @@ std::uint32_t reclaim_eu(afs_context* ctx, std::uint32_t eu, std::uint32_t mode)
         return afs_status::ok;
     }
     if (ctx->ftl->spare_eu >= ctx->ftl->eu_count) return afs_status::failed;
+    // Without the map nobody can tell which data pages are live: a volume opened for reading only stays as it is.
+    if (is_data_eu(*ctx->ftl, eu) && ctx->alloc_map == nullptr) return afs_status::invalid;
+    // A mount may reclaim before it has done what a cut reclaim left undone; two of them at once can't be told apart.
+    if (const std::uint32_t status = finish_interrupted_reclaim(ctx); status != afs_status::ok) return status;
     const auto work = lt_allocate<std::uint8_t>(std::size_t{2} * work_half);
     if (!work) return afs_status::no_memory;
     return is_data_eu(*ctx->ftl, eu) ? reclaim_data_eu(ctx, eu, work.get()) : reclaim_log_eu(ctx, eu, work.get());

@@ -16,13 +16,13 @@ std::uint32_t reclaim_data_eu(afs_context* ctx, std::uint32_t victim, std::uint8
     ftl.alloc_flush_asked = 0;
     if (!erase_eu(eu_at(*ctx, spare))) return afs_status::failed;
     to.dirty = data_slots;
-    to.free = data_slots;
+    to.free = low8(end_index(*ctx, victim) - first);
 
     // Without an open group the allocator goes on in this one.
     const bool track = ftl.alloc_next == ftl.alloc_end || ftl.alloc_next == none;
     if (track) {
         ftl.alloc_next = none;
-        ftl.alloc_end = first + data_slots;
+        ftl.alloc_end = end_index(*ctx, victim);
     }
 
     // Downwards, so that the cursor ends at the lowest free slot. `run` live pages begin behind `slot`.

@@ -48,7 +48,7 @@ void begin_new_log(log_move& move)
 void list_live_pages(log_move& move)
 {
     move.page_at_slot.fill(not_live);
-    for (std::uint32_t page = 0; page < fat_pages(move.ctx); ++page) {
+    for (std::uint32_t page = 0; page < mapped_pages(move.ctx); ++page) {
         const ftl_page_entry entry = move.ftl.page_map[page];
         if (entry.slot < log_slots && entry.eu == move.victim) move.page_at_slot[entry.slot] = low16(page);
     }

@@ -57,15 +57,16 @@ typedef struct afs_context {
     void* image;
 } afs_context;
 
-/* Opens a volume. ctx is zeroed (or flag 0x40 zeroes it; `staging` then has to be set by flag-less callers) or one that
-   afs_init filled before. page_size is 64 over the FTL; cache_lines 2 to 1000; files 65 to 2048, used only for a new
-   header; flash_size 0x8000 to 0x200000.
-   Flags: 0x1 keep file_sizes | 0x6 must be 0x4 | 0x8 read only, without alloc_map | 0x10 create a missing header |
-   0x20 mount the FTL here | 0x40 zero ctx | 0x80 read the first pages ahead | 0x100 treat the FTL mount as failed,
-   create a header | 0x20000 attach the medium | 0x40000 a failed FTL mount formats | 0x80000 the same, erasing first.
-   0 | 22 | 12 | 5: no mountable EUs, no header, a header that contradicts itself or the flash, a corrupt chain.
-   Writes nothing but a new header, if asked to, and the commit byte that a cut reclaim left missing. A failed call
-   leaves in ctx what was built so far; afs_free_context releases it. */
+/* Opens a volume. ctx is zeroed, but for `staging`, or one that afs_init filled before: nothing of a volume opened
+   before reaches the new one, unflushed lines are dropped. (Flag 0x40 zeroes ctx, `staging` included: it is set after
+   the call then, and what ctx owned is not released.) page_size is 64 over the FTL; cache_lines 2 to 1000; files 65 to
+   2048, used only for a new header; flash_size 0x8000 to 0x200000. Flags: 0x1 keep file_sizes | 0x6 must be 0x4 | 0x8
+   read only, without alloc_map | 0x10 create a missing header | 0x20 mount the FTL here | 0x40 zero ctx | 0x80 read the
+   first pages ahead | 0x100 treat the FTL mount as failed, create a header | 0x20000 attach the medium | 0x40000 a
+   failed FTL mount formats | 0x80000 the same, erasing first. 0 | 22 | 12 | 5: no mountable EUs, no header, a header
+   that contradicts itself or the flash, a corrupt chain. Writes nothing but a new header, if asked to, and the commit
+   byte that a cut reclaim left missing. A failed call leaves in ctx what was built so far; afs_free_context releases
+   it. */
 YFS_API uint32_t afs_init(afs_context* ctx, void* image, uint32_t page_size, uint32_t cache_lines, uint32_t files,
                           uint32_t flash_base, uint32_t flash_size, uint32_t flags, uint8_t header_byte4,
                           uint32_t header_field12);

@@ -41,7 +41,7 @@ YFS_API uint32_t dfs_force_dirty_erase(void);
 YFS_API uint32_t dfs_idle_reclaim(void);
 YFS_API uint8_t dfs_idle_reclaim_needed(void);
 YFS_API uint8_t dfs_get_idle_reclaim_enabled(void);
-YFS_API void dfs_set_idle_reclaim_enabled(void);
+YFS_API uint32_t dfs_set_idle_reclaim_enabled(void); /* always 0 */
 
 /* A cache of 8192 / page_size lines of page_size bytes. 0 | 22 page_size 0 or out of range | 12 | 5 | 99. */
 YFS_API uint32_t dfs_set_page_size(uint32_t page_size);

@@ -45,6 +45,8 @@ typedef struct ftl_context {
     uint8_t eu_count;          /* flash_size / 8192 */
     uint8_t log_eu_count;      /* eu_count - 1 - data EUs */
     uint8_t full_reclaim_next; /* place of the forced reclaim between its calls */
+    uint32_t eu_entries;       /* length of eu_table */
+    uint32_t page_entries;     /* length of page_map */
     uint8_t missing_commit;    /* 1: the mount took an EU as done whose commit byte still reads 0xFF on flash */
     uint8_t missing_commit_eu; /* that EU */
     uint8_t group_owner[256];  /* the EU last found to hold a group, for lookups; counts while eu_table agrees */
