@@ -32,7 +32,8 @@ std::uint32_t load_file_table_buffer()
 {
     const std::uint32_t status =
         load_file_table(s_fileTableBuffer.data(), s_yZonAfsSkuId, static_cast<std::uint32_t>(s_fileTableBuffer.size()));
-    if (!holds_active_table(s_formerFileTableBuffer)) s_formerFileTableBuffer = {};
+    // Swapped, not assigned: an empty list would leave the memory with the vector.
+    if (!holds_active_table(s_formerFileTableBuffer)) std::vector<std::uint8_t>().swap(s_formerFileTableBuffer);
     return status;
 }
 

@@ -104,6 +104,7 @@ TEST(Init, RefusesWhatItCannotUse)
         EXPECT_EQ(yeFcsIsInitialized(), bad.tables_stand);
         EXPECT_EQ(yeYfsIsInitialized(), 0);
         EXPECT_EQ(value_of(a), bad.tables_stand ? std::optional(blob{2, 3}) : std::nullopt);
+        EXPECT_EQ(built_table().has_value(), bad.tables_stand);
         EXPECT_EQ(yeYfsNvarTerm(1), bad.tables_stand);
         EXPECT_EQ(run.efs, blob(run.efs.size(), 0x5A));
     }

@@ -16,6 +16,7 @@ std::vector<nvar> files()
             {.path = bare, .velor = blob{}, .velor_flags = 0xFFFE},
             {.path = over, .velor = blob{1}, .zonc = blob{2}, .live = blob{3}, .attributes = 2, .zonc_flags = 0},
             {.path = tail, .velor = blob{1}, .live = blob(41, 6), .attributes = 1},
+            {.path = "/home//homeb", .velor = blob{7}, .live = blob{}},
             {.path = "/home/zonly", .zonc = blob{8}}};
 }
 
@@ -59,7 +60,7 @@ TEST(Nvar, GetsValuesByPathFromTheTableNamed)
         {a, FCS_CURRENT_VALUES, blob{2, 3}, true},
         {"a", FCS_CURRENT_VALUES, blob{2, 3}, true},
         {"/a", FCS_CURRENT_VALUES, {}, false, {says(38)}}, // "/home//a"
-        {"/homea", FCS_CURRENT_VALUES, {}, false, {says(38)}},
+        {"/homeb", FCS_CURRENT_VALUES, blob{7}, true},     // the whole prefix in front
         {"/home", FCS_CURRENT_VALUES, {}, false, {says(38)}},
         {"", FCS_CURRENT_VALUES, {}, false, {says(38)}},
         {"t/x", FCS_CURRENT_VALUES, blob{1}, true},

@@ -199,6 +199,9 @@ TEST_F(TableSet, NamesAreFoundWhileTheListGrowsAndAfterItMoved)
     other_ = table_;
     table_ = {};
     EXPECT_EQ(find_by_name(table_, name(0).c_str()), nullptr);
+    ASSERT_TRUE(open_empty_tree(table_));
+    add(table_, entry("/home/ab", 0x5AB, {}));
+    EXPECT_EQ(find_by_name(table_, name(0).c_str()), nullptr) << "another list begins";
     // Names are compared over 255 characters, and of two equal ones the first in the list counts.
     for (FcsFileEntry* e : {other_.tail->prev, other_.tail}) std::memset(e->name, 'x', sizeof e->name);
     EXPECT_EQ(find_by_name(other_, std::string(255, 'x').c_str()), other_.tail->prev);
