@@ -10,34 +10,33 @@ namespace {
 
 struct fault_row {
     fault which;
-    std::string_view id;
     exit_status status;
+    std::string_view id;
 };
 
 constexpr fault_row fault_table[] = {
-    {fault::usage, "usage", exit_status::usage},
-    {fault::set_missing, "set-missing", exit_status::usage},
-    {fault::set_invalid, "set-invalid", exit_status::usage},
-    {fault::file_unreadable, "file-unreadable", exit_status::failed},
-    {fault::table_damaged, "table-damaged", exit_status::damaged},
-    {fault::volume_damaged, "volume-damaged", exit_status::damaged},
-    {fault::volume_incomplete, "volume-incomplete", exit_status::damaged}, // a deployed volume without a value's file
-    {fault::efs_damaged, "efs-damaged", exit_status::damaged},
-    {fault::no_volume, "no-volume", exit_status::failed},         // the set has no image for that file
-    {fault::unknown_path, "unknown-path", exit_status::no},       // the file table has no such path
-    {fault::no_file, "no-file", exit_status::no},                 // the path is known, the image holds no such file
-    {fault::no_value, "no-value", exit_status::no},               // the path is known, no value of it is in force
-    {fault::volume_full, "volume-full", exit_status::failed},     //
-    {fault::too_large, "too-large", exit_status::failed},         //
-    {fault::empty_on_efs, "empty-on-efs", exit_status::failed},   //
-    {fault::efs_read_only, "efs-read-only", exit_status::failed}, //
-    {fault::not_modifiable, "not-modifiable", exit_status::failed},
-    {fault::unknown_records, "unknown-records", exit_status::failed}, // a rebuild would lose them
-    {fault::would_overwrite, "would-overwrite", exit_status::failed},
-    {fault::binary_to_terminal, "binary-to-terminal", exit_status::usage},
-    {fault::save_failed, "save-failed", exit_status::failed},
-    {fault::output_failed, "output-failed", exit_status::failed},
-    {fault::library, "library", exit_status::failed}, // an answer that no other id covers
+    {fault::usage, exit_status::usage, "usage"},
+    {fault::set_missing, exit_status::usage, "set-missing"},
+    {fault::set_invalid, exit_status::usage, "set-invalid"},
+    {fault::file_unreadable, exit_status::failed, "file-unreadable"},
+    {fault::table_damaged, exit_status::damaged, "table-damaged"},
+    {fault::volume_damaged, exit_status::damaged, "volume-damaged"},
+    {fault::volume_incomplete, exit_status::damaged, "volume-incomplete"}, // a deployed volume without a value's file
+    {fault::efs_damaged, exit_status::damaged, "efs-damaged"},
+    {fault::no_volume, exit_status::failed, "no-volume"},   // the set has no image for that file, or the image no place
+    {fault::unknown_path, exit_status::no, "unknown-path"}, // the file table has no such path
+    {fault::no_file, exit_status::no, "no-file"},           // the path is known, the image holds no such file
+    {fault::no_value, exit_status::no, "no-value"},         // the path is known, no value of it is in force
+    {fault::volume_full, exit_status::failed, "volume-full"},
+    {fault::too_large, exit_status::failed, "too-large"},
+    {fault::empty_on_efs, exit_status::failed, "empty-on-efs"},
+    {fault::not_modifiable, exit_status::failed, "not-modifiable"},
+    {fault::unknown_records, exit_status::failed, "unknown-records"}, // a rebuild would lose them
+    {fault::would_overwrite, exit_status::failed, "would-overwrite"},
+    {fault::binary_to_terminal, exit_status::usage, "binary-to-terminal"},
+    {fault::save_failed, exit_status::failed, "save-failed"},
+    {fault::output_failed, exit_status::failed, "output-failed"},
+    {fault::library, exit_status::failed, "library"}, // an answer that no other id covers
 };
 
 constexpr bool in_order()

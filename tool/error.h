@@ -2,7 +2,6 @@
 // ids and their exit statuses stand in one table, in error.cpp; scripts rely on both.
 #pragma once
 
-#include <cstdint>
 #include <exception>
 #include <string>
 #include <string_view>
@@ -17,7 +16,7 @@ enum class exit_status : int {
     usage = 16,
 };
 
-enum class fault : std::uint8_t {
+enum class fault {
     usage,
     set_missing,
     set_invalid,
@@ -33,7 +32,6 @@ enum class fault : std::uint8_t {
     volume_full,
     too_large,
     empty_on_efs,
-    efs_read_only,
     not_modifiable,
     unknown_records,
     would_overwrite,

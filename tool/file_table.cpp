@@ -113,6 +113,7 @@ file_table::file_table(const set_file& set, const bytes& ftbl) : origin_(set.loc
         const ftbl_file_entry_t& entry = g_table_buf[i];
         file_row row;
         row.path = name_of(entry);
+        by_fileno_.emplace(entry.fileno, row.path);
         if (get_file_entry_by_file_name(row.path.c_str()) != &entry) continue; // an earlier one has this name
         pathToFileNumber(row.path.c_str(), &row.number);
         row.fileno = entry.fileno;
@@ -123,16 +124,13 @@ file_table::file_table(const set_file& set, const bytes& ftbl) : origin_(set.loc
         rows_.push_back(std::move(row));
     }
     std::sort(rows_.begin(), rows_.end(), [](const file_row& a, const file_row& b) { return a.path < b.path; });
-    for (std::size_t i = 0; i < rows_.size(); ++i) {
-        by_path_.emplace(rows_[i].path, i);
-        by_fileno_.emplace(rows_[i].fileno, i);
-    }
+    for (std::size_t i = 0; i < rows_.size(); ++i) by_path_.emplace(rows_[i].path, i);
 }
 
 const file_row* file_table::by_fileno(std::uint32_t fileno) const
 {
     const auto found = by_fileno_.find(fileno);
-    return found == by_fileno_.end() ? nullptr : &rows_[found->second];
+    return found == by_fileno_.end() ? nullptr : &rows_[by_path_.at(found->second)];
 }
 
 const file_row* file_table::find(std::string_view path) const

@@ -45,7 +45,7 @@ public:
 
     const std::vector<file_row>& rows() const { return rows_; } // in order of their paths
     const std::vector<std::uint32_t>& skus() const { return skus_; }
-    bool knows(std::uint32_t fileno) const { return by_fileno_.contains(fileno); }
+    // The row that a record of a cfg table is read as; null if the table drops such a record.
     const file_row* by_fileno(std::uint32_t fileno) const;
 
     // The row of a path given with or without "/home/". A path of 49 characters or more has none: names end at 48, and
@@ -58,8 +58,8 @@ private:
     std::vector<file_row> rows_;
     std::vector<std::uint32_t> skus_;
     std::unordered_map<std::string, std::size_t> by_path_;
-    std::unordered_map<std::uint32_t, std::size_t> by_fileno_;
-    std::string origin_; // for messages
+    std::unordered_map<std::uint32_t, std::string> by_fileno_; // the first entry of a number counts, as for the library
+    std::string origin_;                                       // for messages
 };
 
 } // namespace yfs::tool

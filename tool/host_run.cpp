@@ -116,6 +116,13 @@ void explain_take_over(session& set)
     }
 }
 
+// A start that is given nothing ends the run before it, if there is one, and begins none.
+void release_run()
+{
+    const YZonInitParams nothing{};
+    yeYfsYzonInit(&nothing, nullptr);
+}
+
 [[noreturn]] void explain_start(session& set)
 {
     const std::string text = all_reports();
@@ -138,16 +145,8 @@ void explain_take_over(session& set)
                       fmt::format("the values don't fit into {}; {}", set.yfs->name(), nothing_saved),
                       "'yfs info' tells how full it is; remove files that are no longer needed with 'yfs rm'");
     }
-    std::string hint;
-    for (const cfg_record& record : read_cfg_records(set.velor.now, set.velor.name())) {
-        const file_row* row = set.table.by_fileno(record.fileno);
-        if (!hint.empty() || !record.available || row == nullptr || row->where != file_system::efs) continue;
-        hint =
-            fmt::format("a deployed volume takes all values at once, and {} lies on EFS, which can only be read so far",
-                        printable(row->path));
-    }
-    throw failure(hint.empty() ? fault::library : fault::efs_read_only,
-                  fmt::format("the values can't be written back, {}; {}", nothing_saved, all_reports()), hint);
+    throw failure(fault::library,
+                  fmt::format("the values can't be written back, {}; {}", nothing_saved, all_reports()));
 }
 
 } // namespace
@@ -167,7 +166,14 @@ host_run::host_run(session& set) : set_(set)
         const quiet_output quiet;
         return yeYfsYzonInit(&params, take_report) != 0;
     }();
-    if (!started) explain_start(set);
+    if (started) return;
+    release_run();
+    explain_start(set);
+}
+
+host_run::~host_run()
+{
+    release_run();
 }
 
 std::optional<value_in_force> host_run::get(const file_row& row) const

@@ -26,8 +26,8 @@ public:
     explicit host_run(session& set);
     host_run(const host_run&) = delete;
     host_run& operator=(const host_run&) = delete;
-    // A run that only reads isn't ended: its end would rebuild and write back, into copies that nobody looks at.
-    ~host_run() = default;
+    // Lets go of a run that wasn't finished: nothing is rebuilt, nothing written.
+    ~host_run();
 
     // Nothing if no value of that file is in force.
     std::optional<value_in_force> get(const file_row& row) const;

@@ -57,6 +57,23 @@ struct to_library {
 
 } // namespace
 
+json::json() = default;
+json::json(const json& other) = default;
+json::json(json&& other) noexcept = default;
+json& json::operator=(const json& other) = default;
+json& json::operator=(json&& other) noexcept = default;
+json::~json() = default;
+
+json::json(bool value) : value_(value) {}
+json::json(std::uint32_t value) : value_(std::uint64_t{value}) {}
+json::json(std::uint64_t value) : value_(value) {}
+json::json(double value) : value_(value) {}
+json::json(const char* value) : value_(std::string(value)) {}
+json::json(std::string value) : value_(std::move(value)) {}
+json::json(std::string_view value) : value_(std::string(value)) {}
+json::json(array value) : value_(std::move(value)) {}
+json::json(object value) : value_(std::move(value)) {}
+
 json json::parse(std::string_view text)
 {
     try {

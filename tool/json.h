@@ -23,16 +23,23 @@ public:
     using member = std::pair<std::string, json>;
     using object = std::vector<member>;
 
-    json() = default;
-    json(bool value) : value_(value) {}                          // NOLINT(google-explicit-constructor)
-    json(std::uint32_t value) : value_(std::uint64_t{value}) {}  // NOLINT(google-explicit-constructor)
-    json(std::uint64_t value) : value_(value) {}                 // NOLINT(google-explicit-constructor)
-    json(double value) : value_(value) {}                        // NOLINT(google-explicit-constructor)
-    json(std::string value) : value_(std::move(value)) {}        // NOLINT(google-explicit-constructor)
-    json(const char* value) : value_(std::string(value)) {}      // NOLINT(google-explicit-constructor)
-    json(std::string_view value) : value_(std::string(value)) {} // NOLINT(google-explicit-constructor)
-    json(array value) : value_(std::move(value)) {}              // NOLINT(google-explicit-constructor)
-    json(object value) : value_(std::move(value)) {}             // NOLINT(google-explicit-constructor)
+    json();
+    json(const json& other);
+    json(json&& other) noexcept;
+    json& operator=(const json& other);
+    json& operator=(json&& other) noexcept;
+    ~json();
+
+    // Conversions, so that a document reads as what it holds.
+    json(bool value);
+    json(std::uint32_t value);
+    json(std::uint64_t value);
+    json(double value);
+    json(const char* value);
+    json(std::string value);
+    json(std::string_view value);
+    json(array value);
+    json(object value);
 
     static json parse(std::string_view text);
     std::string dump() const; // two spaces a level, a line feed at the end

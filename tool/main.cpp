@@ -7,6 +7,8 @@
 
 #include <csignal>
 #include <exception>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -168,10 +170,20 @@ exit_status run(int argc, char** argv)
     return chosen(given);
 }
 
+// A caller may have closed any of the three standard descriptors. Left closed, the next file opened would take its
+// number, and what is printed would go there.
+void hold_standard_descriptors()
+{
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        if (::fcntl(fd, F_GETFD) < 0) ::open("/dev/null", O_RDONLY); // for reading: a write to it is still told
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
+    hold_standard_descriptors();
     std::signal(SIGPIPE, SIG_IGN); // a reader that goes away ends the tool quietly, and not in the middle of a save
     exit_status status = exit_status::done;
     try {

@@ -20,7 +20,7 @@ fs::path find_set_file(const std::string& named)
 {
     std::error_code ignored;
     const fs::path given = named.empty() ? fs::path(set_file_name) : fs::path(named);
-    const fs::path path = fs::is_directory(given, ignored) ? given / set_file_name : given;
+    fs::path path = fs::is_directory(given, ignored) ? given / set_file_name : given;
     if (fs::exists(path, ignored)) return path;
     if (named.empty()) {
         throw failure(fault::set_missing, fmt::format("no {} in {}", set_file_name, fs::current_path().string()),

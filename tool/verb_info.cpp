@@ -85,7 +85,8 @@ void add_records(part& out, const file_table& table, const std::vector<cfg_recor
         return static_cast<std::uint64_t>(std::count_if(records.begin(), records.end(), test));
     };
     const std::uint64_t available = count_if([](const cfg_record& record) { return record.available; });
-    const std::uint64_t unknown = count_if([&](const cfg_record& record) { return !table.knows(record.fileno); });
+    const std::uint64_t unknown =
+        count_if([&](const cfg_record& record) { return table.by_fileno(record.fileno) == nullptr; });
     out.add("records", std::uint64_t{records.size()});
     out.add("available", available);
     out.add("unknown", unknown);
@@ -158,7 +159,7 @@ exit_status info(const options& given)
     const bool with_afs = yfs.attempt([&] { images.mount_afs(); });
     const bool with_efs = efs.attempt([&] { images.mount_efs(); });
     const std::vector<stored_file> files = images.files();
-    if (with_afs) add_volume(yfs, images, files_on(files, file_system::afs));
+    if (with_afs) yfs.attempt([&] { add_volume(yfs, images, files_on(files, file_system::afs)); });
     if (with_efs) add_efs(efs, files_on(files, file_system::efs));
 
     exit_status status = exit_status::done;

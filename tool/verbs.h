@@ -14,8 +14,8 @@ struct options {
     std::string source = "-";  // put: the file with the contents
     std::string value;         // nvar set: FILE, utf8:TEXT or hex:BYTES
     std::string folder;        // sample
-    bool json = false;         //
-    bool long_list = false;    //
+    bool json = false;         // one document instead of text
+    bool long_list = false;    // ls -l
     bool force = false;        // binary data to a terminal
     bool drop_unknown = false; // nvar set: a rebuild may lose records
 };

@@ -58,6 +58,11 @@ bytes parse_value(const std::string& text)
 
 void check_size(const file_row& row, std::size_t size)
 {
+    const auto on_efs = row.where == file_system::efs ? largest_on_efs(row) : std::nullopt;
+    if (on_efs && size > *on_efs) {
+        throw failure(fault::too_large, fmt::format("can't set {}: {}, and EFS, where it is stored, takes {} at most",
+                                                    printable(row.path), bytes_text(size), *on_efs));
+    }
     if (size > row.limit || size > largest_value) {
         throw failure(fault::too_large,
                       fmt::format("can't set {}: {}, and its limit is {}", printable(row.path), bytes_text(size),
@@ -76,7 +81,8 @@ void check_size(const file_row& row, std::size_t size)
 std::string name_list(const std::vector<std::string>& names)
 {
     constexpr std::size_t shown = 5;
-    std::string text = fmt::format("{}", fmt::join(names.begin(), names.begin() + std::min(names.size(), shown), ", "));
+    std::string text;
+    for (std::size_t i = 0; i < std::min(names.size(), shown); ++i) text += (i == 0 ? "" : ", ") + names[i];
     if (names.size() > shown) text += fmt::format(" and {} more", names.size() - shown);
     return text;
 }
@@ -104,8 +110,10 @@ void check_losses(const session& set, const host_run& run, bool drop_unknown)
     }
     if (!unknown.empty()) note(fmt::format("dropped from zonc.cfg: fileno {}", name_list(unknown)));
     if (!without_effect.empty()) {
-        note(fmt::format("warning: not in the new zonc.cfg, since no value of them is in force: {}",
-                         name_list(without_effect)));
+        note(fmt::format(
+            "warning: not in the new zonc.cfg, since no value of them is in force (a default of {} can come "
+            "back): {}",
+            set.set.velor, name_list(without_effect)));
     }
 }
 

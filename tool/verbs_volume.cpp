@@ -1,4 +1,4 @@
-// The verbs about the files of the images: ls, cat, put, rm. All but the writing ones read EFS as well as AFS.
+// The verbs about the files of the images: ls, cat, put, rm.
 #include "tool/output.h"
 #include "tool/tables.h"
 #include "tool/verbs.h"
@@ -39,15 +39,6 @@ std::string to_lines(const std::vector<stored_file>& files)
     return table.text();
 }
 
-// Images are edited through AFS alone.
-void need_afs(const file_row& row, std::string_view verb)
-{
-    if (row.where != file_system::efs) return;
-    throw failure(fault::efs_read_only,
-                  fmt::format("can't {} {}: it is stored on EFS ({}), where files can only be read so far", verb,
-                              printable(row.path), row.place()));
-}
-
 // The bytes that a stored file may take: its value, and the tail of those that carry one.
 void check_limit(const file_row& row, std::size_t size)
 {
@@ -59,22 +50,23 @@ void check_limit(const file_row& row, std::size_t size)
 }
 
 // A deployed volume has to hold every value that velor.cfg lists as available, or no host can take the values over.
-void warn_if_a_value_needs(const session& set, const file_row& row)
+void warn_if_a_value_needs(const session& set, const volume& images, const file_row& row)
 {
-    if ((row.attributes & attribute_unread) != 0) return;
+    if (!images.deployed() || (row.attributes & attribute_unread) != 0) return;
     for (const cfg_record& record : read_cfg_records(set.velor.now, set.velor.name())) {
         if (!record.available || record.fileno != row.fileno) continue;
-        note(fmt::format("warning: {} lists {} as available: while the volume is deployed, no values can be read "
-                         "without that file",
-                         set.set.velor, printable(row.path)));
+        note(fmt::format(
+            "warning: {} lists {} as available: no values can be read without that file while the volume is "
+            "deployed",
+            set.velor.name(), printable(row.path)));
         return;
     }
 }
 
-void save_image(session& set, const std::string& what)
+void save_image(const working_copy& image, const std::string& what)
 {
     save_list changed;
-    changed.add(set.yfs->path, set.yfs->now);
+    changed.add(image.path, image.now);
     changed.commit();
     note(fmt::format("{}; saved {}", what, changed.names()));
 }
@@ -122,12 +114,11 @@ exit_status put(const options& given)
 {
     session set(given.set);
     const file_row row = set.table.resolve(given.path);
-    need_afs(row, "put");
     const bytes contents = read_file(given.source);
     check_limit(row, contents.size());
 
     volume images(set);
-    images.mount_afs();
+    images.mount(row.where);
     const auto old_size = images.size_of(row);
     if (old_size && images.read(row) == contents) {
         note(fmt::format("{} holds these {} already; nothing changed", printable(row.path),
@@ -139,8 +130,9 @@ exit_status put(const options& given)
         note(fmt::format("warning: {} ends with a tail of {} bytes behind its value; {} can't hold it",
                          printable(row.path), row.tail(), bytes_text(contents.size())));
     }
-    save_image(set, fmt::format("{}: {} -> {}", printable(row.path), old_size ? fmt::format("{}", *old_size) : "new",
-                                bytes_text(contents.size())));
+    save_image(images.image_of(row),
+               fmt::format("{}: {} -> {}", printable(row.path), old_size ? fmt::format("{}", *old_size) : "new",
+                           bytes_text(contents.size())));
     return exit_status::done;
 }
 
@@ -148,14 +140,13 @@ exit_status remove(const options& given)
 {
     session set(given.set);
     const file_row row = set.table.resolve(given.path);
-    need_afs(row, "remove");
     volume images(set);
-    images.mount_afs();
+    images.mount(row.where);
     const auto size = images.size_of(row);
     if (!size) images.refuse_absent(row);
     images.remove(row);
-    warn_if_a_value_needs(set, row);
-    save_image(set, fmt::format("{}: removed, {}", printable(row.path), bytes_text(*size)));
+    warn_if_a_value_needs(set, images, row);
+    save_image(images.image_of(row), fmt::format("{}: removed, {}", printable(row.path), bytes_text(*size)));
     return exit_status::done;
 }
 

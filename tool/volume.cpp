@@ -20,12 +20,36 @@ constexpr std::uint32_t chunk_bytes = 64;
 constexpr std::uint32_t ends_behind = 1; // flag of dfs_write: the file ends behind the new bytes
 constexpr std::uint32_t largest_stored = 0x40000;
 
+static_assert(afs_status::not_found == efs_status::not_found && afs_status::invalid == efs_status::invalid);
+
+fault damage_of(file_system where)
+{
+    return where == file_system::efs ? fault::efs_damaged : fault::volume_damaged;
+}
+
 std::uint32_t chunks_for(std::size_t size)
 {
     return static_cast<std::uint32_t>((size + chunk_bytes - 1) / chunk_bytes);
 }
 
+[[noreturn]] void refuse_size(const file_row& row, std::size_t size, std::uint32_t most)
+{
+    throw failure(fault::too_large, fmt::format("can't put {}: {}, and {} takes {} at most", printable(row.path),
+                                                bytes_text(size), row.where == file_system::efs ? "EFS" : "AFS", most));
+}
+
 } // namespace
+
+std::optional<std::uint32_t> largest_on_efs(const file_row& row)
+{
+    if (EFS_files == nullptr || row.index >= g_efs_files_num || (EFS_files[row.index].flags & 1U) == 0) return {};
+    // A write asks for (size + 4075 + offset) / 4072 spare blocks, all at once.
+    constexpr std::int64_t room = 4072;
+    const efs_file_t& entry = EFS_files[row.index];
+    const std::int64_t spares = room * g_efs_non_valid_block_num - 4 - entry.offset;
+    constexpr std::uint16_t longest = 0xFFFE; // the next length means that there is no file
+    return static_cast<std::uint32_t>(std::clamp<std::int64_t>(spares, 0, std::min(entry.max_size, longest)));
+}
 
 void volume::mount_afs()
 {
@@ -77,9 +101,9 @@ void volume::mount(file_system where)
     if (where == file_system::efs) mount_efs();
 }
 
-const std::string& volume::image_of(const file_row& row) const
+const working_copy& volume::image_of(const file_row& row) const
 {
-    return row.where == file_system::efs ? *set_.set.efs : *set_.set.yfs;
+    return row.where == file_system::efs ? *set_.efs : *set_.yfs;
 }
 
 void volume::need(const file_row& row) const
@@ -124,20 +148,22 @@ std::vector<stored_file> volume::files() const
     return files;
 }
 
+// Files on EFS are asked for directly: dispatch knows of no file at all while no AFS volume is mounted.
 std::optional<std::uint32_t> volume::size_of(const file_row& row) const
 {
     need(row);
+    const bool on_efs = row.where == file_system::efs;
     std::uint32_t size = 0;
-    switch (const std::uint32_t status = dfs_getsize(row.number, &size)) {
+    const std::uint32_t status = on_efs ? EFS_get_file_size(row.index, &size) : dfs_getsize(row.number, &size);
+    switch (status) {
     case afs_status::ok:
         return size;
     case afs_status::not_found:
     case afs_status::invalid:
         return {}; // an index that the volume has no room for, or an EFS entry not in use
     default:
-        throw failure(
-            row.where == file_system::efs ? fault::efs_damaged : fault::volume_damaged,
-            fmt::format("{}: the size of {} can't be read (status {})", image_of(row), printable(row.path), status));
+        throw failure(damage_of(row.where), fmt::format("{}: the size of {} can't be read (status {})",
+                                                        image_of(row).name(), printable(row.path), status));
     }
 }
 
@@ -146,40 +172,65 @@ bytes volume::read(const file_row& row) const
     const auto size = size_of(row);
     if (!size) refuse_absent(row);
     bytes contents(*size);
+    if (contents.empty()) return contents;
     std::uint32_t length = *size;
-    const std::uint32_t status = length == 0 ? afs_status::ok : dfs_read(row.number, 0, &length, contents.data());
+    const std::uint32_t status = row.where == file_system::efs ? EFS_read(row.index, 0, &length, contents.data())
+                                                               : dfs_read(row.number, 0, &length, contents.data());
     if (status == afs_status::ok && length == *size) return contents;
-    throw failure(row.where == file_system::efs ? fault::efs_damaged : fault::volume_damaged,
-                  fmt::format("{}: {} can't be read whole: {} of {} bytes (status {})", image_of(row),
+    throw failure(damage_of(row.where),
+                  fmt::format("{}: {} can't be read whole: {} of {} bytes (status {})", image_of(row).name(),
                               printable(row.path), status == afs_status::ok ? length : 0, *size, status));
 }
 
 void volume::refuse_absent(const file_row& row) const
 {
-    throw failure(fault::no_file, fmt::format("{} isn't stored in {}", printable(row.path), image_of(row)),
+    throw failure(fault::no_file, fmt::format("{} isn't stored in {}", printable(row.path), image_of(row).name()),
                   "'yfs ls' lists the files that are");
 }
 
 void volume::write(const file_row& row, const bytes& contents)
 {
     need(row);
-    if (row.index >= dfs_context->files) {
-        throw failure(fault::no_volume,
-                      fmt::format("can't put {}: its number is {}, and {} has room for the numbers 0 to {}",
-                                  printable(row.path), row.index, image_of(row), dfs_context->files - 1));
-    }
-    if (contents.size() > largest_stored) {
-        throw failure(fault::too_large, fmt::format("can't put {}: {} bytes, and no file is longer than {}",
-                                                    printable(row.path), contents.size(), largest_stored));
-    }
+    if (row.where == file_system::efs)
+        write_efs(row, contents);
+    else
+        write_afs(row, contents);
+    if (read(row) == contents) return;
+    throw failure(damage_of(row.where), fmt::format("can't put {}: {} gives back other bytes; nothing was saved",
+                                                    printable(row.path), image_of(row).name()));
+}
+
+void volume::refuse_index(const file_row& row, const std::string& why) const
+{
+    throw failure(fault::no_volume, fmt::format("can't put {}: its number is {}, and {} {}", printable(row.path),
+                                                row.index, image_of(row).name(), why));
+}
+
+void volume::write_afs(const file_row& row, const bytes& contents)
+{
+    if (row.index >= dfs_context->files)
+        refuse_index(row, fmt::format("has room for the numbers 0 to {}", dfs_context->files - 1));
+    if (contents.size() > largest_stored) refuse_size(row, contents.size(), largest_stored);
     const auto size = static_cast<std::uint32_t>(contents.size());
     const std::uint32_t status = dfs_write(row.number, 0, size, contents.data(), ends_behind);
     if (status == afs_status::no_space) refuse_full(row, size);
-    if (status != afs_status::ok || read(row) != contents) {
-        throw failure(fault::volume_damaged,
-                      fmt::format("can't put {}: writing into {} failed (status {}); nothing was saved",
-                                  printable(row.path), image_of(row), status));
-    }
+    if (status == afs_status::ok) return;
+    throw failure(fault::volume_damaged,
+                  fmt::format("can't put {}: writing into {} failed (status {}); nothing was saved",
+                              printable(row.path), image_of(row).name(), status));
+}
+
+void volume::write_efs(const file_row& row, const bytes& contents)
+{
+    const auto most = largest_on_efs(row);
+    if (!most) refuse_index(row, "has no entry for it in its layout");
+    if (contents.size() > *most) refuse_size(row, contents.size(), *most);
+    const std::uint8_t nothing = 0; // a pointer is asked for, also for no bytes
+    const auto size = static_cast<std::uint32_t>(contents.size());
+    const std::uint32_t status = EFS_write(row.index, 0, size, size == 0 ? &nothing : contents.data());
+    if (status == efs_status::ok) return;
+    throw failure(fault::efs_damaged, fmt::format("can't put {}: writing into {} failed (status {}); nothing was saved",
+                                                  printable(row.path), image_of(row).name(), status));
 }
 
 void volume::refuse_full(const file_row& row, std::size_t size) const
@@ -188,7 +239,7 @@ void volume::refuse_full(const file_row& row, std::size_t size) const
     const std::uint32_t needed = chunks_for(size);
     const std::uint32_t old = chunks_for(size_of(row).value_or(0));
     std::string text =
-        fmt::format("can't put {}: {} bytes don't fit into {}\n", printable(row.path), size, image_of(row));
+        fmt::format("can't put {}: {} bytes don't fit into {}\n", printable(row.path), size, image_of(row).name());
     text += fmt::format("  needs {} chunks of {} bytes; {} are free ({} at once, {} after a reclaim)", needed,
                         chunk_bytes, room.free(), room.at_once, room.free() - room.at_once);
     std::string hint = "remove files that are no longer needed with 'yfs rm'";
@@ -201,11 +252,12 @@ void volume::remove(const file_row& row)
 {
     need(row);
     constexpr std::uint32_t no_part_of_the_number = 0xF0000000;
-    const std::uint32_t status = dfs_delete_file(row.number & ~no_part_of_the_number);
+    const std::uint32_t status =
+        row.where == file_system::efs ? EFS_delete(row.index) : dfs_delete_file(row.number & ~no_part_of_the_number);
     if (status == afs_status::ok) return;
-    throw failure(fault::volume_damaged,
+    throw failure(damage_of(row.where),
                   fmt::format("can't remove {}: deleting it in {} failed (status {}); nothing was saved",
-                              printable(row.path), image_of(row), status));
+                              printable(row.path), image_of(row).name(), status));
 }
 
 bool volume::deployed() const

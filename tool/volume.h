@@ -30,6 +30,10 @@ struct stored_file {
     std::optional<failure> fault; // why there is no size: this file is damaged, the others may be sound
 };
 
+// Bytes that a file on EFS may have: its entry in the layout sets a limit, and so do the spare blocks, which have to
+// take it whole. Nothing if the layout has no such entry.
+std::optional<std::uint32_t> largest_on_efs(const file_row& row);
+
 class volume {
 public:
     explicit volume(session& set) : set_(set) {}
@@ -47,7 +51,9 @@ public:
     bytes read(const file_row& row) const;
     [[noreturn]] void refuse_absent(const file_row& row) const;
 
-    // The whole file becomes `contents`. AFS only.
+    const working_copy& image_of(const file_row& row) const;
+
+    // The whole file becomes `contents`. Fails with no_volume, too_large, volume_full.
     void write(const file_row& row, const bytes& contents);
     void remove(const file_row& row);
 
@@ -57,7 +63,9 @@ public:
 private:
     void need(const file_row& row) const;
     [[noreturn]] void refuse_full(const file_row& row, std::size_t size) const;
-    const std::string& image_of(const file_row& row) const;
+    [[noreturn]] void refuse_index(const file_row& row, const std::string& why) const;
+    void write_afs(const file_row& row, const bytes& contents);
+    void write_efs(const file_row& row, const bytes& contents);
 
     session& set_;
     bool afs_ = false;

@@ -1,0 +1,568 @@
+"""The yfs command as a user meets it: real processes, real files, exit statuses and what they print.
+
+Usage: tool_test.py YFS STOP_AT_MODULE SOURCE_TREE SAMPLES [unittest arguments]
+"""
+import contextlib
+import hashlib
+import json
+import os
+import pathlib
+import pty
+import re
+import resource
+import shutil
+import struct
+import subprocess
+import sys
+import tempfile
+import unittest
+
+YFS, STOP_AT, SOURCE, SAMPLES = (pathlib.Path(arg).absolute() for arg in sys.argv[1:5])
+SET_FILES = ["ftbl.bin", "velor.cfg", "zonc.bin", "yfs.img", "yfs.json"]
+UPLINK = "/home/net/uplink"
+SAMPLE_SETS = ["plain-tables", "small-deployed", "not-deployed", "no-zonc", "with-efs", "large"]
+
+
+def run(*args, cwd, stdin=b"", **kwargs):
+    return subprocess.run([YFS, *map(str, args)], cwd=cwd, input=stdin, capture_output=True, **kwargs)
+
+
+def cfg_records(table):
+    """{fileno: (flags, payload)} of a cfg table."""
+    count = struct.unpack_from("<I", table)[0]
+    records = (struct.unpack_from("<IIHH", table, 4 + 12 * i) for i in range(count))
+    return {fileno: (flags, table[offset:offset + size]) for fileno, offset, size, flags in records}
+
+
+def state_of(folder):
+    """What a file is, beyond its bytes: a save would give it another inode."""
+    return {path.name: (path.stat().st_ino, path.stat().st_mtime_ns, path.read_bytes())
+            for path in sorted(folder.iterdir()) if path.is_file()}
+
+
+class ToolTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.scratch = tempfile.TemporaryDirectory(prefix="yfs-tool-")
+        cls.root = pathlib.Path(cls.scratch.name)
+        made = run("sample", "pristine", cwd=cls.root)
+        assert made.returncode == 0, made.stderr
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.scratch.cleanup()
+
+    def sample(self, **changes):
+        """A folder with a fresh copy of the sample; keys of its set file changed, or dropped if None."""
+        folder = pathlib.Path(tempfile.mkdtemp(dir=self.root))
+        shutil.copytree(self.root / "pristine", folder, dirs_exist_ok=True)
+        if changes:
+            keys = json.loads((folder / "yfs.json").read_text()) | changes
+            (folder / "yfs.json").write_text(json.dumps({k: v for k, v in keys.items() if v is not None}))
+        return folder
+
+    def ok(self, *args, cwd, stdin=b"", **kwargs):
+        done = run(*args, cwd=cwd, stdin=stdin, **kwargs)
+        self.assertEqual(done.returncode, 0, (args, done.stderr))
+        return done.stdout
+
+    def refused(self, fault, status, *args, cwd, stdin=b"", says=(), **kwargs):
+        done = run(*args, cwd=cwd, stdin=stdin, **kwargs)
+        text = done.stderr.decode()
+        self.assertEqual((done.returncode, done.stdout), (status, b""), (args, text))
+        self.assertIn(f"yfs: error[{fault}]: ", text)
+        for part in says:
+            self.assertIn(str(part), text)
+        return text
+
+    def document(self, *args, cwd):
+        return json.loads(self.ok(*args, "--json", cwd=cwd))
+
+    def values(self, folder):
+        return {v["path"]: bytes.fromhex(v["value"]) for v in self.document("nvar", "ls", cwd=folder)["values"]}
+
+    def contents(self, folder):
+        return {f["path"]: self.ok("cat", f["path"], cwd=folder) for f in self.document("ls", cwd=folder)["files"]}
+
+
+class Sample(ToolTest):
+    def test_the_same_bytes_at_every_run(self):
+        self.ok("sample", "again/and/again", cwd=self.root)
+        for name in SET_FILES:
+            self.assertEqual((self.root / "again/and/again" / name).read_bytes(),
+                             (self.root / "pristine" / name).read_bytes(), name)
+
+    def test_it_holds_what_it_should_show(self):
+        folder = self.sample()
+        info = self.document("info", cwd=folder)
+        self.assertTrue(info["yfs"]["deployed"])
+        self.assertGreaterEqual(info["yfs"]["lowest_erase_count"], 2, "every unit was reclaimed")
+        self.assertEqual(info["ftbl"]["skus"], [17, 42])
+        self.assertGreater(info["velor"]["records"], info["velor"]["available"])
+
+        values = self.values(folder)
+        sources = {"/home/boot/order": b"flash,usb,net",  # velor.cfg alone
+                   "/home/boot/last_slot": b"b",  # zonc.cfg, since it isn't taken from the volume
+                   "/home/net/name": b"bench-3",  # the volume, before both tables
+                   "/home/boot/args": b""}
+        for path, value in sources.items():
+            self.assertEqual(values[path], value, path)
+        files = {f["path"]: f for f in self.document("ls", cwd=folder)["files"]}
+        tails = {path: files[path]["size"] - len(values[path]) for path in values}
+        self.assertEqual({path: tail for path, tail in tails.items() if tail},
+                         {"/home/cred/device_key": 40, "/home/cred/ca_bundle": 56})
+        self.assertGreater(files["/home/log/ring"]["size"], 4096)
+        self.assertIn(48, map(len, files), "a name that fills its field")
+        self.assertNotIn("/home/power/wake_policy", values)
+
+    def test_the_other_sku_has_other_files(self):
+        names = [self.document("info", cwd=self.sample(sku=sku, yfs=None))["ftbl"]["files"] for sku in (17, 42)]
+        self.assertNotEqual(*names)
+        self.assertEqual(self.ok("nvar", "get", "usb/mode", cwd=self.sample(sku=42, yfs=None)), b"device")
+
+
+class Files(ToolTest):
+    def test_put_cat_rm(self):
+        folder = self.sample()
+        before = self.contents(folder)
+        big = bytes(range(256)) * 120
+        (folder / "new").write_bytes(big)
+        for path, args, stdin, want in [
+            ("/home/log/ring", ["new"], b"", big),  # longer than before
+            ("/home/stats/counters", [], b"from stdin", b"from stdin"),  # shorter
+            ("ui/language", ["-"], b"", b""),  # empty
+            ("/home/power/wake_policy", ["-"], b"new one", b"new one"),  # not stored so far
+        ]:
+            with self.subTest(path=path):
+                self.ok("put", path, *args, cwd=folder, stdin=stdin)
+                self.assertEqual(self.ok("cat", path, cwd=folder), want)
+                before[path if path.startswith("/home/") else "/home/" + path] = want
+        self.ok("rm", "/home/boot/splash", cwd=folder)
+        self.refused("no-file", 1, "cat", "boot/splash", cwd=folder)
+        self.refused("no-file", 1, "rm", "boot/splash", cwd=folder)
+        del before["/home/boot/splash"]
+        self.assertEqual(self.contents(folder), before, "all other files are as they were")
+
+    def test_files_without_a_name_are_reached_by_their_place(self):
+        folder = self.sample()
+        self.ok("put", "afs#100", cwd=folder, stdin=b"nameless")
+        self.assertIn("afs#100", self.ok("ls", cwd=folder).decode().splitlines())
+        self.assertEqual(self.ok("cat", "afs#100", cwd=folder), b"nameless")
+        self.assertEqual(self.ok("cat", "afs#13", cwd=folder), self.ok("cat", UPLINK, cwd=folder))
+        self.ok("rm", "afs#100", cwd=folder)
+        self.assertNotIn(b"afs#100", self.ok("ls", cwd=folder))
+
+    def test_listings(self):
+        folder = self.sample()
+        document = self.document("ls", cwd=folder)
+        self.assertEqual(document["schema"], "yfs.ls/1")
+        rows = self.ok("ls", "-l", cwd=folder).decode().splitlines()
+        self.assertEqual(rows[0].split(), ["size", "limit", "attr", "place", "path"])
+        self.assertEqual([row.split() for row in rows[1:]],
+                         [[str(f["size"]), str(f["limit"]), f"{f['attributes']:04x}", f["place"], f["path"]]
+                          for f in document["files"]])
+        self.assertEqual(self.ok("ls", cwd=folder).decode().split(), [f["path"] for f in document["files"]])
+
+    def test_a_value_that_a_deployed_volume_loses_is_told(self):
+        folder = self.sample()
+        self.assertIn(b"warning: velor.cfg lists", run("rm", "net/gateway", cwd=folder).stderr)
+        self.refused("volume-incomplete", 4, "nvar", "ls", cwd=folder, says=["/home/net/gateway", "yfs put"])
+        self.assertIn(b"warning", run("put", "cred/device_key", cwd=folder, stdin=b"x" * 39).stderr)
+        self.ok("put", "net/gateway", cwd=folder, stdin=b"gw")
+        self.refused("volume-incomplete", 4, "nvar", "ls", cwd=folder, says=["/home/cred/device_key", 39, 40])
+
+
+class Values(ToolTest):
+    def test_set_reaches_a_second_process(self):
+        folder = self.sample()
+        (folder / "value").write_bytes(b"\x00\xff" * 50)
+        want = self.values(folder)
+        header = (folder / "zonc.bin").read_bytes()[:16]
+        for path, value, bytes_set, stdin in [
+            ("net/uplink", "utf8:lte\u00f6", "lte\u00f6".encode(), b""), ("net/mac", "hex:02 00:5e100017", bytes.fromhex("02005e100017"), b""),
+            ("/home/power/fan_curve", "value", b"\x00\xff" * 50, b""), ("net/name", "utf8:", b"", b""),
+            ("boot/splash", "-", b"s" * 8192, b"s" * 8192), ("boot/last_slot", "utf8:c", b"c", b""),
+        ]:
+            with self.subTest(path=path):
+                self.ok("nvar", "set", path, value, cwd=folder, stdin=stdin)
+                self.assertEqual(self.ok("nvar", "get", path, cwd=folder), bytes_set)
+                want[path if path.startswith("/home/") else "/home/" + path] = bytes_set
+        self.assertEqual(self.values(folder), want, "all other values are as they were")
+
+        partition = (folder / "zonc.bin").read_bytes()
+        self.assertEqual(struct.unpack_from("<I", partition, 8)[0], len(partition) - 16)
+        self.assertEqual((partition[:8], partition[12:16]), (header[:8], header[12:16]), "firmware's own bytes stay")
+        by_number = {v["fileno"]: v["path"] for v in self.document("nvar", "ls", cwd=folder)["values"]}
+        self.assertEqual({by_number[n]: data for n, (_, data) in cfg_records(partition[16:]).items()}, want)
+        for path in ("/home/net/uplink", "/home/boot/last_slot"):
+            self.assertEqual(self.ok("cat", path, cwd=folder), want[path], "the volume is written as well")
+
+    def test_what_changed_nothing_touches_no_file(self):
+        folder = self.sample()
+        for args in [("nvar", "set", UPLINK, "utf8:wan0"), ("put", UPLINK, "-"), ("info",), ("ls",), ("nvar", "ls"),
+                     ("rm", "power/wake_policy"), ("nvar", "set", "net/mac", "hex:00112233445566")]:
+            with self.subTest(args=args):
+                before = state_of(folder)
+                run(*args, cwd=folder, stdin=b"wan0")
+                self.assertEqual(state_of(folder), before)
+
+    def test_a_set_without_zonc_gets_one(self):
+        for changes, named in [({"zonc": None}, "zonc.bin"), ({"zonc": "tables/over.bin"}, "tables/over.bin")]:
+            with self.subTest(**changes):
+                folder = self.sample(**changes, yfs=None)
+                (folder / "zonc.bin").unlink()
+                (folder / "tables").mkdir()
+                self.assertEqual(self.ok("nvar", "get", UPLINK, cwd=folder), b"eth0")
+                self.ok("nvar", "set", UPLINK, "utf8:lte0", cwd=folder)
+                self.assertEqual(self.ok("nvar", "get", UPLINK, cwd=folder), b"lte0")
+                self.assertEqual(json.loads((folder / "yfs.json").read_text())["zonc"], named)
+                partition = (folder / named).read_bytes()
+                self.assertEqual(partition[:16], bytes(8) + struct.pack("<I", len(partition) - 16) + bytes(4))
+
+    def test_records_that_the_file_table_lacks(self):
+        folder = self.sample()
+        records = cfg_records((folder / "zonc.bin").read_bytes()[16:])
+        table = struct.pack("<I", len(records) + 1)
+        payloads = b""
+        for fileno, (flags, data) in [*records.items(), (0x291, (1, b"Other unit"))]:
+            table += struct.pack("<IIHH", fileno, 4 + 12 * (len(records) + 1) + len(payloads), len(data), flags)
+            payloads += data
+        table += payloads
+        (folder / "zonc.bin").write_bytes(struct.pack("<8xII", len(table), 7) + table)
+        before = state_of(folder)
+        self.refused("unknown-records", 8, "nvar", "set", UPLINK, "utf8:lte0", cwd=folder, says=["0x291", "--drop-unknown"])
+        self.assertEqual(state_of(folder), before)
+        self.ok("nvar", "set", UPLINK, "utf8:lte0", "--drop-unknown", cwd=folder)
+        self.assertNotIn(0x291, cfg_records((folder / "zonc.bin").read_bytes()[16:]))
+
+    def test_json(self):
+        folder = self.sample()
+        one = self.document("nvar", "get", "net/mac", cwd=folder)
+        self.assertEqual(one.pop("schema"), "yfs.nvar-get/1")
+        all_of_them = self.document("nvar", "ls", cwd=folder)
+        self.assertEqual(all_of_them["schema"], "yfs.nvar-ls/1")
+        self.assertIn(one, all_of_them["values"])
+        self.assertEqual((one["size"], one["limit"], one["modifiable"]), (6, 6, True))
+        self.assertEqual(bytes.fromhex(one["value"]), self.ok("nvar", "get", "net/mac", cwd=folder))
+        self.assertEqual([v["path"] for v in all_of_them["values"] if not v["modifiable"]],
+                         ["/home/cred/ca_bundle", "/home/cred/device_key"])
+        self.assertEqual(self.document("info", cwd=folder)["schema"], "yfs.info/1")
+
+
+class Saving(ToolTest):
+    def test_links_and_modes_stay(self):
+        folder = self.sample()
+        (folder / "flash").mkdir()
+        shutil.move(folder / "yfs.img", folder / "flash/real.img")
+        (folder / "yfs.img").symlink_to("flash/real.img")
+        (folder / "flash/real.img").chmod(0o640)
+        self.ok("put", UPLINK, cwd=folder, stdin=b"lte0")
+        self.assertEqual(os.readlink(folder / "yfs.img"), "flash/real.img")
+        self.assertEqual((folder / "flash/real.img").stat().st_mode & 0o7777, 0o640)
+        self.assertEqual(self.ok("cat", UPLINK, cwd=folder), b"lte0")
+        self.assertEqual(os.listdir(folder / "flash"), ["real.img"], "no temporary file is left")
+
+    def test_killed_at_every_step(self):
+        set_value = ("nvar", "set", UPLINK, "utf8:lte0")
+        for changes in [{}, {"zonc": None}]:
+            finished = self.sample(**changes)
+            if changes: (finished / "zonc.bin").unlink()
+            self.ok(*set_value, cwd=finished)
+            new = {path.name: path.read_bytes() for path in finished.iterdir()}
+            kills = 0
+            while True:
+                folder = self.sample(**changes)
+                if changes: (folder / "zonc.bin").unlink()
+                old = {path.name: path.read_bytes() for path in folder.iterdir()}
+                done = run(*set_value, cwd=folder, env=os.environ | {
+                    "LD_PRELOAD": str(STOP_AT), "YFS_STOP_AT": str(kills + 1), "ASAN_OPTIONS": "verify_asan_link_order=0"})
+                if done.returncode == 0: break
+                self.assertEqual(done.returncode, -9, done.stderr)
+                kills += 1
+                with self.subTest(step=kills, **changes):
+                    now = {path.name: path.read_bytes() for path in folder.iterdir() if path.name[0] != "."}
+                    replaced = [name for name in ("yfs.img", "zonc.bin", "yfs.json") if now.get(name) != old.get(name)]
+                    self.assertEqual(replaced, [n for n in ("yfs.img", "zonc.bin", "yfs.json") if new[n] != old.get(n)][:len(replaced)],
+                                     "images first, then the table, then the set file")
+                    for name in replaced: self.assertEqual(now[name], new[name], name)
+                    self.assertEqual(self.ok("nvar", "get", UPLINK, cwd=folder), b"lte0" if replaced else b"wan0")
+            self.assertEqual(kills, 7 if not changes else 10)
+
+    def test_a_save_that_fails_changes_nothing(self):
+        small = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (4096, 4096))
+        folder = self.sample()
+        before = state_of(folder)
+        # Signals as this script has them, SIGXFSZ ignored, so that the write answers EFBIG.
+        self.refused("save-failed", 8, "nvar", "set", UPLINK, "utf8:lte0", cwd=folder, preexec_fn=small,
+                     restore_signals=False, says=["yfs.img", "File too large", "nothing was changed"])
+        self.assertEqual(state_of(folder), before)
+        long_name = "y" * 250  # no room for the name of a temporary file
+        folder = self.sample(yfs=long_name)
+        (folder / "yfs.img").rename(folder / long_name)
+        before = state_of(folder)
+        self.refused("save-failed", 8, "put", UPLINK, cwd=folder, stdin=b"lte0", says=["File name too long"])
+        self.assertEqual(state_of(folder), before)
+
+
+class Output(ToolTest):
+    def on_terminal(self, *args, cwd):
+        main, terminal = pty.openpty()
+        done = subprocess.run([YFS, *args], cwd=cwd, stdout=terminal, stderr=subprocess.PIPE)
+        os.close(terminal)
+        with contextlib.suppress(OSError), open(main, "rb", closefd=True) as out:
+            return done, out.read1(4096)
+        return done, b""
+
+    def test_no_binary_to_a_terminal(self):
+        folder = self.sample()
+        for args, text in [(("nvar", "get", "net/mac"), None), (("cat", "net/mac"), None), (("cat", "net/mac", "--force"), b"\x8b"),
+                           (("nvar", "get", "net/name"), b"bench-3"), (("cat", "power/rails"), b"core 0.84"), (("ls",), b"/home/")]:
+            with self.subTest(args=args):
+                done, shown = self.on_terminal(*args, cwd=folder)
+                if text is None:
+                    self.assertEqual((done.returncode, shown), (16, b""))
+                    self.assertIn(b"error[binary-to-terminal]: 6 bytes", done.stderr)
+                else:
+                    self.assertEqual((done.returncode, done.stderr), (0, b""))
+                    self.assertIn(text, shown)
+
+    def test_a_closed_pipe_ends_quietly(self):
+        read_end, write_end = os.pipe()
+        os.close(read_end)
+        done = subprocess.run([YFS, "nvar", "ls", "--json"], cwd=self.sample(), stdout=write_end, stderr=subprocess.PIPE)
+        os.close(write_end)
+        self.assertEqual((done.returncode, done.stderr), (0, b""))
+
+    def test_names_from_a_table_cannot_steer_a_terminal(self):
+        folder = self.sample()
+        table = (folder / "ftbl.bin").read_bytes().replace(b"/home/log/ring", b"/home/\x1b[2J\xc2\x9b\xff!")
+        (folder / "ftbl.bin").write_bytes(table)
+        for args in [("ls",), ("ls", "-l"), ("ls", "--json")]:
+            shown = self.ok(*args, cwd=folder)
+            self.assertNotRegex(shown, rb"[\x1b\x80-\xff]")
+            self.assertIn(rb"\x1b[2J\xc2\x9b\xff!".replace(b"\\", b"\\\\") if "--json" in args else rb"\x1b[2J\xc2\x9b\xff!", shown)
+
+
+def overwrite(name, offset, data):
+    def change(folder):
+        contents = bytearray((folder / name).read_bytes())
+        contents[offset:offset + len(data)] = data
+        (folder / name).write_bytes(contents)
+    return change
+
+
+def replace(name, contents):
+    return lambda folder: (folder / name).write_bytes(contents)
+
+
+def move_to_efs(path):
+    """Selector 2 in the file table's entry of `path`."""
+    def change(folder):
+        table = (folder / "ftbl.bin").read_bytes()
+        overwrite("ftbl.bin", table.index(path.encode()) + 63, b"\x02")(folder)
+    return change
+
+
+def forget_zonc(folder):
+    replace("yfs.json", b'{"sku":17,"ftbl":"ftbl.bin","velor":"velor.cfg"}')(folder)
+
+
+def full_volume(folder):
+    for number in range(60, 67):
+        run("put", f"afs#{number}", cwd=folder, stdin=bytes(10880))
+
+
+SET_UPLINK = ["nvar", "set", "net/uplink", "utf8:lte0"]
+# (id, status, arguments, change to a fresh sample, what the message tells)
+REFUSALS = [
+    ("usage", 16, [], None, ["no verb", "--help"]),
+    ("usage", 16, ["lss"], None, ["lss"]),
+    ("usage", 16, ["nvar"], None, ["no verb"]),
+    ("usage", 16, ["nvar", "ls", "ls"], None, ["not expected: ls"]),
+    ("usage", 16, ["cat"], None, ["PATH is required"]),
+    ("usage", 16, ["ls", "--jason"], None, ["--jason"]),
+    ("usage", 16, ["nvar", "set", "net/mac", "hex:123"], None, ["hex:123", "two digits"]),
+    ("set-missing", 16, ["ls"], lambda folder: (folder / "yfs.json").unlink(), ["yfs.json", "--set", "yfs sample"]),
+    ("set-missing", 16, ["--set", "nowhere", "ls"], None, ["nowhere"]),
+    ("set-invalid", 16, ["ls"], replace("yfs.json", b'{"sku": 17,\n]'), ["line 2, column 1"]),
+    ("set-invalid", 16, ["ls"], replace("yfs.json", b"[]"), ["object"]),
+    ("set-invalid", 16, ["ls"], replace("yfs.json", b'{"sku": 17, "zonk": "z"}'), ['unknown key "zonk"']),
+    ("set-invalid", 16, ["ls"], replace("yfs.json", b'{"sku": -1}'), ['"sku"', "4294967295"]),
+    ("set-invalid", 16, ["ls"], replace("yfs.json", b'{"sku": 17, "velor": 3}'), ['"velor"']),
+    ("set-invalid", 16, ["ls"], replace("yfs.json", b'{"sku": 17, "ftbl": "f"}'), ['"velor"', "missing"]),
+    ("set-invalid", 16, ["ls"], replace("yfs.json", b'{"sku":18,"ftbl":"ftbl.bin","velor":"velor.cfg"}'), ["18", "17, 42"]),
+    ("file-unreadable", 8, ["ls"], lambda folder: (folder / "velor.cfg").unlink(), ["velor.cfg", "No such file"]),
+    ("file-unreadable", 8, ["put", "net/uplink", "/dev/zero"], None, ["/dev/zero", "67108864"]),
+    ("file-unreadable", 8, ["nvar", "set", "net/uplink", "."], None, ["directory"]),
+    ("table-damaged", 4, ["ls"], overwrite("ftbl.bin", 0, b"FTBX"), ["ftbl.bin"]),
+    ("table-damaged", 4, ["nvar", "ls"], overwrite("velor.cfg", 0, b"\xff\xff"), ["velor.cfg", 65535, 7211]),
+    ("table-damaged", 4, ["nvar", "ls"], overwrite("velor.cfg", 20, b"\xff\xff\xff\xff"), ["velor.cfg", "record 1", "0x211", 4294967296]),
+    ("table-damaged", 4, ["nvar", "ls"], overwrite("zonc.bin", 8, b"\xff"), ["zonc.bin", 255, 167]),
+    ("table-damaged", 4, ["nvar", "ls"], replace("zonc.bin", b"short"), ["zonc.bin", 5, 16]),
+    # Two records of one file: no look at the bytes tells, the library does.
+    ("table-damaged", 4, ["nvar", "ls"], overwrite("zonc.bin", 20, struct.pack("<I", 0x230)), ["328", "twice"]),
+    ("volume-damaged", 4, ["ls"], replace("yfs.img", bytes(131072)), ["yfs.img", "131072"]),
+    ("volume-damaged", 4, ["cat", "net/uplink"], replace("yfs.img", bytes(64)), ["32768 to 2097152"]),
+    # The library prints a line of its own here, which must not reach standard output.
+    ("volume-damaged", 4, ["nvar", "ls"], replace("yfs.img", bytes(131072)), ["yfs.img"]),
+    ("volume-damaged", 4, SET_UPLINK, replace("yfs.img", bytes(131072)), ["yfs.img"]),
+    ("efs-damaged", 4, ["--set", "efs.json", "ls"],
+     replace("efs.json", b'{"sku":17,"ftbl":"ftbl.bin","velor":"velor.cfg","efs":"yfs.img"}'), ["SKU 17"]),
+    ("no-volume", 8, ["cat", "net/uplink"], forget_zonc, ["net/uplink", '"yfs"']),
+    ("no-volume", 8, ["put", "afs#1000"], None, ["1000", "0 to 127"]),
+    ("no-volume", 8, ["cat", "net/uplink"], move_to_efs("/home/net/uplink"), ["EFS", '"efs"']),
+    ("unknown-path", 1, ["cat", "net/uplonk"], None, ["net/uplonk", "yfs ls"]),
+    ("unknown-path", 1, ["nvar", "get", "x" * 60], None, ["x" * 60]),
+    ("unknown-path", 1, ["cat", "radio/coexistence/priorities_of_bands_plan_B"], None, ["plan_B"]),
+    ("no-file", 1, ["cat", "power/wake_policy"], None, ["yfs.img"]),
+    ("no-value", 1, ["nvar", "get", "power/wake_policy"], None, ["velor.cfg"]),
+    ("no-value", 1, ["nvar", "set", "log/ring", "utf8:x"], None, ["velor.cfg"]),
+    ("volume-full", 8, ["put", "afs#100", "yfs.img"], None, ["131072 bytes", "2048 chunks", "1265 are free", "short by 783"]),
+    ("volume-full", 8, ["nvar", "set", "boot/splash", "-"], full_volume, ["yfs.img", "nothing was saved"]),
+    ("too-large", 8, ["put", "ui/language", "yfs.img"], None, [131072, "allows 8"]),
+    ("too-large", 8, ["put", "cred/device_key", "yfs.img"], None, ["allows 72 (32 and a tail of 40)"]),
+    ("too-large", 8, ["put", "afs#9", "big"], replace("big", bytes(0x40001)), [0x40001, 0x40000]),
+    ("too-large", 8, ["nvar", "set", "net/mac", "utf8:1234567"], None, ["7 bytes", "limit is 6"]),
+    ("too-large", 8, ["nvar", "set", "log/ring", "big"], replace("big", bytes(65524)), [65524, 65523]),
+    # Refused before anything runs: the volume of this set doesn't even mount.
+    ("too-large", 8, ["nvar", "set", "net/mac", "utf8:1234567"], replace("yfs.img", b""), ["limit is 6"]),
+    ("too-large", 8, SET_UPLINK, lambda folder: shrink_limit(folder, "/home/net/name", 3), ["/home/net/name", "7 bytes", "limit is 3"]),
+    ("empty-on-efs", 8, ["nvar", "set", "net/uplink", "utf8:"], move_to_efs("/home/net/uplink"), ["EFS", "one byte"]),
+    ("no-volume", 8, ["rm", "net/uplink"], move_to_efs("/home/net/uplink"), ["EFS"]),
+    ("not-modifiable", 8, ["nvar", "set", "cred/ca_bundle", "utf8:x"], None, ["tail of 56", "yfs put"]),
+    ("would-overwrite", 8, ["sample", "."], None, ["ftbl.bin exists"]),
+    ("would-overwrite", 8, SET_UPLINK, forget_zonc, ["zonc.bin exists", '"zonc"']),
+    ("save-failed", 8, ["sample", "zonc.bin/x"], None, ["zonc.bin/x"]),
+    # zonc.cfg takes away a value that the deployed volume has to hold.
+    ("library", 8, ["nvar", "ls"], overwrite("zonc.bin", 16 + 4 + 12 + 10, b"\x00"), ["the library reports", "346", "339"]),
+]
+# Tested where they need more than a changed file.
+ELSEWHERE = {"binary-to-terminal", "volume-incomplete", "unknown-records", "output-failed"}
+
+
+def shrink_limit(folder, path, limit):
+    table = (folder / "ftbl.bin").read_bytes()
+    overwrite("ftbl.bin", table.index(path.encode()) + 64, struct.pack("<I", limit))(folder)
+
+
+class Errors(ToolTest):
+    def test_refusals(self):
+        for fault, status, args, change, says in REFUSALS:
+            with self.subTest(fault=fault, args=args):
+                folder = self.sample()
+                if change: change(folder)
+                before = state_of(folder)
+                text = self.refused(fault, status, *args, cwd=folder, stdin=b"s" * 8000, says=says)
+                self.assertNotIn("dfs_init", text)
+                self.assertEqual(state_of(folder), before)
+
+    def test_the_table_of_ids(self):
+        rows = re.findall(r'\{fault::\w+, exit_status::\w+, "([\w-]+)"\}', (SOURCE / "tool/error.cpp").read_text())
+        self.assertEqual(set(rows), {row[0] for row in REFUSALS} | ELSEWHERE, "each id is tested")
+
+    def test_a_full_disk_behind_standard_output(self):
+        with open("/dev/full", "wb") as full:
+            done = subprocess.run([YFS, "ls"], cwd=self.sample(), stdout=full, stderr=subprocess.PIPE)
+        self.assertEqual(done.returncode, 8)
+        self.assertIn(b"error[output-failed]", done.stderr)
+
+    def test_info_tells_what_it_can(self):
+        folder = self.sample()
+        (folder / "yfs.img").write_bytes(bytes(131072))
+        done = run("info", "--json", cwd=folder)
+        self.assertEqual(done.returncode, 4)
+        document = json.loads(done.stdout)
+        self.assertEqual((document["yfs"]["error"], document["zonc"]["records"]), ("volume-damaged", 6))
+
+    def test_help(self):
+        for args in [[], ["nvar"], *([verb] for verb in "info ls cat put rm sample".split()),
+                     *(["nvar", verb] for verb in "ls get set".split())]:
+            text = self.ok(*args, "--help", cwd=self.root).decode()
+            self.assertRegex(text, "Usage: yfs " + " ".join(args))
+            self.assertLessEqual(max(map(len, text.splitlines())), 120)
+        self.assertRegex(self.ok("--version", cwd=self.root), rb"^yfs \d+\.\d+\.\d+\n$")
+
+
+class SampleSets(ToolTest):
+    """Sets that another tool made; what their values are is told beside them."""
+
+    def open_set(self, name):
+        source = SAMPLES / name
+        if not source.is_dir():
+            self.skipTest(f"no sample set {source}")
+        folder = pathlib.Path(tempfile.mkdtemp(dir=self.root))
+        manifest = json.loads((source / "manifest.json").read_text())
+        keys = {"sku": manifest["sku"]}
+        for key, file in dict(ftbl="ftbl.bin", velor="velor.cfg", zonc="zonc.bin", yfs="yfs.img", efs="efs.img").items():
+            if (source / file).exists():
+                (folder / file).write_bytes((source / file).read_bytes())
+                keys[key] = file
+        (folder / "yfs.json").write_text(json.dumps(keys))
+        return folder, manifest, json.loads((source / "edit.json").read_text())
+
+    def check_values(self, folder, told):
+        shown = {v["path"]: v for v in self.document("nvar", "ls", cwd=folder)["values"]}
+        self.assertEqual(set(shown), {path for path, value in told.items() if value is not None})
+        for path, value in shown.items():
+            data = bytes.fromhex(value["value"])
+            self.assertEqual((len(data), hashlib.sha256(data).hexdigest()), (told[path]["size"], told[path]["sha256"]), path)
+        return shown
+
+    def test_values(self):
+        for name in SAMPLE_SETS:
+            with self.subTest(set=name):
+                folder, manifest, _ = self.open_set(name)
+                shown = self.check_values(folder, {path: row["value"] for path, row in manifest["values"].items()})
+                for path, value in shown.items():
+                    row = manifest["values"][path]
+                    self.assertEqual((value["fileno"], value["limit"], value["attributes"]),
+                                     (row["fileno"], row["max_size"], row["attributes"]), path)
+                for path in list(shown)[:3]:
+                    self.assertEqual(self.ok("nvar", "get", path, cwd=folder).hex(), shown[path]["value"], path)
+
+    def test_stored_files_of_both_kinds(self):
+        folder, manifest, _ = self.open_set("with-efs")
+        seen = set()
+        for file in self.document("ls", cwd=folder)["files"]:
+            row = manifest["values"].get(file["path"])
+            if row is None or row["value"] is None or row["attributes"] & 2: continue
+            tail = 0 if not row["attributes"] & 1 else 56 if row["attributes"] & 64 else 40
+            data = self.ok("cat", file["path"], cwd=folder)
+            self.assertEqual(hashlib.sha256(data[:len(data) - tail]).hexdigest(), row["value"]["sha256"], file["path"])
+            seen.add(file["place"][:4])
+        self.assertEqual(seen, {"afs#", "efs#"})
+
+    def test_edits(self):
+        for name in SAMPLE_SETS:
+            with self.subTest(set=name):
+                folder, manifest, edit = self.open_set(name)
+                for change in edit["edits"]:
+                    self.ok("nvar", "set", change["path"], "-", "--drop-unknown", cwd=folder, stdin=bytes.fromhex(change["hex"]))
+                self.check_values(folder, edit["after"])
+                # One run for each edit: a default that came back after the first is in the tables of the others.
+                rows = manifest["values"]
+                back = {rows[p]["fileno"] for p, v in edit["after"].items() if v and rows[p]["value"] is None}
+                built = cfg_records((folder / "zonc.bin").read_bytes()[16:])
+                self.assertEqual([(n, built[n]) for n in built if n not in back],
+                                 list(cfg_records((SAMPLES / name / "zonc-table-after.bin").read_bytes()).items()))
+
+    def test_changes_on_efs(self):
+        folder, _, _ = self.open_set("not-deployed")
+        before = self.contents(folder)
+        row = next(f for f in self.document("ls", cwd=folder)["files"] if f["place"].startswith("efs#") and not f["attributes"] & 1)
+        path, image = row["path"], (folder / "yfs.img").stat().st_ino
+        for contents in [b"", b"x" * row["limit"], b"short"]:
+            self.ok("put", path, cwd=folder, stdin=contents)
+            self.assertEqual(self.ok("cat", path, cwd=folder), contents)
+        self.refused("too-large", 8, "put", path, cwd=folder, stdin=b"x" * (row["limit"] + 1), says=[row["limit"]])
+        self.refused("too-large", 8, "put", row["place"], cwd=folder, stdin=b"x" * 0x10000, says=["EFS"])
+        self.refused("no-volume", 8, "put", "efs#2000", cwd=folder, says=["no entry"])
+        self.refused("empty-on-efs", 8, "nvar", "set", path, "utf8:", cwd=folder)
+        self.assertEqual(self.contents(folder), before | {path: b"short"})
+        self.ok("rm", path, cwd=folder)
+        self.refused("no-file", 1, "rm", path, cwd=folder)
+        self.assertEqual((folder / "yfs.img").stat().st_ino, image, "the other image is not touched")
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[5:]])
