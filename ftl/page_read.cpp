@@ -16,13 +16,14 @@ static std::uint32_t find_owner_or_none(const afs_context& ctx, std::uint32_t gr
 {
     ftl_context& ftl = *ctx.ftl;
     const std::uint16_t base_page = base_page_of(ctx, group);
-    std::uint8_t* const remembered = group < sizeof ftl.group_owner ? &ftl.group_owner[group] : nullptr;
-    if (remembered != nullptr && *remembered < ftl.eu_count && ftl.eu_table[*remembered].base_page == base_page) {
-        return *remembered;
+    const bool remembers = group < sizeof ftl.group_owner;
+    if (remembers) {
+        const std::uint8_t last = ftl.group_owner[group];
+        if (last < ftl.eu_count && ftl.eu_table[last].base_page == base_page) return last;
     }
     for (std::uint32_t eu = 0; eu < ftl.eu_count; ++eu) {
         if (ftl.eu_table[eu].base_page != base_page) continue;
-        if (remembered != nullptr) *remembered = low8(eu);
+        if (remembers) ftl.group_owner[group] = low8(eu);
         return eu;
     }
     return none;
