@@ -23,7 +23,7 @@ std::uint32_t count_slots(afs_context& ctx, std::uint32_t eu, open_group& newest
 {
     ftl_context& ftl = *ctx.ftl;
     ftl_eu_entry& entry = ftl.eu_table[eu];
-    entry.dirty = data_slots;
+    entry.dirty = low8(end_index(ctx, eu) - first_index(ctx, eu)); // slots behind the last chunk can't be gained
     entry.free = 0;
     std::uint8_t rec[data_slots];
     if (!read_flash(eu_at(ctx, eu) + data_record_at(0), sizeof rec, rec)) return afs_status::failed;

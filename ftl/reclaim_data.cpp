@@ -15,8 +15,9 @@ std::uint32_t reclaim_data_eu(afs_context* ctx, std::uint32_t victim, std::uint8
 
     ftl.alloc_flush_asked = 0;
     if (!erase_eu(eu_at(*ctx, spare))) return afs_status::failed;
-    to.dirty = data_slots;
-    to.free = low8(end_index(*ctx, victim) - first);
+    // Slots behind the last chunk hold nothing and can't be gained.
+    to.dirty = low8(end_index(*ctx, victim) - first);
+    to.free = to.dirty;
 
     // Without an open group the allocator goes on in this one.
     const bool track = ftl.alloc_next == ftl.alloc_end || ftl.alloc_next == none;
