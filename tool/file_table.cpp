@@ -144,7 +144,13 @@ const file_row* file_table::find(std::string_view path) const
 file_row file_table::resolve(const std::string& path) const
 {
     if (const file_row* row = find(path)) return *row;
-    if (const auto row = parse_place(path)) return *row;
+    if (const auto nameless = parse_place(path)) {
+        const auto same = [&](const file_row& row) {
+            return row.where == nameless->where && row.index == nameless->index;
+        };
+        const auto named = std::find_if(rows_.begin(), rows_.end(), same);
+        return named == rows_.end() ? *nameless : *named; // a name brings its limit and its tail along
+    }
     throw failure(fault::unknown_path, fmt::format("{} has no {} for this SKU", origin_, printable(path)),
                   "'yfs ls' and 'yfs nvar ls' list the paths there are; /home/ in front may be left out");
 }

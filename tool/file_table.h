@@ -51,7 +51,7 @@ public:
     // The row of a path given with or without "/home/". A path of 49 characters or more has none: names end at 48, and
     // a lookup that cuts it would answer for another file.
     const file_row* find(std::string_view path) const;
-    // As find, or the unnamed file behind "afs#N" or "efs#N". Fails with unknown_path.
+    // As find, or the file behind "afs#N" or "efs#N", which may have no name. Fails with unknown_path.
     file_row resolve(const std::string& path) const;
 
 private:

@@ -3,6 +3,7 @@
 #include "tool/error.h"
 #include "yfs/dfs.h"
 #include "yfs/efs.h"
+#include "yfs/le.h"
 #include "yfs/status.h"
 
 #include <fmt/format.h>
@@ -139,7 +140,7 @@ std::vector<stored_file> volume::files() const
     }
     const auto add_unnamed = [&](file_system where, std::uint32_t count) {
         for (std::uint32_t index = 0; index < count; ++index) {
-            const file_row row = row_of_place(where, static_cast<std::uint16_t>(index));
+            const file_row row = row_of_place(where, low16(index));
             if (!named.contains(row.path)) add(row);
         }
     };

@@ -151,6 +151,11 @@ class Files(ToolTest):
         self.assertEqual(self.ok("cat", "afs#13", cwd=folder), self.ok("cat", UPLINK, cwd=folder))
         self.ok("rm", "afs#100", cwd=folder)
         self.assertNotIn(b"afs#100", self.ok("ls", cwd=folder))
+        # A second entry of one name is out of a lookup's reach: its file is listed by its place.
+        language = (folder / "ftbl.bin").read_bytes().index(b"/home/ui/language")
+        overwrite("ftbl.bin", language, b"/home/log/ring\0\0\0")(folder)
+        listed = self.ok("ls", cwd=folder).decode().splitlines()
+        self.assertEqual((listed.count("/home/log/ring"), listed.count("afs#21")), (1, 1))
 
     def test_listings(self):
         folder = self.sample()
@@ -421,7 +426,8 @@ REFUSALS = [
     ("volume-full", 8, ["nvar", "set", "boot/splash", "-"], full_volume, ["yfs.img", "nothing was saved"]),
     ("too-large", 8, ["put", "ui/language", "yfs.img"], None, [131072, "allows 8"]),
     ("too-large", 8, ["put", "cred/device_key", "yfs.img"], None, ["allows 72 (32 and a tail of 40)"]),
-    ("too-large", 8, ["put", "afs#9", "big"], replace("big", bytes(0x40001)), [0x40001, 0x40000]),
+    ("too-large", 8, ["put", "afs#21", "yfs.img"], None, ["/home/ui/language", "allows 8"]),
+    ("too-large", 8, ["put", "afs#100", "big"], replace("big", bytes(0x40001)), [0x40001, 0x40000]),
     ("too-large", 8, ["nvar", "set", "net/mac", "utf8:1234567"], None, ["7 bytes", "limit is 6"]),
     ("too-large", 8, ["nvar", "set", "log/ring", "big"], replace("big", bytes(65524)), [65524, 65523]),
     # Refused before anything runs: the volume of this set doesn't even mount.
