@@ -16,23 +16,6 @@ const std::vector<table_file> files = {
     {name_48, 0x504},
 };
 
-TEST(handle, opens_and_closes)
-{
-    EXPECT_EQ(fcs_status::null_pointer, createHandle(nullptr));
-    EXPECT_EQ(fcs_status::null_pointer, closeHandle(nullptr));
-    void* variable = nullptr;
-    EXPECT_EQ(fcs_status::null_handle, closeHandle(&variable));
-    EXPECT_EQ(fcs_status::ok, createHandle(&variable));
-    EXPECT_NE(nullptr, variable);
-    EXPECT_EQ(fcs_status::ok, closeHandle(&variable));
-    EXPECT_EQ(nullptr, variable);
-    EXPECT_EQ(fcs_status::null_handle, closeHandle(&variable));
-
-    const _cfg_file_entry_t record{};
-    EXPECT_TRUE(validateAttributs(&record));
-    EXPECT_FALSE(validateAttributs(nullptr));
-}
-
 TEST(handle, null_handle_comes_first)
 {
     char out[256];
@@ -105,74 +88,6 @@ TEST(add_new_file, statuses_in_their_order)
     blob image = make_file_image(0x501);
     EXPECT_EQ(fcs_status::null_pointer, addNewFile(tree.handle, nullptr, nullptr, image.data(), 12, false));
     EXPECT_EQ(fcs_status::ok, addNewFile(tree.handle, nullptr, "/home/a", image.data(), 12, false));
-}
-
-TEST(add_new_file, without_a_file_table)
-{
-    const active_table none({});
-    fcs tree;
-    EXPECT_EQ(fcs_status::unknown_name, tree.add("/home/a", make_file_image(0)));
-    EXPECT_EQ(fcs_status::not_in_table, tree.add("/home/a", make_file_image(0x501)));
-    EXPECT_TRUE(tree.names().empty());
-}
-
-// A name is stored cut to 48 characters, so it doesn't guard itself against a second one.
-TEST(add_new_file, long_names)
-{
-    const active_table table(files);
-    fcs tree;
-    EXPECT_EQ(0U, tree.add(name_48 + "/", make_file_image(0)));
-    EXPECT_EQ(0U, tree.add(name_48 + "/", make_file_image(0)));
-    EXPECT_EQ(fcs_status::name_taken, tree.add(name_48, make_file_image(0)));
-    EXPECT_EQ((std::vector<std::string>{name_48, name_48}), tree.names());
-}
-
-TEST(delete_file, statuses_and_restart_of_the_walk)
-{
-    const active_table table(files);
-    fcs tree;
-    for (const char* name : {"a", "b", "c", "d/"}) ASSERT_EQ(0U, tree.add(name, make_file_image(0x501)));
-    struct {
-        const char* path;
-        std::uint32_t status;
-        const char* next; // after a walk to the second file: the third one, or the second of a walk that began again
-    } const cases[] = {{"/a", 4, "c"},    {"", 4, "c"},  {"d/", 4, "c"}, {"x", 4, "c"},  {"a/b", 4, "c"},
-                       {nullptr, 4, "c"}, {"b", 0, "c"}, {"b", 4, "d/"}, {"c/", 0, "d/"}};
-    char name[256];
-    for (const auto& row : cases) {
-        getFirstFileInRoot(tree.handle, name);
-        getNextFile(tree.handle, name);
-        EXPECT_EQ(row.status, deleteFile(tree.handle, row.path)) << (row.path ? row.path : "null");
-        EXPECT_EQ(fcs_status::ok, getNextFile(tree.handle, name));
-        EXPECT_STREQ(row.next, name);
-    }
-    EXPECT_EQ((std::vector<std::string>{"a", "d/"}), tree.names());
-    EXPECT_EQ(fcs_status::ok, deleteFile(tree.handle, "a"));
-}
-
-TEST(walk_of_a_handle, restarts_with_each_new_file)
-{
-    const active_table table(files);
-    fcs tree;
-    char name[256] = "untouched";
-    EXPECT_EQ(fcs_status::no_more_files, getFirstFileInRoot(tree.handle, name));
-    EXPECT_EQ(fcs_status::no_more_files, getNextFile(tree.handle, name));
-    EXPECT_STREQ("untouched", name);
-    for (const char* file : {"m", "p", "z"}) ASSERT_EQ(0U, tree.add(file, make_file_image(0x501)));
-    EXPECT_EQ(fcs_status::ok, getNextFile(tree.handle, name));
-    EXPECT_STREQ("p", name);
-    ASSERT_EQ(0U, tree.add("a", make_file_image(0x501)));
-    EXPECT_EQ(fcs_status::ok, getNextFile(tree.handle, name));
-    EXPECT_STREQ("m", name);
-    EXPECT_NE(fcs_status::ok, tree.add("a", make_file_image(0x501))); // refused: the walk goes on
-    EXPECT_EQ(fcs_status::null_pointer, getNextFile(tree.handle, nullptr));
-    EXPECT_EQ(fcs_status::ok, getNextFile(tree.handle, name));
-    EXPECT_STREQ("p", name);
-    tree.table(); // nor does a flush disturb it
-    EXPECT_EQ(fcs_status::ok, getNextFile(tree.handle, name));
-    EXPECT_STREQ("z", name);
-    for (int i = 0; i < 2; ++i) EXPECT_EQ(fcs_status::no_more_files, getNextFile(tree.handle, name));
-    EXPECT_STREQ("z", name);
 }
 
 TEST(get_file_data, statuses_in_their_order)

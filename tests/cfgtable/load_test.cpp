@@ -76,62 +76,6 @@ TEST(load_table, accepts_and_refuses)
     }
 }
 
-TEST(load_table, null_pointers_leave_the_variable)
-{
-    void* variable = &variable;
-    const blob table(4);
-    EXPECT_EQ(fcs_status::null_pointer, createHandleFromStructure(nullptr, table.data(), 4));
-    EXPECT_EQ(fcs_status::null_pointer, createHandleFromStructure(&variable, nullptr, 4));
-    EXPECT_EQ(&variable, variable);
-    EXPECT_FALSE(loadDataFromFcsBuffer(nullptr, nullptr, 4));
-    const active_table known(files);
-    EXPECT_FALSE(loadDataFromFcsBuffer(nullptr, make_cfg_table({{0x501}}).data(), 16));
-}
-
-// What was read before the failure stays; createHandleFromStructure never shows such a tree.
-TEST(load_table, stops_at_the_bad_record)
-{
-    const active_table table(files);
-    fcs tree;
-    const blob bytes = cut(make_cfg_table({{0x501, {1}}, {0x502, {2}}, {0x504, {3}}}), 2);
-    EXPECT_FALSE(loadDataFromFcsBuffer(tree.handle, bytes.data(), low32(bytes.size())));
-    EXPECT_EQ(std::vector<std::string>{"/b"}, tree.names());
-}
-
-TEST(load_table, without_a_file_table_gives_an_empty_tree)
-{
-    const active_table none({});
-    const blob bytes = make_cfg_table({{0x501, {1}}});
-    const fcs tree(bytes);
-    EXPECT_EQ(fcs_status::ok, tree.status);
-    EXPECT_EQ(blob(4), tree.table());
-}
-
-// Whatever comes first in the order of the records ends the reading, although the names come in another.
-TEST(load_table, keeps_what_comes_before_the_first_bad_record)
-{
-    const active_table table({{"/d", 1}, {"/c", 2}, {"/b", 3}, {"/a", 4}, {"/a", 5}, {"/c", 6}});
-    struct {
-        const char* name;
-        std::vector<cfg_file> records;
-        std::vector<std::string> names;
-    } const cases[] = {
-        {"a name twice", {{1}, {4}, {3}, {5}, {2}}, {"/a", "/b", "/d"}},
-        {"two names twice", {{2}, {4}, {6}, {1}, {5}}, {"/a", "/c"}},
-        {"three of one name", {{4}, {4}, {5}, {1}}, {"/a"}},
-        {"too large before a name twice", {{4}, {1, payload(65524)}, {5}, {2}}, {"/a"}},
-        {"a name twice before too large", {{4}, {2}, {5}, {1, payload(65524)}}, {"/a", "/c"}},
-        {"outside before all", {{1, {}, 1, 0xFFFFFFFF, low16(1)}, {4}, {4}}, {}},
-    };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
-        fcs tree;
-        const blob bytes = make_cfg_table(row.records);
-        EXPECT_FALSE(loadDataFromFcsBuffer(tree.handle, bytes.data(), low32(bytes.size())));
-        EXPECT_EQ(row.names, tree.names());
-    }
-}
-
 // Gaps, overlaps, shared payloads and bytes behind the last one are read; what is written is sorted and packed.
 TEST(load_table, writes_back_in_order_and_packed)
 {
@@ -148,24 +92,6 @@ TEST(load_table, writes_back_in_order_and_packed)
     // Until then the node's record is as it was read.
     const fcs again(bytes);
     EXPECT_EQ(62U, load<_cfg_file_entry_t>(again.image("/a").data()).offset);
-}
-
-TEST(load_table, at_any_address)
-{
-    const active_table table(files);
-    const blob bytes = make_cfg_table({{0x501, {1, 2, 3}}, {0x504, {4}}});
-    for (std::size_t shift = 0; shift < 4; ++shift) {
-        blob moved(shift);
-        moved.insert(moved.end(), bytes.begin(), bytes.end());
-        fcs tree;
-        ASSERT_TRUE(loadDataFromFcsBuffer(tree.handle, moved.data() + shift, low32(bytes.size())));
-        blob out(shift + bytes.size());
-        std::uint32_t length = low32(bytes.size());
-        ASSERT_EQ(0U, flush(tree.handle, out.data() + shift, &length));
-        const auto written = read_packed_table(blob(out.begin() + static_cast<std::ptrdiff_t>(shift), out.end()));
-        ASSERT_TRUE(written);
-        EXPECT_EQ((std::vector<cfg_file>{{0x501, {1, 2, 3}}, {0x504, {4}}}), *written);
-    }
 }
 
 } // namespace

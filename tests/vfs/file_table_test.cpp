@@ -35,30 +35,6 @@ void set_offset(blob& table, std::uint32_t row, std::int64_t behind_end)
           le32(low32(static_cast<std::uint64_t>(static_cast<std::int64_t>(table.size()) + behind_end))));
 }
 
-TEST_F(file_table, golden_bytes)
-{
-    const ftbl_file_entry_t entry = file_entry({"/home/qrd/deploy", 0x51020304, 0x0143, 0xABCD, 2, 0x00012345});
-    std::uint8_t expected[68] = "/home/qrd/deploy";
-    const std::uint8_t tail[] = {0x04, 0x03, 0x02, 0x51, 0x43, 0x01, 0,    0,    0,    0,
-                                 0xCD, 0xAB, 0,    0,    0,    2,    0x45, 0x23, 0x01, 0};
-    std::memcpy(expected + 48, tail, sizeof tail);
-    EXPECT_EQ(0, std::memcmp(&entry, expected, sizeof expected));
-    EXPECT_EQ(0x50001000U | 0x3CD, vfs::dfs_number(entry));
-
-    // One SKU of number 2 and two files at 512.
-    blob table(1024);
-    const std::uint8_t head[] = {'F', 'T', 'B', 'L', 9, 9, 9, 9, 9, 9, 9, 9, 1, 0, 0, 0, //
-                                 2,   0,   0,   0,   0, 2, 0, 0, 2, 0, 0, 0, 9, 9, 9, 9};
-    std::memcpy(table.data(), head, sizeof head);
-    std::memcpy(table.data() + 512, &entry, sizeof entry);
-    std::memcpy(table.data() + 580, "/home/b", 7);
-    ASSERT_EQ(0U, load_file_table(table.data(), 2, 1024));
-    EXPECT_EQ(2U, g_dfs_sku);
-    EXPECT_EQ(2, g_table_num_files);
-    EXPECT_EQ(table.data() + 512, static_cast<const void*>(g_table_buf));
-    EXPECT_EQ(g_table_buf + 1, get_file_entry_by_file_name("/home/b"));
-}
-
 TEST_F(file_table, what_is_refused_and_what_becomes_active)
 {
     const auto as_built = [](blob&) {};
@@ -103,46 +79,6 @@ TEST_F(file_table, what_is_refused_and_what_becomes_active)
     EXPECT_EQ(1U, load_file_table(nullptr, 2, 1024));
 }
 
-TEST_F(file_table, first_row_of_a_sku_counts_and_an_unknown_sku_keeps_the_active_table)
-{
-    const blob table = make_file_table({{2, {{"/first", 1}}}, {2, {{"/second", 2}}}});
-    ASSERT_EQ(0U, load_file_table(table.data(), 2, low32(table.size())));
-    EXPECT_NE(nullptr, get_file_entry_by_file_name("/first"));
-    EXPECT_EQ(nullptr, get_file_entry_by_file_name("/second"));
-
-    const blob other = make_file_table({{5, {{"/other", 1}}}});
-    EXPECT_EQ(0U, load_file_table(other.data(), 6, low32(other.size())));
-    EXPECT_EQ(2U, g_dfs_sku);
-    EXPECT_NE(nullptr, get_file_entry_by_file_name("/first"));
-}
-
-// EFST sees the same three arguments. Its failure comes after the table is active, and also where no row had the SKU.
-TEST_F(file_table, failure_of_the_efs_table_is_the_result)
-{
-    const auto efst = [](std::uint32_t at, std::uint32_t files_size) {
-        blob record(16 + 40 + 60);
-        std::memcpy(record.data(), "EFST", 4);
-        store(record.data() + 12, le32(1));
-        const std::uint32_t words[] = {2, at + 56, 1, files_size, 2, 7, 3, 16, 100, 0};
-        for (std::size_t i = 0; i < std::size(words); ++i) store(record.data() + 16 + 4 * i, le32(words[i]));
-        return record;
-    };
-    for (const bool sound : {true, false}) {
-        SetUp();
-        g_efs_autogen_data_loaded = 0;
-        const auto record = [&](std::uint32_t at) { return efst(at, sound ? 60 : 61); };
-        const blob table = make_file_table({{2, {{"/a", 1}}}}, record);
-        EXPECT_EQ(sound ? 0U : 1U, load_file_table(table.data(), 2, low32(table.size())));
-        EXPECT_EQ(sound ? 1 : 0, g_efs_autogen_data_loaded);
-        EXPECT_EQ(2U, g_dfs_sku);
-        EXPECT_NE(nullptr, get_file_entry_by_file_name("/a"));
-
-        const blob rowless = make_file_table({}, record);
-        EXPECT_EQ(sound ? 0U : 1U, load_file_table(rowless.data(), 2, low32(rowless.size())));
-        EXPECT_NE(nullptr, get_file_entry_by_file_name("/a"));
-    }
-}
-
 TEST_F(file_table, lookups_stop_at_the_last_entry_wholly_inside_the_buffer)
 {
     std::vector<table_file> files;
@@ -169,38 +105,6 @@ TEST_F(file_table, lookups_stop_at_the_last_entry_wholly_inside_the_buffer)
     const blob more = make_file_table({{9, files}});
     g_table_buf = static_cast<const ftbl_file_entry_t*>(static_cast<const void*>(more.data() + 32));
     EXPECT_NE(nullptr, get_file_entry_by_file_name("/f39"));
-}
-
-TEST_F(file_table, a_table_that_a_program_sets_is_honoured)
-{
-    const ftbl_file_entry_t mine[] = {file_entry({"/x", 7}), file_entry({"/y", 8})};
-    struct {
-        const char* name;
-        const ftbl_file_entry_t* entries;
-        std::int32_t count;
-        bool x, y;
-    } const cases[] = {
-        {"both", mine, 2, true, true},
-        {"the first", mine, 1, true, false},
-        {"none", mine, 0, false, false},
-        {"top bit set", mine, INT32_MIN + 2, false, false},
-        {"null", nullptr, 2, false, false},
-        {"-1", mine, -1, false, false},
-        {"the second", mine + 1, 1, false, true},
-    };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
-        g_table_buf = row.entries;
-        g_table_num_files = row.count;
-        EXPECT_EQ(row.x, get_file_entry_by_file_name("/x") == mine);
-        EXPECT_EQ(row.y, get_file_entry_by_file_name("/y") == mine + 1);
-    }
-    const blob table = make_file_table({{2, {{"/x", 7}}}});
-    blob top_bit = table;
-    store(top_bit.data() + 16 + 8, le32(0x80000001));
-    EXPECT_EQ(0U, load_file_table(top_bit.data(), 2, low32(top_bit.size())));
-    EXPECT_LT(g_table_num_files, 0);
-    EXPECT_EQ(nullptr, get_file_entry_by_file_name("/x"));
 }
 
 } // namespace

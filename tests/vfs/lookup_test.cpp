@@ -67,36 +67,6 @@ INSTANTIATE_TEST_SUITE_P(tables, lookup, testing::Values(0U, 200U), [](const aut
     return fillers.param == 0 ? std::string("walked") : std::string("indexed");
 });
 
-TEST_P(lookup, by_name)
-{
-    struct {
-        std::string query;
-        std::ptrdiff_t found;
-    } const cases[] = {
-        {"/a", 0},    {"/A", -1},          {"/", -1},     {"/a/", -1},
-        {name_48, 1}, {name_48 + "xx", 1}, {"/twin", 3},  {name_48.substr(0, 47), -1},
-        {"", 4},      {"costarring", 5},   {"liquid", 6}, {name_48.substr(0, 47) + "m", -1},
-        {"/zero", 7}, {"costarrin", -1},
-    };
-    for (const auto& row : cases)
-        EXPECT_EQ(row.found, place(get_file_entry_by_file_name(row.query.c_str()))) << row.query;
-    EXPECT_EQ(nullptr, get_file_entry_by_file_name(nullptr));
-}
-
-TEST_P(lookup, by_number)
-{
-    struct {
-        fileno_t query;
-        std::ptrdiff_t found;
-    } const cases[] = {{0x10000001, 0}, {1, -1}, {2, 1}, {3, 2}, {6, 6}, {0, 7}, {0xFFFFFFFF, -1}};
-    const vfs::lookup_run run;
-    for (const auto& row : cases) {
-        EXPECT_EQ(row.found, place(get_file_entry_by_fileno(&row.query))) << row.query;
-        EXPECT_EQ(row.found, place(run.find_by_fileno(row.query))) << row.query;
-    }
-    EXPECT_EQ(nullptr, get_file_entry_by_fileno(nullptr));
-}
-
 TEST_P(lookup, what_the_flat_calls_write)
 {
     fileno_t number = 99;
@@ -127,23 +97,6 @@ TEST_P(lookup, what_the_flat_calls_write)
     EXPECT_EQ(0, get_file_attributes_by_file_name("/a", &attributes, &max_size));
     EXPECT_EQ(0x0143, attributes);
     EXPECT_EQ(500U, max_size);
-}
-
-// An index must not answer from what an entry was.
-TEST_P(lookup, entries_that_change_under_the_table)
-{
-    fileno_t number = 0x10000001;
-    ASSERT_EQ(0, place(get_file_entry_by_file_name("/a")));
-    ASSERT_EQ(0, place(get_file_entry_by_fileno(&number)));
-    table.change(first, {"/new", 0x20});
-    EXPECT_EQ(2, place(get_file_entry_by_file_name("/a")));
-    EXPECT_EQ(0, place(get_file_entry_by_file_name("/new")));
-    EXPECT_EQ(-1, place(get_file_entry_by_fileno(&number)));
-    number = 0x20;
-    EXPECT_EQ(0, place(get_file_entry_by_fileno(&number)));
-    EXPECT_EQ(0, place(vfs::lookup_run().find_by_fileno(0x20)));
-    --g_table_num_files;
-    EXPECT_EQ(GetParam() == 0 ? -1 : 7, place(get_file_entry_by_file_name("/zero")));
 }
 
 TEST(lookup_random, as_a_plain_walk)

@@ -52,21 +52,6 @@ TEST_F(mini_vfs, numbers)
     }
 }
 
-TEST_F(mini_vfs, statuses_of_a_path)
-{
-    std::uint32_t number = 0xDEAD;
-    g_table_buf = nullptr;
-    EXPECT_EQ(2U, pathToFileNumber("/f", &number));
-    activate({{"/f"}, {name_48, 0, 0, 9}});
-    EXPECT_EQ(1U, pathToFileNumber("/none", nullptr));
-    EXPECT_EQ(2U, pathToFileNumber("/none", &number));
-    EXPECT_EQ(2U, pathToFileNumber("f", &number));
-    EXPECT_EQ(2U, pathToFileNumber(nullptr, &number));
-    EXPECT_EQ(0xDEADU, number);
-    EXPECT_EQ(0U, pathToFileNumber((name_48 + "/more").c_str(), &number));
-    EXPECT_EQ(9U, number);
-}
-
 TEST_F(mini_vfs, reads)
 {
     const blob content = bytes(300);
