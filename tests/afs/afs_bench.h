@@ -2,23 +2,26 @@
 #pragma once
 
 #include "afs/afs_internal.h"
-#include "tests/ftl/short_memory.h"
 #include "tests/support/check_volume.h"
+#include "tests/support/counted_memory.h"
 #include "tests/support/spi_chip.h"
 #include "tests/support/volume_builder.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <optional>
 
 namespace yfs::test {
 
 using content = std::vector<std::uint8_t>;
+template <std::size_t N>
+using rows = std::initializer_list<std::array<std::uint32_t, N>>;
 
 class bench {
 public:
-    explicit bench(std::vector<std::uint8_t> flash) : image(std::move(flash)), chip(image), ctx{}, guard_(chip)
+    explicit bench(content flash) : image(std::move(flash)), chip(image), ctx{}, guard_(chip)
     {
         ctx.staging = staging_.data();
         chip.keep_journal(true);
@@ -31,8 +34,7 @@ public:
     // 0x25: with sizes, over the FTL, mounted here.
     std::uint32_t open(std::uint32_t flags = 0x25, std::uint32_t lines = 10)
     {
-        const auto size = static_cast<std::uint32_t>(image.size());
-        return afs_init(&ctx, image.data(), 64, lines, 100, 0, size, flags, 0x5A, 0xFABC);
+        return afs_init(&ctx, image.data(), 64, lines, 100, 0, low32(image.size()), flags, 0x5A, 0xFABC);
     }
     // As the next run would find it.
     std::uint32_t reopen()
@@ -42,7 +44,7 @@ public:
     }
     std::uint32_t write(int file, std::uint32_t offset, const content& data, std::uint32_t flags = 0)
     {
-        return afs_writefile(&ctx, file, offset, static_cast<std::uint32_t>(data.size()), data.data(), flags);
+        return afs_writefile(&ctx, file, offset, low32(data.size()), data.data(), flags);
     }
     // All of a file; nothing if it doesn't exist. Size and bytes have to agree.
     std::optional<content> read(int file)
@@ -56,9 +58,10 @@ public:
         out.resize(len);
         return out;
     }
+    // The head's number, the chunks and what ends the chain.
     std::vector<std::uint16_t> chain(int file)
     {
-        std::vector<std::uint16_t> out{static_cast<std::uint16_t>(file)};
+        std::vector<std::uint16_t> out{low16(static_cast<unsigned>(file))};
         while (out.size() == 1 || (out.back() > 64 && out.back() < afs::zombie)) {
             std::uint16_t next = 0;
             if (afs_get_next_cid(&ctx, out.back(), &next) != 0) break;
@@ -66,20 +69,30 @@ public:
         }
         return out;
     }
-    // Chunks in use by the map.
     unsigned in_use() const
     {
         unsigned count = 0;
         for (unsigned i = 0; i < ctx.chunks; ++i) count += afs::chunk_in_use(ctx, i) ? 1 : 0;
         return count;
     }
+    // As the second reader sees the flash.
+    testing::AssertionResult sound(inspect::finding_id but_for = inspect::finding_id::count) const
+    {
+        return clean(inspect::inspect_image(image), but_for);
+    }
+    testing::AssertionResult sound_with(const contents& files) const
+    {
+        const auto result = sound();
+        return result ? holds(inspect::inspect_image(image), files) : result;
+    }
+    bool fat_page_mapped(unsigned page) const { return ctx.ftl->page_map[page].slot != 0xFF; }
 
-    std::vector<std::uint8_t> image;
+    content image;
     nor_chip chip;
     afs_context ctx;
 
 private:
-    std::vector<std::uint8_t> staging_ = std::vector<std::uint8_t>(4096);
+    content staging_ = content(4096);
     spi_chip_guard guard_;
 };
 

@@ -100,10 +100,8 @@ TEST_F(AfsCache, LeastRecentlyUsedGoesFirst)
 TEST_F(AfsCache, LinksOfTheLines)
 {
     ASSERT_EQ(cache_init(&ctx, 64, 3), 0U);
-    const auto links = [&] {
-        return std::vector{ctx.line_table[0].link, ctx.line_table[1].link, ctx.line_table[2].link};
-    };
-    using list = std::vector<std::uint16_t>;
+    using list = std::array<unsigned, 3>;
+    const auto links = [&] { return list{ctx.line_table[0].link, ctx.line_table[1].link, ctx.line_table[2].link}; };
     EXPECT_EQ(links(), (list{1 << 2, 2 << 2, 0x3FFC}));
     EXPECT_EQ(ctx.cache_head, 0);
     run(ctx, "7"); // takes the last line
@@ -118,16 +116,12 @@ TEST_F(AfsCache, LinksOfTheLines)
 
 TEST_F(AfsCache, MadeAnew)
 {
-    struct row {
-        std::uint32_t page_size, lines, status;
-    };
-    ASSERT_EQ(afs_setcache(&ctx, 64, 2), 0U);
-    for (const row& r : {row{64, 1, 22}, row{64, 1001, 22}, row{63, 9, 22}, row{0, 9, 22}, row{100, 9, 22},
-                         row{65536, 9, 22}, row{64, 1000, 0}, row{65472, 2, 0}, row{64, 2, 0}}) {
-        const auto before = ctx.line_count;
-        EXPECT_EQ(afs_setcache(&ctx, r.page_size, r.lines), r.status) << r.page_size << " " << r.lines;
-        EXPECT_EQ(ctx.line_count, r.status == 0 ? r.lines : before);
-        EXPECT_EQ(ctx.page_size, r.status == 0 ? r.page_size : 64);
+    for (const auto& [page_size, lines, status] :
+         rows<3>{{64, 1, 22}, {64, 1001, 22}, {100, 9, 22}, {65536, 9, 22}, {64, 1000, 0}, {65472, 2, 0}, {64, 2, 0}}) {
+        const auto before = std::pair(ctx.page_size, ctx.line_count);
+        EXPECT_EQ(afs_setcache(&ctx, page_size, lines), status) << page_size << " " << lines;
+        EXPECT_EQ(std::pair(ctx.page_size, ctx.line_count),
+                  status == 0 ? std::pair(low16(page_size), low16(lines)) : before);
     }
     EXPECT_EQ(afs_setcache(nullptr, 64, 10), 22U);
 
@@ -138,14 +132,12 @@ TEST_F(AfsCache, MadeAnew)
     EXPECT_EQ(run(ctx, "1 +2"), "r1 r2");
     s_broken = "w2";
     EXPECT_EQ(afs_setcache(&ctx, 64, 5), 5U);
-    EXPECT_EQ(ctx.line_count, 4);
-
-    const auto held = blocks_held();
     s_broken.clear();
+    const auto held = live_blocks();
     for (unsigned n = 1; n <= 2; ++n) {
         fail_allocation(n);
         EXPECT_EQ(afs_setcache(&ctx, 64, 5), 12U);
-        EXPECT_EQ(blocks_held(), held);
+        EXPECT_EQ(live_blocks(), held);
         EXPECT_EQ(ctx.line_count, 4);
         EXPECT_EQ(run(ctx, "1 2"), ""); // the old one is still there
     }
@@ -153,10 +145,8 @@ TEST_F(AfsCache, MadeAnew)
 
     cache_line_entry* table = std::exchange(ctx.line_table, nullptr);
     void* line = nullptr;
-    EXPECT_EQ(cache_init(&ctx, 64, 5), 99U);
-    EXPECT_EQ(afs_setcache(&ctx, 64, 5), 99U);
-    EXPECT_EQ(cache_ptr(&ctx, 1, &line), 99U);
-    EXPECT_EQ(cache_flush(&ctx), 99U);
+    for (const std::uint32_t status : {afs_setcache(&ctx, 64, 5), cache_ptr(&ctx, 1, &line), cache_flush(&ctx)})
+        EXPECT_EQ(status, 99U); // half a cache
     ctx.line_table = table;
 }
 

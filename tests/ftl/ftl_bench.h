@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <map>
 #include <set>
 #include <sstream>
 
@@ -14,13 +16,71 @@ namespace yfs::test {
 
 constexpr std::uint32_t none = 0xFFFFFFFF;
 
-// An image without files: the test places pages itself. 6 EUs, the first two log, three data, the spare; 15 FAT pages,
-// groups at pages 15, 137 and 259.
-inline volume bare(unsigned eus = 6, unsigned data_eus = 3, unsigned files = 100)
+inline std::string hex(std::span<const std::uint8_t> data)
 {
+    std::string out;
+    for (const std::uint8_t b : data) out += {"0123456789abcdef"[b >> 4], "0123456789abcdef"[b & 15]};
+    return out;
+}
+
+// A volume without files, laid down by words. "eu1" begins an EU; behind it stand fields of its header and slots of its
+// log: page numbers (committed), tN (torn), rN (a record alone), _ (untouched), fN=M (old copies of page N up to slot
+// M), raw=R (this record). dN is a complete data page, dN=R one with this record. By default 6 EUs: two log, three
+// data, the spare; 15 FAT pages, groups at pages 15, 137 and 259. FAT page p holds bytes(64, p), an old copy zeros,
+// data page i bytes(64, i + 1000).
+inline volume plan(const std::string& words, unsigned eus = 6, unsigned data_eus = 3, unsigned files = 100)
+{
+    using number = std::uint32_t; // n: behind the word's name, x: behind its equals sign
+    static const std::map<std::string, void (*)(volume&, unsigned eu, number n, number x)> meaning{
+        {"seq", [](volume& v, unsigned eu, number, number x) { v.eu(eu).seq(x); }},
+        {"src", [](volume& v, unsigned eu, number, number x) { v.eu(eu).src(x); }},
+        {"base", [](volume& v, unsigned eu, number, number x) { v.eu(eu).base_page(x); }},
+        {"erase", [](volume& v, unsigned eu, number, number x) { v.eu(eu).erase_count(x); }},
+        {"commit", [](volume& v, unsigned eu, number, number x) { v.eu(eu).commit(low8(x)); }},
+        {"magic", [](volume& v, unsigned eu, number, number x) { v.eu(eu).magic(x); }},
+        {"magic*", [](volume& v, unsigned eu, number, number x) { v.eu(eu).magic(x, true); }}, // the CRC taken over it
+        {"cut", [](volume& v, unsigned eu, number, number x) { v.eu(eu).header_cut(x); }},
+        {"crc^", [](volume& v, unsigned eu, number, number x) { v.eu(eu).crc_xor(low8(x)); }},
+        {"erased", [](volume& v, unsigned eu, number, number) { v.eu(eu).erased(); }},
+        {"given-up", [](volume& v, unsigned eu, number, number) { v.eu(eu).given_up(); }},
+        {"", [](volume& v, unsigned eu, number n, number) { v.log(eu).page(n, bytes(64, n)); }},
+        {"t", [](volume& v, unsigned eu, number n, number) { v.log(eu).torn(n); }},
+        {"r", [](volume& v, unsigned eu, number n, number) { v.log(eu).torn_record(n); }},
+        {"f", [](volume& v, unsigned eu, number n, number x) { v.log(eu).fill(n, x); }},
+        {"_", [](volume& v, unsigned eu, number, number) { v.log(eu).skip(); }},
+        {"raw", [](volume& v, unsigned eu, number, number x) { v.log(eu).raw_record(low16(x)); }},
+        {"d", [](volume& v, unsigned, number n, number x) { v.dead(n, low8(x)); }}};
     volume v(eus, data_eus, files);
     v.without_header().without_auto_log();
+    std::istringstream in(words);
+    unsigned eu = 0;
+    for (std::string word; in >> word;) {
+        const std::string key = word.substr(0, word.find('='));
+        const auto digits = std::min(key.find_first_of("0123456789"), key.size());
+        const auto n = static_cast<number>(std::atoi(key.c_str() + digits));
+        const auto x = key == word ? 0 : static_cast<number>(std::stoul(word.substr(key.size() + 1), nullptr, 0));
+        if (key.starts_with("eu")) {
+            eu = n;
+        } else {
+            meaning.at(key.substr(0, digits))(v, eu, n, x);
+        }
+    }
     return v;
+}
+
+using content = std::vector<std::uint8_t>;
+using page_read = std::pair<std::uint32_t, content>; // status and bytes
+
+// The set from, from + step, ... below to.
+inline std::set<unsigned> range(unsigned from, unsigned to, unsigned step = 1)
+{
+    std::set<unsigned> out;
+    for (; from < to; from += step) out.insert(from);
+    return out;
+}
+inline void lay(volume& v, const std::set<unsigned>& data_pages)
+{
+    for (const unsigned i : data_pages) v.dead(i);
 }
 
 class bench {
@@ -51,17 +111,13 @@ public:
     }
     ftl_context& ftl() { return *ctx.ftl; }
     ftl_eu_entry& eu(unsigned i) { return ctx.ftl->eu_table[i]; }
-    std::pair<unsigned, unsigned> place(unsigned fat_page) const
-    {
-        return {ctx.ftl->page_map[fat_page].eu, ctx.ftl->page_map[fat_page].slot};
-    }
     bool in_use(unsigned index) const { return ((map_[index >> 5] >> (index & 31U)) & 1U) != 0; }
     std::uint32_t va(unsigned index) const { return ctx.fat_size + index * 64; }
 
-    // A page as the FTL reads it, after its status.
-    std::pair<std::uint32_t, std::vector<std::uint8_t>> read(std::uint32_t at)
+    // A page as the FTL reads it.
+    page_read read(std::uint32_t at)
     {
-        std::vector<std::uint8_t> buf(64, 0xEE);
+        content buf(64, 0xEE);
         const std::uint32_t status = afs_physical_ftl_read_page(&ctx, at, 64, buf.data());
         return {status, buf};
     }
@@ -94,17 +150,14 @@ public:
         return out.str();
     }
     // The layout that a fresh mount of the image finds.
-    std::string layout_after_mount() const
+    std::string layout_after_mount()
     {
-        afs_context fresh = ctx;
-        fresh.ftl = nullptr;
-        const std::uint32_t status = afs_physical_ftl_init(&fresh, fresh.flash_size, ftl::flag_allocate);
-        const std::uint32_t map_status = status == 0 ? afs_physical_ftl_set_allocation_map(&fresh) : 0;
-        bench* self = const_cast<bench*>(this);
-        std::swap(self->ctx.ftl, fresh.ftl);
-        std::string found = status + map_status == 0 ? layout() : "mount " + std::to_string(status + map_status);
-        std::swap(self->ctx.ftl, fresh.ftl);
-        ftl::release_ftl(&fresh);
+        ftl_context* kept = std::exchange(ctx.ftl, nullptr);
+        std::uint32_t status = mount();
+        if (status == 0) status = afs_physical_ftl_set_allocation_map(&ctx);
+        const std::string found = status == 0 ? layout() : "mount " + std::to_string(status);
+        ftl::release_ftl(&ctx);
+        ctx.ftl = kept;
         return found;
     }
 
@@ -113,15 +166,12 @@ public:
     std::string story() const
     {
         std::ostringstream out;
+        const char* space = "";
         for (const chip_change& c : chip.journal()) {
-            if (out.tellp() > 0) out << " ";
-            if (c.kind == chip_call::erase) out << "E";
-            out << c.addr / ftl::eu_size << ":" << c.addr % ftl::eu_size;
-            if (c.kind == chip_call::erase) continue;
-            out << (c.len > 4 ? "+" : "=");
-            if (c.len > 4) out << c.len;
-            for (const std::uint8_t b : c.bytes)
-                if (c.len <= 4) out << "0123456789abcdef"[b >> 4] << "0123456789abcdef"[b & 15];
+            out << std::exchange(space, " ") << (c.kind == chip_call::erase ? "E" : "") << c.addr / ftl::eu_size << ":"
+                << c.addr % ftl::eu_size;
+            if (c.kind == chip_call::write && c.len > 4) out << "+" << c.len;
+            if (c.kind == chip_call::write && c.len <= 4) out << "=" << hex(c.bytes);
         }
         return out.str();
     }
