@@ -239,13 +239,14 @@ void volume::refuse_full(const file_row& row, std::size_t size) const
     const volume_space room = space();
     const std::uint32_t needed = chunks_for(size);
     const std::uint32_t old = chunks_for(size_of(row).value_or(0));
-    std::string text =
-        fmt::format("can't put {}: {} bytes don't fit into {}\n", printable(row.path), size, image_of(row).name());
-    text += fmt::format("  needs {} chunks of {} bytes; {} are free ({} at once, {} after a reclaim)", needed,
-                        chunk_bytes, room.free(), room.at_once, room.free() - room.at_once);
+    std::string text = fmt::format(
+        "can't put {}: {} don't fit into {}\n  needs {} of {} bytes; {} are free ({} at once, {} after a reclaim)",
+        printable(row.path), bytes_text(size), image_of(row).name(), count_of(needed, "chunk"), chunk_bytes,
+        room.free(), room.at_once, room.free() - room.at_once);
     std::string hint = "remove files that are no longer needed with 'yfs rm'";
-    if (needed > room.free()) hint = fmt::format("short by {} chunks; ", needed - room.free()) + hint;
-    if (old > 0) hint += fmt::format("; the old contents, {} chunks, stay until the new ones are in force", old);
+    if (needed > room.free()) hint = fmt::format("short by {}; ", count_of(needed - room.free(), "chunk")) + hint;
+    if (old > 0)
+        hint += fmt::format("; the old contents, {}, stay until the new ones are in force", count_of(old, "chunk"));
     throw failure(fault::volume_full, std::move(text), std::move(hint));
 }
 

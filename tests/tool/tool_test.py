@@ -432,7 +432,7 @@ REFUSALS = [
     ("too-large", 8, ["nvar", "set", "log/ring", "big"], replace("big", bytes(65524)), [65524, 65523]),
     # Refused before anything runs: the volume of this set doesn't even mount.
     ("too-large", 8, ["nvar", "set", "net/mac", "utf8:1234567"], replace("yfs.img", b""), ["limit is 6"]),
-    ("too-large", 8, SET_UPLINK, lambda folder: shrink_limit(folder, "/home/net/name", 3), ["/home/net/name", "7 bytes", "limit is 3"]),
+    ("too-large", 8, SET_UPLINK, lambda folder: set_limit(folder, "/home/net/name", 3), ["/home/net/name", "7 bytes", "limit is 3"]),
     ("empty-on-efs", 8, ["nvar", "set", "net/uplink", "utf8:"], move_to_efs("/home/net/uplink"), ["EFS", "one byte"]),
     ("no-volume", 8, ["rm", "net/uplink"], move_to_efs("/home/net/uplink"), ["EFS"]),
     ("not-modifiable", 8, ["nvar", "set", "cred/ca_bundle", "utf8:x"], None, ["tail of 56", "yfs put"]),
@@ -446,7 +446,7 @@ REFUSALS = [
 ELSEWHERE = {"binary-to-terminal", "volume-incomplete", "unknown-records", "output-failed"}
 
 
-def shrink_limit(folder, path, limit):
+def set_limit(folder, path, limit):
     table = (folder / "ftbl.bin").read_bytes()
     overwrite("ftbl.bin", table.index(path.encode()) + 64, struct.pack("<I", limit))(folder)
 
@@ -561,7 +561,9 @@ class SampleSets(ToolTest):
             self.ok("put", path, cwd=folder, stdin=contents)
             self.assertEqual(self.ok("cat", path, cwd=folder), contents)
         self.refused("too-large", 8, "put", path, cwd=folder, stdin=b"x" * (row["limit"] + 1), says=[row["limit"]])
-        self.refused("too-large", 8, "put", row["place"], cwd=folder, stdin=b"x" * 0x10000, says=["EFS"])
+        set_limit(folder, path, 0x20000)
+        self.refused("too-large", 8, "put", row["place"], cwd=folder, stdin=b"x" * 0x10000, says=["EFS", row["limit"]])
+        self.refused("too-large", 8, "nvar", "set", path, "-", cwd=folder, stdin=b"x" * (row["limit"] + 1), says=["EFS"])
         self.refused("no-volume", 8, "put", "efs#2000", cwd=folder, says=["no entry"])
         self.refused("empty-on-efs", 8, "nvar", "set", path, "utf8:", cwd=folder)
         self.assertEqual(self.contents(folder), before | {path: b"short"})
