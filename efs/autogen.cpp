@@ -112,11 +112,15 @@ void fill(efs_file_t* files, bytes table, const efst_sku_record_t& sku)
 
 } // namespace
 
+std::uint32_t files_bound()
+{
+    if (EFS_files == nullptr) return 0;
+    return EFS_files == made.files ? std::min(made.count, g_efs_files_num) : g_efs_files_num;
+}
+
 const efs_file_t* find_file(std::uint32_t file)
 {
-    // A load that failed half way has set g_efs_files_num for a table that never came to be.
-    const std::uint32_t bound = EFS_files == made.files ? std::min(made.count, g_efs_files_num) : g_efs_files_num;
-    if (EFS_files == nullptr || file >= bound) return nullptr;
+    if (file >= files_bound()) return nullptr;
     const efs_file_t* entry = EFS_files + file;
     return (entry->flags & file_in_use) != 0 ? entry : nullptr;
 }

@@ -23,6 +23,7 @@ uint32_t EFS_write_with_read_check(uint32_t address, uint32_t length, const void
 uint32_t EFS_write_data_footer(uint32_t physical_block, const void* data_area)
 {
     using namespace yfs::efs;
+    if (mounted_otherwise()) return efs_status::not_ready;
     const geometry geo = current_geometry();
     if (data_area == nullptr || !geo.representable() || physical_block >= geo.data_blocks()) return efs_status::invalid;
     const yfs::le32 footer = EFS_crc32(0, static_cast<const std::uint8_t*>(data_area), data_area_bytes);
@@ -33,6 +34,7 @@ uint32_t EFS_write_data_footer(uint32_t physical_block, const void* data_area)
 uint32_t EFS_write_data_block(uint32_t physical_block, const void* data_area)
 {
     using namespace yfs::efs;
+    if (mounted_otherwise()) return efs_status::not_ready;
     const geometry geo = current_geometry();
     if (data_area == nullptr || !geo.representable() || physical_block >= geo.data_blocks()) return efs_status::invalid;
     const auto at = geo.data_block_at(physical_block) + static_cast<std::uint32_t>(offsetof(data_block_t, data_area));

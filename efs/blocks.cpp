@@ -60,10 +60,10 @@ std::uint32_t read_block(const geometry& geo, std::uint32_t block)
     return EFS_physical_read(geo.data_block_at(block), block_bytes, efs_ctx.page_buf);
 }
 
-// The block into page_buf. ok | integrity: its header stays unsound | a medium's failure.
-std::uint32_t read_headed_block(const geometry& geo, std::uint32_t block)
+// The block into page_buf. ok | integrity, and `unsound` true: its header stays unsound | a medium's failure.
+std::uint32_t read_headed_block(const geometry& geo, std::uint32_t block, bool& unsound)
 {
-    return read_until([&] { return read_block(geo, block); }, [] { return header_sound(efs_ctx.page_buf); });
+    return read_until([&] { return read_block(geo, block); }, [] { return header_sound(efs_ctx.page_buf); }, &unsound);
 }
 
 void note_erase_count(std::uint32_t block)
@@ -75,7 +75,8 @@ std::uint32_t scan_valid(const geometry& geo)
 {
     for (std::uint32_t i = 0; i < geo.valid_block_num; ++i) {
         const std::uint32_t block = efs_ctx.current_bme.valid_table[i];
-        if (const auto status = read_headed_block(geo, block); status != efs_status::ok) return status;
+        bool unsound = false;
+        if (const auto status = read_headed_block(geo, block, unsound); status != efs_status::ok) return status;
         note_erase_count(block);
     }
     return efs_status::ok;
@@ -86,16 +87,19 @@ std::uint32_t test_blank(const geometry& geo, std::uint32_t block, bool& is_blan
 {
     bool first = true;
     const auto read = [&] { return std::exchange(first, false) ? efs_status::ok : read_block(geo, block); };
-    const auto status = read_until(read, [] { return rest_blank(); });
+    bool written = false;
+    const auto status = read_until(
+        read, [] { return rest_blank(); }, &written);
     is_blank = status == efs_status::ok;
-    return status == efs_status::integrity ? efs_status::ok : status;
+    return written ? efs_status::ok : status;
 }
 
 std::uint32_t scan_spare(const geometry& geo, std::uint32_t position, scan_result& found)
 {
     const std::uint32_t block = efs_ctx.current_bme.non_valid_table[position];
-    const auto status = read_headed_block(geo, block);
-    if (status == efs_status::integrity) {
+    bool unsound = false;
+    const auto status = read_headed_block(geo, block, unsound);
+    if (unsound) {
         ++found.unsound;
         found.unsound_block = block;
         found.unsound_position = position;
@@ -138,6 +142,7 @@ std::uint32_t repair_unsound(const geometry& geo, const scan_result& found)
 uint32_t EFS_erase_data_block(uint32_t physical_block, uint32_t erase_count)
 {
     using namespace yfs::efs;
+    if (mounted_otherwise()) return efs_status::not_ready;
     const geometry geo = current_geometry();
     if (!geo.representable() || physical_block >= geo.data_blocks()) return efs_status::invalid;
     const auto status = erase_and_head(geo.data_block_at(physical_block), erase_count + 1);

@@ -72,6 +72,13 @@ std::uint32_t erase_bm(std::uint32_t bm)
 
 namespace {
 
+// No image mounts with an entry that breaks the rule of its tables, so none is written.
+bool sound_tables(const efs_bme_t& bme, const geometry& geo)
+{
+    return bme.valid_table != nullptr && bme.non_valid_table != nullptr &&
+           each_block_once(bme.valid_table, bme.non_valid_table, geo);
+}
+
 // A free spare with the lowest erase count, the lower position on a tie. ok | integrity: none is free.
 std::uint32_t select_free(const geometry& geo, std::uint32_t& position)
 {
@@ -140,6 +147,7 @@ uint32_t EFS_bme_swap_and_write_new_block(efs_bme_t* bme, uint32_t logical_block
     if (!mounted()) return efs_status::not_ready;
     const geometry geo = current_geometry();
     if (bme == nullptr || data_area == nullptr || logical_block >= geo.valid_block_num) return efs_status::invalid;
+    if (!sound_tables(*bme, geo)) return efs_status::invalid;
 
     std::uint8_t kept[data_area_bytes];
     if (efs_ctx.scan_done == 0) { // the scan takes page_buf, where the data area may lie
@@ -163,8 +171,8 @@ uint32_t EFS_commit_BME(efs_bme_t* bme, uint32_t reserved0, uint32_t reserved1)
 {
     using namespace yfs::efs;
     if (!mounted()) return efs_status::not_ready;
-    if (bme == nullptr) return efs_status::invalid;
     const geometry geo = current_geometry();
+    if (bme == nullptr || !sound_tables(*bme, geo)) return efs_status::invalid;
     const auto slot = yfs::lt_allocate<std::uint8_t>(geo.bme_bytes());
     if (!slot) return efs_status::no_memory;
 
@@ -183,8 +191,8 @@ uint32_t EFS_switch_BM(efs_bme_t* bme)
 {
     using namespace yfs::efs;
     if (!mounted()) return efs_status::not_ready;
-    if (bme == nullptr) return efs_status::invalid;
     const geometry geo = current_geometry();
+    if (bme == nullptr || !sound_tables(*bme, geo)) return efs_status::invalid;
     const std::uint32_t old = efs_ctx.current_bm;
     const auto slot = yfs::lt_allocate<std::uint8_t>(geo.bme_bytes());
     if (!slot) return efs_status::no_memory;
@@ -212,15 +220,17 @@ uint32_t EFS_switch_BM(efs_bme_t* bme)
 uint32_t EFS_check_next_BM_state(uint32_t bm)
 {
     using namespace yfs::efs;
+    if (mounted_otherwise()) return efs_status::not_ready;
     if (bm >= g_efs_bm_num || !current_geometry().representable()) return efs_status::invalid;
+    bool dirty = false;
     const auto status =
         read_until([&] { return EFS_physical_read(geometry::bm_at(bm), block_bytes, efs_ctx.page_buf); },
-                   [] { return blank(efs_ctx.page_buf, block_bytes); });
+                   [] { return blank(efs_ctx.page_buf, block_bytes); }, &dirty);
     if (status == efs_status::ok) {
         efs_ctx.next_bm_state = next_bm_erased;
         return efs_status::ok;
     }
-    if (status != efs_status::integrity) return status;
+    if (!dirty) return status;
     efs_ctx.next_bm_state = next_bm_dirty;
     return efs_status::ok;
 }

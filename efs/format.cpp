@@ -18,7 +18,8 @@ std::uint16_t no_file_crc(std::uint32_t logical_block)
 std::uint32_t fill_fresh_data_area(std::uint32_t logical_block, std::uint8_t* data_area)
 {
     std::memset(data_area, erased_byte, data_area_bytes);
-    for (std::uint32_t file = 0; file < g_efs_files_num; ++file) {
+    const std::uint32_t files = files_bound();
+    for (std::uint32_t file = 0; file < files; ++file) {
         const efs_file_t* const entry = find_file(file);
         if (entry == nullptr || entry->first_block != logical_block) continue;
         if (entry->offset > chunk_room) return efs_status::bad_offset;
@@ -91,11 +92,13 @@ std::uint32_t lay_image(const geometry& geo, efs_bme_t& bme, std::uint8_t* image
 uint32_t EFS_do_format(void)
 {
     using namespace yfs::efs;
+    if (mounted_otherwise()) return efs_status::not_ready;
     const geometry geo = current_geometry();
     if (!geo.representable() || geo.bm_num == 0) return efs_status::integrity;
     working_bme bme;
     const auto slot = yfs::lt_allocate_zero<std::uint8_t>(geo.bme_bytes());
     if (!bme.allocate(geo) || !slot) return efs_status::no_memory;
+    efs_ctx.initialized = 0; // what was mounted is gone with the first erase
 
     auto status = erase_everything(geo);
     if (status == efs_status::ok) status = write_logical_blocks(geo);
@@ -109,8 +112,9 @@ uint32_t yfs_make_efs(void* image, uint32_t size)
     if (g_efs_autogen_data_loaded == 0) return efs_status::not_ready;
     const geometry geo = current_geometry();
     if (image == nullptr || size != EFS_get_efs_size()) return efs_status::invalid;
-    if (!geo.representable() || geo.bm_num == 0 || !geo.slot_fits(first_slot_at)) return efs_status::integrity;
-    for (std::uint32_t file = 0; file < g_efs_files_num; ++file) {
+    if (!geo.representable() || geo.bm_num == 0) return efs_status::integrity;
+    const std::uint32_t files = files_bound();
+    for (std::uint32_t file = 0; file < files; ++file) {
         const efs_file_t* const entry = find_file(file);
         const bool stored = entry != nullptr && entry->first_block < geo.valid_block_num;
         if (stored && entry->offset > chunk_room) return efs_status::bad_offset;

@@ -9,14 +9,13 @@ namespace {
 // Beyond this offset the next switch is near enough to erase its BM ahead of need.
 constexpr std::uint32_t erase_ahead_offset = 2856;
 
-// The BM in force goes last: a cut before that leaves it as it is.
-std::uint32_t erase_all_maps(const geometry& geo)
+std::uint32_t erase_other_maps(const geometry& geo)
 {
     for (std::uint32_t bm = 0; bm < geo.bm_num; ++bm) {
         if (bm == efs_ctx.current_bm) continue;
         if (const auto status = erase_bm(bm); status != efs_status::ok) return status;
     }
-    return efs_ctx.current_bm < geo.bm_num ? erase_bm(efs_ctx.current_bm) : efs_status::invalid;
+    return efs_status::ok;
 }
 
 std::uint32_t erase_unmounted(const geometry& geo)
@@ -54,6 +53,7 @@ uint32_t EFS_idle_reclaim(void)
 uint32_t EFS_erase_next_BM(uint32_t bm)
 {
     using namespace yfs::efs;
+    if (mounted_otherwise()) return efs_status::not_ready;
     if (bm >= g_efs_bm_num || !current_geometry().representable()) return efs_status::invalid;
     return erase_bm(bm);
 }
@@ -63,10 +63,13 @@ uint32_t EFS_erase(void)
     using namespace yfs::efs;
     const geometry geo = current_geometry();
     std::uint32_t status;
+    if (mounted_otherwise()) return efs_status::not_ready;
     if (mounted()) {
-        status = erase_all_maps(geo);
+        // The BM in force goes last: until then it stands, and so does the mount.
+        status = erase_other_maps(geo);
+        if (status != efs_status::ok) return status;
+        status = efs_ctx.current_bm < geo.bm_num ? erase_bm(efs_ctx.current_bm) : efs_status::invalid;
     } else {
-        if (efs_ctx.initialized != 0) return efs_status::not_ready; // mounted for another geometry
         status = EFS_physical_init(0);
         if (status != efs_status::ok) return status;
         status = erase_unmounted(geo);
@@ -78,6 +81,7 @@ uint32_t EFS_erase(void)
 uint32_t EFS_write_RTFD_marker(void)
 {
     using namespace yfs::efs;
+    if (mounted_otherwise()) return efs_status::not_ready;
     const auto status = EFS_physical_init(0);
     return status != efs_status::ok ? status : EFS_physical_write(0, sizeof rtfd_marker, rtfd_marker);
 }

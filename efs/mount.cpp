@@ -148,14 +148,16 @@ std::uint32_t find_slot(const bm_slots& slots, std::uint32_t& at)
     if (slots.sound(at)) return efs_status::ok;
 
     bool is_blank = false;
+    bool torn = false;
     const auto again = read_until([&] { return slots.read_again(at); },
                                   [&] {
                                       const bool sound = slots.sound(at);
                                       is_blank = !sound && slots.blank(at);
                                       return sound || is_blank;
-                                  });
+                                  },
+                                  &torn);
     if (is_blank) return efs_status::try_pass_again;
-    if (again != efs_status::integrity) return again;
+    if (!torn) return again;
 
     // Torn. The commit before it holds, and the next one must not touch the torn slot.
     if (at < first_slot_at + slots.size()) return efs_status::integrity;
@@ -166,17 +168,6 @@ std::uint32_t find_slot(const bm_slots& slots, std::uint32_t& at)
     }
     efs_ctx.force_bm_switch = 1;
     return efs_status::ok;
-}
-
-// Whether each data block stands exactly once in the two tables, which lie back to back.
-bool each_block_once(const std::uint8_t* entries, std::uint64_t data_blocks)
-{
-    std::bitset<max_data_blocks> seen;
-    for (std::uint64_t i = 0; i < data_blocks; ++i) {
-        if (entries[i] >= data_blocks || seen.test(entries[i])) return false;
-        seen.set(entries[i]);
-    }
-    return true;
 }
 
 void install(const bm_slots& slots, std::uint32_t at, const geometry& geo)
@@ -202,7 +193,8 @@ std::uint32_t find_bme_in_pass(const geometry& geo)
     const bm_slots slots(geo);
     std::uint32_t at = 0;
     if (const auto status = find_slot(slots, at); status != efs_status::ok) return status;
-    if (!each_block_once(slots.bytes(at), geo.data_blocks())) return efs_status::integrity;
+    const std::uint8_t* const entries = slots.bytes(at);
+    if (!each_block_once(entries, entries + geo.valid_block_num, geo)) return efs_status::integrity;
     install(slots, at, geo);
     return efs_status::ok;
 }
@@ -231,6 +223,7 @@ std::uint32_t mount(const geometry& geo, std::uint8_t format)
     efs_ctx.mounted_bm_num = geo.bm_num;
     efs_ctx.mounted_valid_block_num = geo.valid_block_num;
     efs_ctx.mounted_non_valid_block_num = geo.non_valid_block_num;
+    efs_ctx.mounted_layout_id = g_efs_layout_id;
     efs_ctx.initialized = 1;
     return efs_status::ok;
 }
@@ -241,7 +234,19 @@ bool mounted()
 {
     const geometry at_mount = {efs_ctx.mounted_bm_num, efs_ctx.mounted_valid_block_num,
                                efs_ctx.mounted_non_valid_block_num};
-    return efs_ctx.initialized != 0 && at_mount == current_geometry();
+    return efs_ctx.initialized != 0 && at_mount == current_geometry() && efs_ctx.mounted_layout_id == g_efs_layout_id;
+}
+
+bool each_block_once(const std::uint8_t* valid_table, const std::uint8_t* non_valid_table, const geometry& geo)
+{
+    std::bitset<max_data_blocks> seen;
+    const auto add = [&](std::uint8_t block) {
+        if (block >= geo.data_blocks() || seen.test(block)) return false;
+        seen.set(block);
+        return true;
+    };
+    return std::all_of(valid_table, valid_table + geo.valid_block_num, add) &&
+           std::all_of(non_valid_table, non_valid_table + geo.non_valid_block_num, add);
 }
 
 } // namespace yfs::efs

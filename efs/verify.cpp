@@ -70,8 +70,9 @@ uint32_t EFS_read_and_verify_file(uint8_t logical_block, uint16_t offset, uint8_
     const std::uint32_t block_at = current_geometry().data_block_at(physical_block);
     const auto data_area_at = static_cast<std::uint32_t>(block_at + offsetof(data_block_t, data_area));
     chunk_read chunk = {logical_block, data_area_at + offset, is_first != 0, room, length};
-    const auto status = read_until([&] { return read_chunk(chunk); }, [&] { return chunk_sound(chunk); });
-    if (status != efs_status::integrity) return status;
+    bool unsound = false;
+    const auto status = read_until([&] { return read_chunk(chunk); }, [&] { return chunk_sound(chunk); }, &unsound);
+    if (!unsound) return status;
 
     // A length of 0xFFFF says that there is no file here, though its CRC does not vouch for it. In a block that is
     // sound as a whole it is believed.

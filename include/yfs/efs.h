@@ -115,10 +115,11 @@ typedef struct efs_ctx_t {
     uint8_t* block_status;     /* of each position of the non-valid table: 1 dirty, 2 free; valid with scan_done */
     uint8_t scan_done;         /* 1: the erase counts and states were read from the data blocks */
 
-    /* The library's own: the geometry that the tables were made for. */
+    /* The library's own: the geometry and layout that were mounted. */
     uint32_t mounted_bm_num;
     uint32_t mounted_valid_block_num;
     uint32_t mounted_non_valid_block_num;
+    uint8_t mounted_layout_id;
 } efs_ctx_t;
 
 extern YFS_API efs_ctx_t efs_ctx;
