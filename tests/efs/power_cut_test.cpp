@@ -1,11 +1,9 @@
-// Power goes after every programmed byte of every kind of change of an EFS image, and inside every erase. Each change
-// is run once with the chip's journal on; then every prefix of the journal is laid over the image as it was. After each
+// Power goes after the programmed bytes of every kind of change of an EFS image, and inside every erase. Each change is
+// run once with the chip's journal on; then the prefixes of the journal are laid over the image as it was. After each
 // cut a fresh mount must find every other file intact and the touched one wholly old or wholly new, the second reader
 // must have no complaint, and the image must take a further write; and that write, which repairs what the cut left, is
 // cut short itself in the same way.
 #include "tests/efs/rig.h"
-#include "tests/support/volume_builder.h"
-#include "yfs/status.h"
 
 #include <algorithm>
 #include <iostream>
@@ -13,163 +11,21 @@
 namespace yfs::test {
 namespace {
 
-using kind = efs_operation::kind;
-
-// A build for finding bugs is slow; it takes fewer places of the long writes.
+// Headers, entries and footers are cut after every byte, long writes at every `stride`-th. A build for finding bugs is
+// slow; it takes fewer places.
 #ifdef NDEBUG
-constexpr std::uint32_t stride = 1, second_stride = 499, repair_stride = 1201;
+constexpr std::uint32_t stride = 2, second_stride = 499, repair_stride = 1201;
 #else
 constexpr std::uint32_t stride = 311, second_stride = 4001, repair_stride = 4001;
 #endif
 
-struct tally {
-    std::uint64_t cuts = 0, second_cuts = 0, lost = 0, old_state = 0, new_state = 0;
-};
-tally& counted()
-{
-    static tally t;
-    return t;
-}
-
-class report : public testing::Environment {
-public:
-    void TearDown() override
-    {
-        const tally& t = counted();
-        std::cout << "EFS power cuts: " << t.cuts << ", second cuts: " << t.second_cuts << ", lost: " << t.lost
-                  << "\n  after the first cut the old state " << t.old_state << " times, the new one " << t.new_state
-                  << " times\n";
-    }
-};
-const auto* const s_report = testing::AddGlobalTestEnvironment(new report);
-
-// The places of a change at which it is cut.
 std::vector<std::uint32_t> places(const chip_change& change, std::uint32_t step)
 {
-    std::vector<std::uint32_t> out;
     if (change.kind == chip_call::erase) return {0, 1, 4, 12, 15, 16, 17, 100, 2048, 4091, 4095};
-    if (change.len <= 300) step = 1; // headers, entries, footers
-    for (std::uint32_t at = 0; at < change.len; at += step) out.push_back(at);
+    std::vector<std::uint32_t> out;
+    for (std::uint32_t at = 0; at < change.len; at += change.len <= 300 ? 1 : step) out.push_back(at);
     return out;
 }
-
-// What a fresh mount finds in an image after a cut. Empty if all is in order, else what isn't; `found` is what it
-// holds.
-std::string judge(std::vector<std::uint8_t>& image, const efs_contents& before, const efs_contents& after,
-                  unsigned touched, bool is_done, efs_contents& found)
-{
-    if (const auto is_clean = efs_clean(image); !is_clean) return std::string("not clean:") + is_clean.message();
-    if (const auto status = EFS_init_tools(image.data()); status != 0) return "mount: " + std::to_string(status);
-    const bool is_new = efs_file_reads_as(after, touched);
-    if (!is_new && (is_done || !efs_file_reads_as(before, touched))) return "the touched file is neither old nor new";
-    found = is_new ? after : before;
-    unsigned file = 0;
-    if (!efs_reads_as(found, file)) return "file " + std::to_string(file) + " is damaged";
-    return {};
-}
-
-// One operation, run once and then cut short at will.
-class cut_run {
-public:
-    cut_run(efs_rig& r, efs_operation op) : op_(std::move(op)), base_(r.image), old_(r.files)
-    {
-        r.chip.keep_journal(true);
-        r.chip.clear_journal();
-        EXPECT_EQ(r.mount(), 0U);
-        EXPECT_EQ(r.perform(op_), 0U) << to_string(op_);
-        new_ = r.files;
-        journal_ = r.chip.journal();
-        r.chip.keep_journal(false);
-        EXPECT_TRUE(efs_clean(r.image));
-    }
-
-    const std::vector<chip_change>& journal() const { return journal_; }
-
-    void cut_everywhere()
-    {
-        for (const chip_change& change : journal_) {
-            const auto wanted = places(change, stride);
-            for (std::size_t i = 0; i < wanted.size(); ++i) {
-                const std::uint8_t unfinished = i % 3 == 0 ? 0xFF : 0x5A;
-                cut(change, wanted[i], unfinished, wanted[i] % second_stride == 0 || change.len <= 32);
-            }
-            replay_cut(base_, change, change.len);
-        }
-        done_ = true;
-        if (!journal_.empty()) cut(journal_.back(), journal_.back().len, 0xFF, true);
-    }
-
-private:
-    void fail(const chip_change& change, std::uint32_t at, const std::string& trouble)
-    {
-        if (++counted().lost > 10) return;
-        ADD_FAILURE() << to_string(op_) << ", cut in the " << (change.kind == chip_call::erase ? "erase" : "write")
-                      << " of " << change.len << " bytes at " << change.addr << " after " << at
-                      << " bytes: " << trouble;
-    }
-
-    void cut(const chip_change& change, std::uint32_t at, std::uint8_t unfinished, bool again)
-    {
-        ++counted().cuts;
-        std::vector<std::uint8_t> image = base_;
-        replay_cut(image, change, at, unfinished);
-        const std::vector<std::uint8_t> as_cut = image;
-        nor_chip chip(image);
-        chip.violations_fail_test(false);
-        const efs_chip_guard guard(chip);
-
-        efs_contents found;
-        std::string trouble = judge(image, old_, new_, op_.file, done_, found);
-        if (trouble.empty()) ++(found == new_ ? counted().new_state : counted().old_state);
-
-        const efs_operation repair{kind::write, 1, bytes(50, 200)};
-        efs_contents further = found;
-        apply(further, repair);
-        if (trouble.empty()) {
-            chip.keep_journal(true);
-            if (const auto status = run(repair); status != 0) trouble = "a further write: " + std::to_string(status);
-        }
-        if (trouble.empty()) {
-            if (const auto is_clean = efs_clean(image); !is_clean) trouble = is_clean.message();
-            if (const auto same = efs_holds(image, further); !same) trouble = same.message();
-        }
-        if (!chip.violations().empty()) trouble += " the chip: " + to_string(chip.violations()[0]);
-        if (!trouble.empty()) return fail(change, at, trouble);
-        if (again) trouble = cut_repair(as_cut, chip.journal(), found, further, repair);
-        if (!trouble.empty()) fail(change, at, "and a second cut: " + trouble);
-    }
-
-    // Cuts the further write too, then mounts and writes once more.
-    static std::string cut_repair(std::vector<std::uint8_t> base, const std::vector<chip_change>& journal,
-                                  const efs_contents& before, const efs_contents& after, const efs_operation& repair)
-    {
-        for (const chip_change& change : journal) {
-            for (const std::uint32_t at : places(change, repair_stride)) {
-                ++counted().second_cuts;
-                std::vector<std::uint8_t> image = base;
-                replay_cut(image, change, at, 0x3C);
-                nor_chip chip(image);
-                chip.violations_fail_test(false);
-                const efs_chip_guard guard(chip);
-                efs_contents found;
-                std::string trouble = judge(image, before, after, repair.file, false, found);
-                if (trouble.empty() && run(repair) != 0) trouble = "the write after it failed";
-                apply(found, repair);
-                if (trouble.empty()) trouble = efs_holds(image, found).message();
-                if (!chip.violations().empty()) trouble += " the chip: " + to_string(chip.violations()[0]);
-                if (!trouble.empty()) return trouble;
-            }
-            replay_cut(base, change, change.len);
-        }
-        return {};
-    }
-
-    efs_operation op_;
-    std::vector<std::uint8_t> base_; // before the next change of the journal
-    std::vector<chip_change> journal_;
-    efs_contents old_, new_;
-    bool done_ = false;
-};
 
 struct scenario {
     const char* name;
@@ -182,59 +38,111 @@ struct scenario {
     friend void PrintTo(const scenario& s, std::ostream* out) { *out << s.name; }
 };
 
-class EfsPowerCut : public testing::TestWithParam<scenario> {};
+class EfsPowerCut : public testing::TestWithParam<scenario> {
+protected:
+    static void TearDownTestSuite()
+    {
+        std::cout << "EFS power cuts: " << s_cuts << ", second cuts: " << s_second_cuts << ", lost: " << s_lost
+                  << "\n  after the first cut the old state " << s_old << " times, the new one " << s_new << " times\n";
+    }
 
-unsigned header_writes(const std::vector<chip_change>& journal, const efs::geometry& geo)
-{
-    unsigned count = 0;
-    for (const chip_change& change : journal)
-        count += change.kind == chip_call::write && change.len == 16 && change.bytes[8] == geo.bm_num &&
-                 change.addr < geo.bm_num * efs::block_bytes;
-    return count;
-}
+    // Empty if all is in order after a cut that left `image`, else what isn't.
+    static std::string judge(const blob& image, const efs_contents& before, const efs_contents& after, bool first,
+                             bool again)
+    {
+        efs_rig r(image, before);
+        r.chip.violations_fail_test(false);
+        if (const auto status = r.mount(); status != 0) return "mount: " + std::to_string(status);
+        const bool is_new = read_mounted() == after;
+        if (is_new) r.files = after;
+        if (const auto trouble = r.trouble(); !trouble.empty()) return trouble;
+        if (first) ++(is_new ? s_new : s_old);
+
+        const efs_contents found = r.files;
+        r.chip.keep_journal(true);
+        const auto status = r.perform({efs_call::write, 1, bytes(50, 200)});
+        if (status != 0) return "a further write: " + std::to_string(status);
+        if (const auto trouble = r.trouble(); !trouble.empty()) return "after a further write: " + trouble;
+        if (!r.chip.violations().empty()) return "the chip: " + to_string(r.chip.violations()[0]);
+        blob base = image;
+        for (const chip_change& change : again ? r.chip.journal() : std::vector<chip_change>()) {
+            for (const std::uint32_t at : places(change, repair_stride)) {
+                ++s_second_cuts;
+                blob torn = base;
+                replay_cut(torn, change, at, 0x3C);
+                const auto trouble = judge(torn, found, r.files, false, false);
+                if (!trouble.empty()) return "and a second cut: " + trouble;
+            }
+            replay_cut(base, change, change.len);
+        }
+        return {};
+    }
+    static inline std::uint64_t s_cuts = 0, s_second_cuts = 0, s_lost = 0, s_old = 0, s_new = 0;
+};
 
 TEST_P(EfsPowerCut, LeavesTheOldOrTheNewState)
 {
     const scenario& s = GetParam();
-    const efs_table table(s.geo, usual_files(s.geo), s.threshold);
-    efs_rig r(table.fresh_image());
+    efs_rig r(fresh_image(s.geo, s.threshold));
     ASSERT_EQ(r.mount(), 0U);
-    for (unsigned i = 0; i < table.files.size(); ++i)
-        ASSERT_EQ(r.perform({kind::write, i, bytes(table.files[i].max_size - 3U * i, i)}), 0U);
-    for (unsigned i = 0; i < s.history; ++i) ASSERT_EQ(r.perform({kind::write, 0, bytes(100 + i % 150, i)}), 0U);
-    if (s.switches) { // up to the last slot of the BM
-        while (table.geo.slot_fits(efs_ctx.bme_offset + table.geo.bme_bytes()))
-            ASSERT_EQ(r.perform({kind::write, 0, bytes(7, efs_ctx.bme_offset)}), 0U);
+    for (const unsigned i : {0U, 1U, 2U, 4U})
+        ASSERT_TRUE(i >= g_efs_files_num ||
+                    r.perform({efs_call::write, i, bytes(EFS_files[i].max_size - 3U * i, i)}) == 0);
+    for (unsigned i = 0; i < s.history; ++i) ASSERT_EQ(r.perform({efs_call::write, 0, bytes(100 + i % 150, i)}), 0U);
+    while (s.switches && s.geo.slot_fits(efs_ctx.bme_offset + s.geo.bme_bytes())) // up to the last slot of the BM
+        ASSERT_EQ(r.perform({efs_call::write, 0, bytes(7, efs_ctx.bme_offset)}), 0U);
+
+    ASSERT_EQ(r.mount(), 0U);
+    blob base = r.image;
+    const efs_contents before = r.files;
+    const std::uint32_t sequence = efs_ctx.bm_sequence;
+    r.chip.keep_journal(true);
+    ASSERT_EQ(r.perform(s.op), 0U);
+    const std::vector<chip_change>& journal = r.chip.journal();
+    EXPECT_EQ(efs_ctx.bm_sequence - sequence, s.switches ? 1U : 0U);
+    EXPECT_EQ(std::ranges::count(journal, 4080U, &chip_change::len), s.moves ? 1 : 0);
+    ASSERT_EQ(r.trouble(), "");
+
+    unsigned lost = 0;
+    const auto cut = [&](const chip_change& change, std::uint32_t at, const efs_contents& old) {
+        ++s_cuts;
+        blob image = base;
+        replay_cut(image, change, at, at % 3 == 0 ? 0xFF : 0x5A);
+        const auto trouble = judge(image, old, r.files, true, at % second_stride == 0 || change.len <= 32);
+        if (trouble.empty()) return;
+        ++s_lost;
+        if (++lost > 10) return; // told often enough
+        ADD_FAILURE() << s.op << ", cut in the " << (change.kind == chip_call::erase ? "erase" : "write") << " of "
+                      << change.len << " bytes at " << change.addr << " after " << at << " bytes: " << trouble;
+    };
+    for (const chip_change& change : journal) {
+        for (const std::uint32_t at : places(change, stride)) cut(change, at, before);
+        replay_cut(base, change, change.len);
     }
-    cut_run job(r, s.op);
-    EXPECT_EQ(header_writes(job.journal(), s.geo), s.switches ? 1U : 0U);
-    const bool moved = std::any_of(job.journal().begin(), job.journal().end(),
-                                   [](const chip_change& change) { return change.len == 4080; });
-    EXPECT_EQ(moved, s.moves);
-    job.cut_everywhere();
+    cut(journal.back(), journal.back().len, r.files);
 }
 
 constexpr efs::geometry usual = {2, 7, 3}, wide = {3, 20, 8}, tight = {2, 1, 1};
 constexpr std::uint32_t never = 1000000;
 
 const scenario scenarios[] = {
-    {"write into a shared block", usual, never, 3, {kind::write, 2, bytes(150, 60)}},
-    {"write with a dirty spare to erase", usual, never, 9, {kind::write, 2, bytes(150, 61)}},
-    {"write of nothing", usual, never, 4, {kind::write, 2, {}}},
-    {"first write of a deleted file", usual, never, 5, {kind::write, 3, bytes(800, 62)}},
-    {"write over four blocks", wide, never, 6, {kind::write, 3, bytes(8500, 63)}},
-    {"write that gets shorter by blocks", wide, never, 6, {kind::write, 3, bytes(10, 64)}},
-    {"delete", usual, never, 4, {kind::remove, 2}},
-    {"delete of a long file", wide, never, 4, {kind::remove, 3}},
-    {"write with one spare", tight, never, 5, {kind::write, 2, bytes(90, 65)}},
-    {"switch of the map", usual, never, 0, {kind::write, 2, bytes(150, 66)}, true},
-    {"switch back onto a used map", usual, never, 200, {kind::write, 2, bytes(150, 67)}, true},
-    {"switch among three maps", wide, never, 400, {kind::write, 2, bytes(150, 68)}, true},
-    {"wear levelling before a write", usual, 4, 14, {kind::write, 2, bytes(150, 69)}, false, true},
-    {"wear levelling before a delete", usual, 4, 14, {kind::remove, 2}, false, true},
-    {"idle erase of a dirty spare", usual, never, 7, {kind::idle}},
-    {"idle erase of the next map", usual, never, 320, {kind::idle}},
-    {"idle wear levelling", usual, 4, 14, {kind::idle}, false, true},
+    {"write into a shared block", usual, never, 3, {efs_call::write, 2, bytes(150, 60)}},
+    {"write with a dirty spare to erase", usual, never, 9, {efs_call::write, 2, bytes(150, 61)}},
+    {"write of nothing", usual, never, 4, {efs_call::write, 2, {}}},
+    {"first write of a file", usual, never, 5, {efs_call::write, 3, bytes(800, 62)}},
+    {"write over four blocks", wide, never, 6, {efs_call::write, 4, bytes(8500, 63)}},
+    {"write that gets shorter by blocks", wide, never, 6, {efs_call::write, 4, bytes(10, 64)}},
+    {"delete", usual, never, 4, {efs_call::remove, 2}},
+    {"delete of a long file", wide, never, 4, {efs_call::remove, 4}},
+    {"write with one spare", tight, never, 5, {efs_call::write, 2, bytes(90, 65)}},
+    {"switch of the map", usual, never, 0, {efs_call::write, 2, bytes(150, 66)}, true},
+    {"switch back onto a used map", usual, never, 200, {efs_call::write, 2, bytes(150, 67)}, true},
+    {"switch among three maps", wide, never, 400, {efs_call::write, 2, bytes(150, 68)}, true},
+    {"wear levelling before a write", usual, 4, 14, {efs_call::write, 2, bytes(150, 69)}, false, true},
+    {"wear levelling before a delete", usual, 4, 14, {efs_call::remove, 2}, false, true},
+    {"idle erase of a dirty spare", usual, never, 7, {efs_call::idle}},
+    {"idle erase of the next map", usual, never, 320, {efs_call::idle}},
+    {"idle wear levelling", usual, 4, 14, {efs_call::idle}, false, true},
 };
 INSTANTIATE_TEST_SUITE_P(AllChanges, EfsPowerCut, testing::ValuesIn(scenarios));
 

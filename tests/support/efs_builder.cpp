@@ -1,6 +1,8 @@
 #include "tests/support/efs_builder.h"
 
 #include <algorithm>
+#include <cstring>
+#include <numeric>
 #include <stdexcept>
 
 namespace yfs::test {
@@ -19,23 +21,19 @@ blob bytes_of(const R& record)
     return out;
 }
 
-// Of all but the last `tail` bytes of a record.
+// With the CRC of all that stands before it.
+blob sealed(blob part)
+{
+    const blob crc = bytes_of(le32(plain_crc32(part.data(), part.size())));
+    part.insert(part.end(), crc.begin(), crc.end());
+    return part;
+}
+
+// A record of such bytes, for those that nobody reads.
 template <flash_record R>
-std::uint32_t crc_before(const R& record, std::size_t tail)
+R unread()
 {
-    const blob bytes = bytes_of(record);
-    return plain_crc32(blob(bytes.begin(), bytes.end() - static_cast<std::ptrdiff_t>(tail)));
-}
-
-void put(blob& at, std::size_t offset, const blob& part)
-{
-    if (offset + part.size() > at.size()) throw std::out_of_range("a part doesn't fit the image");
-    std::copy(part.begin(), part.end(), at.begin() + static_cast<std::ptrdiff_t>(offset));
-}
-
-void append(blob& to, const blob& part)
-{
-    to.insert(to.end(), part.begin(), part.end());
+    return load<R>(blob(sizeof(R), 0xEE).data());
 }
 
 } // namespace
@@ -50,25 +48,14 @@ std::uint16_t plain_crc16(std::uint16_t initial, const blob& data)
     return low16(crc);
 }
 
-std::uint32_t plain_crc32(const blob& data)
+std::uint32_t plain_crc32(const std::uint8_t* data, std::size_t count)
 {
     std::uint32_t crc = 0;
-    for (const std::uint8_t byte : data) {
-        crc ^= byte;
+    for (std::size_t i = 0; i < count; ++i) {
+        crc ^= data[i];
         for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ ((crc & 1U) != 0 ? 0xEDB88320U : 0U);
     }
     return crc;
-}
-
-void use_efs_table(const geometry& geo, std::vector<efs_file_t>& files, std::uint8_t layout_id)
-{
-    g_efs_bm_num = geo.bm_num;
-    g_efs_valid_block_num = geo.valid_block_num;
-    g_efs_non_valid_block_num = geo.non_valid_block_num;
-    g_efs_files_num = static_cast<std::uint32_t>(files.size());
-    g_efs_layout_id = layout_id;
-    EFS_files = files.data();
-    g_efs_autogen_data_loaded = 1;
 }
 
 efs_file_t efs_entry(unsigned first_block, unsigned offset, unsigned max_size)
@@ -76,73 +63,98 @@ efs_file_t efs_entry(unsigned first_block, unsigned offset, unsigned max_size)
     return {low8(first_block), low16(offset), low16(max_size), file_in_use, 0};
 }
 
-efs_volume::bm_plan& efs_volume::bm_plan::counts(const geometry& geo)
+void use_efs_table(const geometry& geo, std::vector<efs_file_t> files, std::uint8_t layout_id, std::uint32_t threshold)
 {
-    header_.bm_num = low8(geo.bm_num);
-    header_.valid_block_num = low8(geo.valid_block_num);
-    header_.non_valid_block_num = low8(geo.non_valid_block_num);
+    static std::vector<efs_file_t> in_use;
+    in_use = std::move(files);
+    g_efs_bm_num = geo.bm_num;
+    g_efs_valid_block_num = geo.valid_block_num;
+    g_efs_non_valid_block_num = geo.non_valid_block_num;
+    g_efs_files_num = static_cast<std::uint32_t>(in_use.size());
+    g_efs_layout_id = layout_id;
+    g_efs_wear_leveling_threshold = threshold;
+    EFS_files = in_use.data();
+    g_efs_autogen_data_loaded = 1;
+}
+
+efs_volume::efs_volume(const geometry& of, std::uint8_t layout)
+    : geo(of), layout_id(layout), tables(of.data_blocks()), image(of.image_bytes(), erased_byte)
+{
+    std::iota(tables.begin(), tables.end(), std::uint8_t{0});
+    for (unsigned p = 0; p < geo.data_blocks(); ++p) block_header(p, 1);
+    for (unsigned p = 0; p < geo.valid_block_num; ++p) put_footer(p);
+}
+
+void efs_volume::put(std::size_t offset, const blob& part)
+{
+    if (offset + part.size() > image.size()) throw std::out_of_range("a part doesn't fit the image");
+    std::copy(part.begin(), part.end(), image.begin() + static_cast<std::ptrdiff_t>(offset));
+}
+
+efs_volume& efs_volume::fill(std::uint32_t at, std::uint32_t count, std::uint8_t value)
+{
+    return put(at, blob(count, value)), *this;
+}
+
+efs_volume& efs_volume::block_header(unsigned physical, std::uint32_t erase_count)
+{
+    blob header = bytes_of(le32(erase_count));
+    header.resize(12);
+    return put(geo.data_block_at(physical), sealed(header)), *this;
+}
+
+efs_volume& efs_volume::bm(unsigned index, std::uint32_t sequence, unsigned slots,
+                           const std::map<unsigned, std::uint8_t>& changes)
+{
+    efs_bm_header_t record{bm_version, 0, sequence, low8(geo.bm_num), low8(geo.valid_block_num), 0, layout_id, 0};
+    record.non_valid_block_num = low8(geo.non_valid_block_num);
+    blob header = bytes_of(record);
+    header.resize(12);
+    for (const auto& [at, value] : changes) header.at(at) = value;
+    put(geometry::bm_at(index), sealed(header));
+    while (slots-- > 0) slot(index);
     return *this;
 }
 
-efs_volume::bm_plan& efs_volume::bm_plan::entry(const blob& tables)
+efs_volume& efs_volume::slot(unsigned index)
 {
-    blob slot = tables;
-    slot.resize(slot.size() + 2 * sizeof(le32)); // both reserved words
-    append(slot, bytes_of(le32(plain_crc32(slot))));
-    slots_.push_back(std::move(slot));
-    return *this;
+    blob entry = tables;
+    entry.resize(entry.size() + 2 * sizeof(le32)); // both reserved words
+    return put(geometry::bm_at(index) + first_slot_at + slots_[index]++ * geo.bme_bytes(), sealed(entry)), *this;
 }
 
-efs_volume::bm_plan& efs_volume::bm_plan::torn()
+efs_volume& efs_volume::torn(unsigned index, unsigned kept)
 {
-    entry();
-    slots_.back().back() ^= 0x80U;
-    return *this;
+    slot(index);
+    const auto end = geometry::bm_at(index) + first_slot_at + slots_[index] * geo.bme_bytes();
+    return fill(end - geo.bme_bytes() + kept, geo.bme_bytes() - kept, erased_byte);
 }
 
-efs_volume::bm_plan& efs_volume::bm_plan::cut(unsigned count)
+std::uint32_t efs_volume::area_at(unsigned logical) const
 {
-    entry();
-    std::fill(slots_.back().begin() + static_cast<std::ptrdiff_t>(count), slots_.back().end(), erased_byte);
-    return *this;
-}
-
-efs_volume::efs_volume(const geometry& geo, std::uint8_t layout_id)
-    : geo_(geo), layout_id_(layout_id), blocks_(geo.data_blocks())
-{
-    for (std::size_t p = 0; p < blocks_.size(); ++p) {
-        now_.push_back(low8(p));
-        if (p < geo.valid_block_num) blocks_[p].data_area = blob(data_area_bytes, erased_byte);
-    }
-}
-
-efs_volume::bm_plan& efs_volume::bm(unsigned index)
-{
-    const auto [found, is_new] = bms_.try_emplace(index);
-    bm_plan& plan = found->second;
-    if (is_new) {
-        plan.now_ = &now_;
-        plan.header_.version = bm_version;
-        plan.counts(geo_).sequence(first_bm_sequence).layout(layout_id_);
-    }
-    return plan;
+    return geo.data_block_at(tables.at(logical)) + static_cast<std::uint32_t>(offsetof(data_block_t, data_area));
 }
 
 efs_volume& efs_volume::chunk(unsigned logical, unsigned offset, unsigned length, const blob& payload)
 {
     blob covered = bytes_of(le16(low16(length)));
-    append(covered, payload);
-    const le16 crc = plain_crc16(low16(logical), covered);
-    blob& area = blocks_.at(now_.at(logical)).data_area.value();
-    put(area, offset, bytes_of(efs_chunk_header_t{low16(length), crc}));
-    put(area, offset + sizeof(efs_chunk_header_t), payload);
+    covered.insert(covered.end(), payload.begin(), payload.end());
+    const std::uint32_t area = area_at(logical);
+    put(area + offset, bytes_of(efs_chunk_header_t{low16(length), plain_crc16(low16(logical), covered)}));
+    put(area + offset + sizeof(efs_chunk_header_t), payload);
+    put_footer(logical);
     return *this;
+}
+
+void efs_volume::put_footer(unsigned logical)
+{
+    const std::uint32_t area = area_at(logical);
+    put(area + data_area_bytes, bytes_of(le32(plain_crc32(image.data() + area, data_area_bytes))));
 }
 
 efs_volume& efs_volume::file(const efs_file_t& entry, const blob& contents)
 {
-    unsigned logical = entry.first_block;
-    unsigned offset = entry.offset;
+    unsigned logical = entry.first_block, offset = entry.offset;
     std::size_t length = contents.size();
     auto from = contents.begin();
     do {
@@ -155,98 +167,36 @@ efs_volume& efs_volume::file(const efs_file_t& entry, const blob& contents)
     return *this;
 }
 
-efs_volume& efs_volume::no_file(const efs_file_t& entry)
-{
-    return chunk(entry.first_block, entry.offset, efs::no_file, {});
-}
-
-efs_volume& efs_volume::move(unsigned logical, unsigned to)
-{
-    blocks_.at(to).data_area = blocks_.at(now_.at(logical)).data_area;
-    std::swap(now_.at(logical), *std::find(now_.begin(), now_.end(), to));
-    return *this;
-}
-
-efs_volume& efs_volume::erase_count(unsigned physical, std::uint32_t value)
-{
-    return blocks_.at(physical).erase_count = value, *this;
-}
-
-std::uint32_t efs_volume::block_at(unsigned logical) const
-{
-    return geo_.data_block_at(now_.at(logical));
-}
-
-std::uint32_t efs_volume::chunk_at(const efs_file_t& entry, unsigned index) const
-{
-    const unsigned offset = index == 0 ? unsigned{entry.offset} : 0;
-    return static_cast<std::uint32_t>(block_at(entry.first_block + index) + offsetof(data_block_t, data_area) + offset);
-}
-
-blob efs_volume::image() const
-{
-    blob image(geo_.image_bytes(), erased_byte);
-    for (const auto& [index, plan] : bms_) {
-        const std::size_t at = geometry::bm_at(index);
-        efs_bm_header_t header = plan.header_;
-        header.crc = crc_before(header, sizeof header.crc) ^ plan.crc_xor_;
-        if (plan.state_ == bm_plan::state::sound) put(image, at, bytes_of(header));
-        if (plan.state_ == bm_plan::state::retired) put(image, at, blob(sizeof header, 0));
-        for (std::size_t k = 0; k < plan.slots_.size(); ++k) {
-            put(image, at + first_slot_at + k * geo_.bme_bytes(), plan.slots_[k]);
-        }
-    }
-    for (std::uint32_t p = 0; p < blocks_.size(); ++p) {
-        efs_block_header_t header = {};
-        header.erase_count = blocks_[p].erase_count;
-        header.crc = crc_before(header, sizeof header.crc);
-        put(image, geo_.data_block_at(p), bytes_of(header));
-        if (!blocks_[p].data_area) continue;
-        put(image, geo_.data_block_at(p) + offsetof(data_block_t, data_area), *blocks_[p].data_area);
-        put(image, geo_.data_block_at(p) + offsetof(data_block_t, footer),
-            bytes_of(le32(plain_crc32(*blocks_[p].data_area))));
-    }
-    return image;
-}
-
-blob make_efst(const std::vector<efst_sku>& skus, std::uint32_t at)
-{
-    constexpr std::uint8_t nobody_reads = 0xEE;
-    efst_header_t header;
-    std::fill(std::begin(header.unread), std::end(header.unread), nobody_reads);
-    header.magic = efst_magic;
-    header.record_count = static_cast<std::uint32_t>(skus.size());
-
-    blob records = bytes_of(header);
-    blob lists;
-    const std::size_t lists_at = at + sizeof header + skus.size() * sizeof(efst_sku_record_t);
-    for (const efst_sku& sku : skus) {
-        const auto count = static_cast<std::uint32_t>(sku.files.size());
-        const std::uint32_t last = sku.files.empty() ? 0 : sku.files.rbegin()->first + 1;
-        append(records, bytes_of(efst_sku_record_t{sku.sku, static_cast<std::uint32_t>(lists_at + lists.size()), count,
-                                                   static_cast<std::uint32_t>(count * sizeof(efst_file_record_t)),
-                                                   sku.geo.bm_num, sku.geo.valid_block_num, sku.geo.non_valid_block_num,
-                                                   sku.files_num.value_or(last), sku.threshold, sku.layout_id}));
-        for (const auto& [index, entry] : sku.files) {
-            efst_file_record_t file;
-            std::fill(std::begin(file.unread), std::end(file.unread), nobody_reads);
-            std::fill(std::begin(file.unread_tail), std::end(file.unread_tail), nobody_reads);
-            file.file_index = low16(index);
-            file.first_block = low16(0xEE00U | entry.first_block); // only the low byte counts
-            file.offset = entry.offset;
-            file.max_size = entry.max_size;
-            append(lists, bytes_of(file));
-        }
-    }
-    append(records, lists);
-    return records;
-}
-
 blob make_autogen_table(const std::vector<efst_sku>& skus, std::uint32_t rows)
 {
-    blob table(efst_at(rows), 0);
+    blob table(std::size_t{rows} * sizeof(ftbl_lead_t) + sizeof(ftbl_lead_t));
     store(table.data(), ftbl_lead_t{ftbl_magic, {}, rows});
-    append(table, make_efst(skus, efst_at(rows)));
+    const auto append = [&](const auto& record) {
+        const blob part = bytes_of(record);
+        table.insert(table.end(), part.begin(), part.end());
+    };
+    auto header = unread<efst_header_t>();
+    header.magic = efst_magic;
+    header.record_count = static_cast<std::uint32_t>(skus.size());
+    append(header);
+    auto list_at = static_cast<std::uint32_t>(table.size() + skus.size() * sizeof(efst_sku_record_t));
+    for (const efst_sku& s : skus) {
+        const auto count = static_cast<std::uint32_t>(s.files.size());
+        const auto size = static_cast<std::uint32_t>(count * sizeof(efst_file_record_t));
+        append(efst_sku_record_t{s.sku, list_at, count, size, s.geo.bm_num, s.geo.valid_block_num,
+                                 s.geo.non_valid_block_num, s.files_num, s.threshold, s.layout_id});
+        list_at += size;
+    }
+    for (const efst_sku& s : skus) {
+        for (const auto& [index, entry] : s.files) {
+            auto record = unread<efst_file_record_t>();
+            record.file_index = low16(index);
+            record.first_block = low16(0xEE00U | entry.first_block); // only the low byte counts
+            record.offset = entry.offset;
+            record.max_size = entry.max_size;
+            append(record);
+        }
+    }
     return table;
 }
 

@@ -1,12 +1,10 @@
 // Builds EFS images and EFST tables by saying what they hold. It shares the layout header with the library, and neither
-// its writers nor its checksums. An image grows as history made it, step by step:
+// its writers nor its checksums. Each call lays bytes down in `image`:
 //
-//     efs_volume v({2, 7, 3});                   // BMs, logical blocks, spares; every BM blank
-//     v.file(note, bytes(300));                  // lays chunks down where the blocks of the moment are
-//     v.bm(0).sequence(1).entry();               // a BME that tells these blocks
-//     v.move(note.first_block, 8);               // logical block to spare 8, with its contents
-//     v.file(note, bytes(20)).bm(0).torn();      // new contents there, and a commit that was cut
-//     std::vector<std::uint8_t> image = v.image();
+//     efs_volume v({2, 7, 3});                 // data blocks erased once, nothing else
+//     v.file(note, bytes(300)).bm(0);          // chunks where `tables` has their blocks; a BM with one slot
+//     v.tables[1] = 8, v.tables[8] = 1;        // logical block 1 goes to a spare
+//     v.file(note, bytes(20)).torn(0);         // new contents there, and a commit that was cut
 #pragma once
 
 #include "efs/layout.h"
@@ -14,101 +12,58 @@
 
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <vector>
 
 namespace yfs::test {
 
 // Bit by bit, as the format defines them.
 std::uint16_t plain_crc16(std::uint16_t initial, const std::vector<std::uint8_t>& data);
-std::uint32_t plain_crc32(const std::vector<std::uint8_t>& data);
-
-// The table in the library's globals, for programs that do without a file table. `files` is kept, not copied.
-void use_efs_table(const efs::geometry& geo, std::vector<efs_file_t>& files, std::uint8_t layout_id = 0);
+std::uint32_t plain_crc32(const std::uint8_t* data, std::size_t count);
 
 efs_file_t efs_entry(unsigned first_block, unsigned offset, unsigned max_size);
 
-class efs_volume {
-public:
-    class bm_plan {
-    public:
-        bm_plan& sequence(std::uint32_t value) { return header_.sequence = value, *this; }
-        bm_plan& version(unsigned value) { return header_.version = low16(value), *this; }
-        bm_plan& sku(unsigned value) { return header_.sku_id = low16(value), *this; }
-        bm_plan& layout(std::uint8_t value) { return header_.layout_id = value, *this; }
-        bm_plan& counts(const efs::geometry& geo);
-        bm_plan& wrong_crc() { return crc_xor_ = 0x100, *this; }
-        bm_plan& no_header() { return state_ = state::blank, *this; } // its slots stand already
-        bm_plan& retired() { return state_ = state::retired, *this; }
-        // The next slot: the blocks as they are now, or the given tables.
-        bm_plan& entry() { return entry(*now_); }
-        bm_plan& entry(const std::vector<std::uint8_t>& tables);
-        // The next slot with bad bytes: all of it with a wrong CRC, or its first `count` bytes and no more.
-        bm_plan& torn();
-        bm_plan& cut(unsigned count);
-        std::uint32_t slots() const { return static_cast<std::uint32_t>(slots_.size()); }
+// The table in the library's globals, for programs that do without a file table; until the next call.
+void use_efs_table(const efs::geometry& geo, std::vector<efs_file_t> files, std::uint8_t layout_id = 0,
+                   std::uint32_t threshold = 1000000);
 
-    private:
-        friend class efs_volume;
-        enum class state { sound, blank, retired };
-        efs::efs_bm_header_t header_{};
-        state state_ = state::sound;
-        std::uint32_t crc_xor_ = 0;
-        std::vector<std::vector<std::uint8_t>> slots_;
-        const std::vector<std::uint8_t>* now_ = nullptr;
-    };
-
+struct efs_volume {
     explicit efs_volume(const efs::geometry& geo, std::uint8_t layout_id = 0);
-    efs_volume(const efs_volume&) = delete; // its BMs look at its blocks
-    efs_volume& operator=(const efs_volume&) = delete;
 
-    bm_plan& bm(unsigned index);
-
-    // The file's chunks in the logical blocks of the moment; bytes of earlier chunks that it doesn't cover stay.
-    efs_volume& file(const efs_file_t& entry, const std::vector<std::uint8_t>& contents);
-    efs_volume& no_file(const efs_file_t& entry);
-    // One chunk alone: `length` as its header tells it, a CRC that fits.
+    // The header of a BM and its first slots. `changes` are bytes of the header, by offset, under its CRC.
+    efs_volume& bm(unsigned index, std::uint32_t sequence = 1, unsigned slots = 1,
+                   const std::map<unsigned, std::uint8_t>& changes = {});
+    // The next slot: the tables as they are now. Of a torn one the first `kept` bytes stand.
+    efs_volume& slot(unsigned index);
+    efs_volume& torn(unsigned index, unsigned kept = 15);
+    // One chunk: `length` as its header tells it, a CRC that fits.
     efs_volume& chunk(unsigned logical, unsigned offset, unsigned length, const std::vector<std::uint8_t>& payload);
-    // The logical block goes to the data block `to`, a spare, with its contents; its old block becomes the spare.
-    efs_volume& move(unsigned logical, unsigned to);
-    efs_volume& erase_count(unsigned physical, std::uint32_t value);
-    // Where chunk number `index` of the file lies in the image.
-    std::uint32_t chunk_at(const efs_file_t& entry, unsigned index = 0) const;
-    std::uint32_t block_at(unsigned logical) const;
+    efs_volume& file(const efs_file_t& entry, const std::vector<std::uint8_t>& contents);
+    efs_volume& block_header(unsigned physical, std::uint32_t erase_count);
+    efs_volume& fill(std::uint32_t at, std::uint32_t count, std::uint8_t value);
+    // Where the data area of a logical block lies.
+    std::uint32_t area_at(unsigned logical) const;
 
-    std::vector<std::uint8_t> image() const;
+    efs::geometry geo;
+    std::uint8_t layout_id;
+    std::vector<std::uint8_t> tables; // valid table, then non-valid table
+    std::vector<std::uint8_t> image;
 
 private:
-    struct block {
-        std::uint32_t erase_count = 1;
-        std::optional<std::vector<std::uint8_t>> data_area; // none: free
-    };
-
-    efs::geometry geo_;
-    std::uint8_t layout_id_;
-    std::vector<std::uint8_t> now_; // valid table, then non-valid table
-    std::vector<block> blocks_;
-    std::map<unsigned, bm_plan> bms_;
+    void put(std::size_t offset, const std::vector<std::uint8_t>& part);
+    void put_footer(unsigned logical);
+    std::map<unsigned, unsigned> slots_; // so many, by BM
 };
 
-// What the record "EFST" tells for one SKU. Unset counts follow from the lists.
+// What the record "EFST" tells for one SKU, and the file records that it leads to.
 struct efst_sku {
-    std::uint32_t sku = 0;
-    efs::geometry geo = {2, 7, 3};
-    std::map<unsigned, efs_file_t> files = {}; // by index
-    std::uint32_t layout_id = 0;
-    std::uint32_t threshold = 100;
-    std::optional<std::uint32_t> files_num = {};
+    std::uint32_t sku;
+    efs::geometry geo;
+    std::uint32_t files_num;
+    std::vector<std::pair<unsigned, efs_file_t>> files; // by index
+    std::uint32_t layout_id = 0, threshold = 100;
 };
 
-// EFST with its file lists behind it, to be laid down at byte `at` of ftbl.bin. Bytes that nobody reads are 0xEE.
-std::vector<std::uint8_t> make_efst(const std::vector<efst_sku>& skus, std::uint32_t at);
-
-// An ftbl.bin of `rows` rows for SKUs (with no files) and EFST; and where in it EFST begins.
+// An ftbl.bin of `rows` rows for SKUs (with no files) and EFST. Bytes that nobody reads are 0xEE.
 std::vector<std::uint8_t> make_autogen_table(const std::vector<efst_sku>& skus, std::uint32_t rows = 1);
-constexpr std::uint32_t efst_at(std::uint32_t rows = 1)
-{
-    return (rows + 1) * 16;
-}
 
 } // namespace yfs::test
