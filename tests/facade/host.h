@@ -1,104 +1,124 @@
 // A host for the tests: the buffers of a run made from a list of NVARs, and a callback that keeps every report.
 //
-//     host run({{.path = "/home/a", .velor = blob{1}, .zonc = blob{2, 3}}});
+//     host run({{.path = "/home/a", .velor = blob{1}, .live = blob{2}}, deployed});
 //     ASSERT_EQ(run.init(), 1);
-//     EXPECT_EQ(take_reports(), (reports{says(38)}));
+//     EXPECT_EQ(take_reports(), "38:;331#12;");
 #pragma once
 
 #include "tests/support/table_builder.h"
+#include "tests/support/volume_builder.h"
 #include "yfs/facade.h"
 
 #include <gtest/gtest.h>
 
-#include <optional>
-#include <ostream>
-#include <string>
+#include <cstring>
 #include <utility>
-#include <vector>
 
 namespace yfs::test {
 
-// ---- Reports ----
+// "code:message;" of every report since the last take, or "code#status;" where the message is a library's status. The
+// text of a code is compared right where it arrives.
+inline std::string s_reports;
+inline void (*while_reporting)() = nullptr; // runs inside every report
 
-struct reported {
-    int level;
-    int code;
-    std::string text;
-    std::string message;
+inline void record(ErrorLevel level, ImageToolsErrorName code, const char* text, const char* message)
+{
+    EXPECT_EQ(level, 4);
+    EXPECT_EQ(text, code == 0 ? "" : ZonErrors::getErrorNameString(code));
+    const std::string said = message, status = " Library status code: ";
+    s_reports +=
+        std::to_string(code) + (said.starts_with(status) ? "#" + said.substr(status.size()) : ":" + said) + ";";
+    if (while_reporting != nullptr) while_reporting();
+}
 
-    bool operator==(const reported&) const = default;
-};
-std::ostream& operator<<(std::ostream& out, const reported& report);
-using reports = std::vector<reported>;
+inline std::string take_reports()
+{
+    return std::exchange(s_reports, {});
+}
 
-// The callback, and what came since the last take.
-void record(ErrorLevel level, ImageToolsErrorName code, const char* text, const char* message);
-reports take_reports();
+using value = std::optional<blob>;
 
-// Runs inside every recorded report, until it is set to null.
-extern void (*while_reporting)();
-
-// The texts of the codes that the library raises, written down apart from its own table.
-const std::vector<std::pair<int, std::string>>& raised_texts();
-
-// A report as it has to arrive.
-reported says(int code, const std::string& message = "");
-reported says_status(int code, int status);
-
-// ---- A run ----
-
-// One named value, wherever it lies.
+// One named value, wherever it lies: payloads in Velor.cfg and zonc.cfg, contents in the volume.
 struct nvar {
     std::string path;
-    std::optional<blob> velor = {}; // payload in Velor.cfg
-    std::optional<blob> zonc = {};  // payload in zonc.cfg
-    std::optional<blob> live = {};  // contents in the volume, a tail included
+    value velor = {}, zonc = {}, live = {};
     std::uint16_t attributes = 0;
-    std::uint32_t max_size = 100;
-    std::uint16_t velor_flags = 1;
-    std::uint16_t zonc_flags = 1;
-    std::optional<std::uint32_t> fileno = {}; // 0x501 and up if not told
+    std::uint32_t max_size = 0x20000;
+    std::uint16_t flags = 1, zonc_flags = 1;
+    std::optional<std::uint32_t> fileno = {}; // 0x500 and up if not told
     std::uint16_t index = 0;                  // in the volume; 10 and up if 0
-    std::uint8_t selector = 1;
-    bool in_file_table = true;
 };
+inline const nvar deployed{.path = "/home/qrd/deploy", .live = blob{1}};
 
-enum class volume_state { none, idle, deployed }; // no volume, a volume without the mark of deployment, one with it
+struct host {
+    explicit host(const std::vector<nvar>& files = {})
+    {
+        std::vector<table_file> table;
+        std::vector<cfg_file> defaults, overrides;
+        volume image(16, 12, 100);
+        for (const nvar& file : files) {
+            const auto place = low16(table.size());
+            const std::uint32_t fileno = file.fileno.value_or(0x500U + place);
+            const auto index = low16(file.index != 0 ? file.index : 10U + place);
+            table.push_back({file.path, fileno, file.attributes, index, 1, file.max_size});
+            if (file.velor) defaults.push_back({fileno, *file.velor, file.flags});
+            if (file.zonc) overrides.push_back({fileno, *file.zonc, file.zonc_flags});
+            if (file.live) image.file(index, *file.live), yfs.resize(1);
+        }
+        if (!yfs.empty()) yfs = image.image();
+        velor = make_cfg_table(defaults);
+        zonc = make_partition(make_cfg_table(overrides));
+        ftbl = make_file_table({{1, {}}, {2, table}});
+    }
+    ~host() { end(); }
 
-inline constexpr std::uint32_t host_sku = 2;
-inline constexpr std::uint32_t volume_bytes = 0x20000;
-
-// Ends the run, whatever state it is in, and drops the reports of that.
-void end_run();
-
-class host {
-public:
-    explicit host(std::vector<nvar> files, volume_state volume = volume_state::none);
-    ~host() { end_run(); }
-    host(const host&) = delete;
-    host& operator=(const host&) = delete;
-
-    YZonInitParams params();
-    std::uint8_t init()
+    YZonInitParams params()
+    {
+        const auto table = [](blob& b) { return _commonYZonTable{b.data(), low32(b.size())}; };
+        return {table(velor), table(zonc), table(yfs), table(ftbl), sku, table(efs)};
+    }
+    std::uint8_t init(YZonStatusCallback callback = record)
     {
         const YZonInitParams given = params();
-        return yeYfsYzonInit(&given, record);
+        return yeYfsYzonInit(&given, callback);
     }
+    // Ends the run, whatever state it is in.
+    static void end()
+    {
+        if (yeFcsIsInitialized() != 0) yeYfsNvarTerm(0);
+        EXPECT_EQ(state(), 0);
+        take_reports();
+    }
+    // 1 for the tables, 2 for the volume.
+    static int state() { return yeFcsIsInitialized() + 2 * yeYfsIsInitialized(); }
 
     blob velor, zonc, yfs, ftbl, efs; // empty: not given
-    std::uint32_t sku = host_sku;
+    std::uint32_t sku = 2;
 };
 
-// The value in a table, if yeYfsNvarGet hands one out. Reports stay in the record.
-std::optional<blob> value_of(const std::string& path, FcsFileName table = FCS_CURRENT_VALUES);
+// The bytes that a call hands out; none for a 0.
+template <typename Call>
+value handed_out(Call call)
+{
+    void* data = nullptr;
+    std::uint32_t size = 0;
+    if (call(&data, &size) == 0) return std::nullopt;
+    const auto* const from = static_cast<const std::uint8_t*>(data);
+    return blob(from, from + size);
+}
+
+inline value value_of(const std::string& path, FcsFileName table = FCS_CURRENT_VALUES)
+{
+    return handed_out([&](auto... out) { return yeYfsNvarGet(path.c_str(), out..., table, nullptr, nullptr); });
+}
 
 // Resizes a current value and fills it.
-bool set_value(const std::string& path, const blob& value);
-
-// Contents of a file of the mounted volume, none if it isn't there.
-std::optional<blob> volume_file(std::uint32_t number);
-
-// The zonc.cfg that yeYfsGetBuildZonCfgFcsBuffer hands out; none for a 0.
-std::optional<blob> built_table();
+inline bool set_value(const std::string& path, const blob& bytes)
+{
+    void* data = nullptr;
+    if (yeYfsNvarResize(path.c_str(), &data, low32(bytes.size())) == 0) return false;
+    std::copy(bytes.begin(), bytes.end(), static_cast<std::uint8_t*>(data));
+    return true;
+}
 
 } // namespace yfs::test

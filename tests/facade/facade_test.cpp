@@ -1,0 +1,245 @@
+// Runs over tables and volumes made for the case: what each call answers, reports, and leaves behind.
+#include "facade/facade_internal.h"
+#include "tests/facade/host.h"
+#include "tests/support/sha256.h"
+
+namespace yfs::test {
+namespace {
+
+const auto rebuilt = yeYfsGetBuildZonCfgFcsBuffer;
+const char a[] = "/home/a", b[] = "/home/B"; // b sorts first
+
+TEST(Errors, TextsAreAnInterface)
+{
+    const auto text = [](int code) { return ZonErrors::getErrorNameString(static_cast<ImageToolsErrorName>(code)); };
+    ZonErrors::init();
+    std::string all;
+    for (int code = -1; code <= 411; ++code) all += std::to_string(code) + "=" + text(code) + "\n";
+    for (const auto& [type, tag] : ZonErrors::s_imageToolsErrorTypeStringMap)
+        all += std::to_string(type) + "=" + tag + "\n";
+    EXPECT_EQ(sha256(blob(all.begin(), all.end())), "b266413cdedb3d53de507d341b0dc4dced54d5af7c120352b8534576d2aca91b")
+        << all;
+}
+
+TEST(Init, RefusesWhatItCannotUse)
+{
+    const std::tuple<const char*, void (*)(host&), std::string> rows[] = {
+        {"defaults", [](host& h) { h.velor = h.ftbl = {}; }, "341:Velor.cfg table is mandatory for loading by Y-ZON.;"},
+        {"ftbl", [](host& h) { h.ftbl = {}; }, "401:ftbl data must be defined for flat VFS, but not load by Y-ZON.;"},
+        {"ftbl cut", [](host& h) { h.ftbl.resize(1); }, "401#1;"},
+        {"defaults cut", [](host& h) { h.velor.pop_back(); }, "328#10;"},
+        {"no header", [](host& h) { h.zonc.resize(15); }, "113:Invalid ZONC partition length;"},
+        {"over the end", [](host& h) { ++h.zonc[8]; }, "339:Invalid ZONC partition size.;"},
+        {"near 32 bits", [](host& h) { h.zonc[9] = h.zonc[10] = h.zonc[11] = 0xFF; },
+         "339:Invalid ZONC partition size.;"},
+        {"overrides cut", [](host& h) { --h.zonc[8]; }, "328#10;"},
+        {"small volume", [](host& h) { h.yfs.resize(0x7FFF); }, "1#22;339:;"},
+        {"blank volume", [](host& h) { h.yfs.assign(0x20000, 0xFF); }, "1#5;339:;"},
+        {"short EFS", [](host& h) { h.efs.assign(yeYfsGetEfsSize() - 1, 0x5A); }, "340:;"},
+        {"no EFS there", [](host& h) { h.efs.assign(yeYfsGetEfsSize(), 0x5A); }, "340:;"},
+    };
+    testing::internal::CaptureStdout();
+    for (const auto& [name, spoil, told] : rows) {
+        SCOPED_TRACE(name);
+        host run({{.path = a, .velor = blob{1}, .zonc = blob{2, 3}, .live = blob{4}}, deployed});
+        spoil(run);
+        EXPECT_EQ(run.init(), 0);
+        EXPECT_EQ(take_reports(), told);
+        const bool tables_stand = told.ends_with(":;"); // the volumes come last
+        EXPECT_EQ(host::state(), tables_stand);
+        EXPECT_EQ(value_of(a), tables_stand ? value({2, 3}) : std::nullopt);
+        EXPECT_EQ(yeYfsNvarTerm(1), tables_stand);
+        EXPECT_EQ(run.efs, blob(run.efs.size(), 0x5A));
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "dfs_init failed\ndfs_init failed\n");
+
+    YZonInitParams p{};
+    p.velorCfg = {&p, 1};
+    _commonYZonTable* const tables[] = {&p.efs, &p.yfs, &p.ftbl, &p.zonCfg, &p.velorCfg};
+    const std::string names[] = {"EFS", "YFS", "ftbl.bin", "zonc.cfg", "Velor.cfg table"};
+    for (int i = 0; i < 5; ++i) {
+        *tables[i] = {nullptr, 1}; // of several the first counts
+        EXPECT_EQ(yeYfsYzonInit(&p, record), 0);
+        EXPECT_EQ(take_reports(), "339:Invalid table " + names[i] + ". The table is loaded but data is empty.;");
+    }
+}
+
+TEST(Run, TakesTheValuesOfADeployedVolumeAndWritesThemBack)
+{
+    const auto stored = [](std::size_t size, std::uint16_t attributes = 0) {
+        return nvar{a, blob{1}, blob{2}, bytes(size), attributes};
+    };
+    // The value at the start, if that succeeds; the size of the new one; what the next run finds.
+    const std::tuple<const char*, nvar, value, std::size_t, value, std::string> rows[] = {
+        {"shorter", stored(700), bytes(700), 65, blob(65, 7), ""},
+        {"longer", stored(65), bytes(65), 700, blob(700, 7), ""},
+        {"emptied", stored(100), bytes(100), 0, blob{}, ""},
+        {"empty as it was", stored(0), blob{}, 0, blob{}, ""},
+        {"bit 0: a tail of 40", stored(41, 0x01), bytes(1), 3, bytes(1), ""},
+        {"short of it", stored(39, 0x01), {}, 0, {}, "339:;"},
+        {"bits 0 and 6: of 56", stored(57, 0x41), bytes(1), 3, bytes(1), ""},
+        {"bit 1: not taken over", stored(60, 0x02), blob{2}, 3, blob{2}, ""},
+        {"above its limit", {a, blob{1}, {}, bytes(9), 0, 4}, bytes(9), 5, bytes(9), "331#12;345:;"},
+        {"above 16 bits", stored(1), bytes(1), 65524, bytes(1), "331#5;345:;"},
+        {"volume full", stored(65000), bytes(65000), 65523, bytes(65000), "99#28;345:;"},
+        {"number 0", {.path = a, .velor = blob{1}, .index = 0x800}, blob{1}, 1, blob{1}, "99#0;345:;"},
+        {"missing at the end", {a, blob{1}, {}, {}, 2}, blob{1}, 1, blob{1}, "336#0;345:;"},
+        {"missing", {a, blob{1}}, {}, 0, {}, "339:;"},
+        {"override off",
+         {.path = a, .velor = blob{1}, .zonc = blob{2}, .live = blob{9}, .zonc_flags = 0},
+         {},
+         0,
+         {},
+         "346:;339:;"},
+        {"outside of /home", {"/var/x", blob{1}, {}, blob{9}}, {}, 0, {}, "38:;339:;"},
+        {"no tree takes it", {.path = a, .velor = blob{1}, .live = blob{9}, .fileno = 0}, {}, 0, {}, "331#2;38:;339:;"},
+    };
+    for (const bool keep : {true, false}) {
+        for (const auto& [name, file, loaded, size, left, told] : rows) {
+            SCOPED_TRACE(name);
+            host run({file, {.path = b, .velor = blob{1}, .live = bytes(30, 3)}, deployed});
+            EXPECT_EQ(run.init(), loaded.has_value());
+            EXPECT_EQ(yeYfsIsVfsDeployed(), loaded.has_value());
+            if (loaded) {
+                EXPECT_EQ(value_of(a), loaded);
+                ASSERT_TRUE(set_value(a, blob(size, 7)) && set_value(b, {8}));
+                EXPECT_EQ(yeYfsNvarTerm(keep), told.empty());
+            }
+            EXPECT_EQ(take_reports(), told);
+            EXPECT_EQ(host::state(), told.empty() ? 3 * keep : !loaded);
+            EXPECT_EQ(run.init(), loaded.has_value());
+            EXPECT_EQ(value_of(b), loaded && !told.starts_with("331") ? blob{8} : bytes(30, 3)) << "no undo, no half";
+            EXPECT_TRUE(!loaded || value_of(a) == left);
+        }
+    }
+}
+
+TEST(Run, BeginsAnewAndKeepsTheFileTableInForce)
+{
+    host first({{a, blob{1}}, deployed}), second({{a, blob{2}, blob{3}}}), other({{b, blob{4}}});
+    other.sku = 77; // not in its table: the old names stay in force, also for the run after that
+    for (host* run : {&first, &second, &first, &second, &other, &other, &other}) {
+        EXPECT_EQ(run->init(), run != &first) << "not in the volume";
+        EXPECT_EQ(host::state(), 1);
+        EXPECT_EQ(value_of(a), blob{static_cast<std::uint8_t>(run == &first ? 1 : run == &second ? 3 : 4)});
+    }
+    EXPECT_EQ(yeYfsYzonInit(nullptr, record), 0);
+    EXPECT_EQ(host::state(), 0);
+}
+
+TEST(Run, BuildsATableOfAllAvailableValues)
+{
+    host run({{"/home/ab", blob{1}, blob{2}},
+              {"/home/ab-c", blob{3}},
+              {.path = "/home/over", .velor = blob{5}, .zonc = blob{6}, .zonc_flags = 0},
+              {"/home/zonly", {}, blob{7}}});
+    ASSERT_EQ(run.init(), 1);
+    EXPECT_EQ(handed_out(rebuilt), blob(run.zonc.begin() + 16, run.zonc.end())) << "until the rebuild, the host's own";
+    ASSERT_TRUE(set_value("ab-c", {8, 9}));
+    ASSERT_EQ(yeYfsNvarTerm(1), 1);
+    EXPECT_EQ(handed_out(rebuilt), make_cfg_table({{0x501, {8, 9}}, {0x500, {2}}})) << "ab-c/ sorts before ab/";
+    EXPECT_EQ(value_of("ab-c", FCS_ZON_CFG), (blob{8, 9})) << "a list without a tree";
+    for (int times = 0; times < 2; ++times) {
+        ASSERT_TRUE(set_value("ab", {}));
+        ASSERT_EQ(yeYfsNvarTerm(0xFF), 1);
+        EXPECT_EQ(handed_out(rebuilt), make_cfg_table({{0x501, {8, 9}}, {0x500, {}}, {0x502, {5}}}))
+            << "a default is back";
+    }
+    EXPECT_EQ(yeYfsNvarTerm(0), 1);
+    EXPECT_EQ(handed_out(rebuilt), std::nullopt);
+    EXPECT_EQ(yeYfsNvarTerm(0) + yeYfsNvarTerm(1), 0);
+    EXPECT_EQ(take_reports(), "324:;324:;") << "the callback stays";
+}
+
+TEST(Nvar, GetsResizesAndRefuses)
+{
+    host run({{a, blob{1}, blob{2, 3}},
+              {.path = "/home/gone", .velor = blob{1}, .zonc = blob{9}, .flags = 0},
+              {.path = "/home/bare", .velor = blob{}, .flags = 0xFFFE},
+              {.path = "/home/over", .velor = blob{1}, .zonc = blob{2}, .zonc_flags = 0},
+              {"/home//homeb", blob{7}, {}, {}, 0, 7}});
+    ASSERT_EQ(run.init(), 1);
+    const std::tuple<std::string, std::uint32_t, value, std::string> rows[] = {
+        {a, 0, blob{1}, ""},      {a, 1, blob{2, 3}, ""},     {"a", 2, blob{2, 3}, ""},
+        {"/a", 2, {}, "38:;"},    {"/homeb", 2, blob{7}, ""}, // the whole prefix in front
+        {"gone", 0, {}, "320:;"}, {"gone", 1, blob{9}, ""},   {"gone", 2, {}, "38:;"},
+        {"bare", 0, {}, "346:;"}, {"over", 2, {}, "320:;"},   {std::string(400, 'x'), 2, {}, "38:;"},
+    };
+    for (const auto& [path, index, wanted, told] : rows) {
+        SCOPED_TRACE(path + " in " + std::to_string(index));
+        const FcsFileName table = yeYfsGetFcsFileNameMapping(index);
+        EXPECT_EQ(yeyfsCheckNvarExists(path.c_str(), table), told != "38:;");
+        EXPECT_EQ(value_of(path, table), wanted);
+        EXPECT_EQ(take_reports(), told);
+    }
+
+    void *data = &data, *grown = nullptr;
+    std::uint32_t size = 77;
+    EXPECT_EQ(yeyfsCheckNvarExists(nullptr, FCS_VELOR_CFG) + yeyfsCheckNvarExists(a, static_cast<FcsFileName>(9)), 0);
+    EXPECT_EQ(yeYfsNvarGet(nullptr, nullptr, nullptr, FCS_VELOR_CFG, nullptr, nullptr), 0);
+    EXPECT_EQ(yeYfsNvarGet(a, nullptr, nullptr, FCS_VELOR_CFG, nullptr, nullptr), 0);
+    EXPECT_EQ(yeYfsNvarGet(a, &data, nullptr, FCS_VELOR_CFG, nullptr, nullptr), 0);
+    EXPECT_EQ(yeYfsNvarResize(nullptr, nullptr, 1) + yeYfsNvarResize(a, nullptr, 1), 0);
+    EXPECT_EQ(yeYfsNvarResize("nowhere", &data, 1) + yeYfsNvarResize("over", &data, 1), 0);
+    EXPECT_EQ(rebuilt(nullptr, &size) + rebuilt(&data, nullptr), 0);
+    EXPECT_EQ(take_reports(),
+              "398:Null NVAR path;334:;398:Null NVAR path;398:Null data;398:Null data size;398:Null NVAR "
+              "path;398:Null New NVAR data;38:;346:;398:ZON CFG buffer;398:ZON CFG buffer;");
+    EXPECT_TRUE(data == &data && size == 77);
+
+    // The guards of the tables' own operations.
+    FcsTable &table = facade::s_currentValuesTable, none{};
+    const facade::owned_entry entry(facade::copyFileEntry(table.head));
+    EXPECT_FALSE(facade::yeYfsAddNewFileFcs(none, entry.get(), false));
+    EXPECT_FALSE(facade::yeYfsAddNewFileFcs(table, table.head, false));
+    EXPECT_FALSE(facade::yeYfsAddNewFileFcs(table, entry.get(), false));
+    entry->name[6] = 'z', entry->entry.fileno = 0x777;
+    EXPECT_FALSE(facade::yeYfsAddNewFileFcs(table, entry.get(), false));
+    EXPECT_EQ(facade::yeYfsFindFileEntryInTable(FCS_VELOR_CFG, nullptr), nullptr);
+    EXPECT_EQ(facade::yeYfsMemCpy(&size, sizeof size, a, 5), 40U);
+    EXPECT_EQ(take_reports(), "0:Invalid FCS handle or fileEntry pointer;327:;326:;331#8;"
+                              "398:Invalid NVAR path;321:Memory copy failed with error 40;");
+
+    ASSERT_EQ(yeYfsNvarResize(a, &grown, 5000) + yeYfsNvarResize(a, &data, 5000), 2);
+    EXPECT_EQ(data, grown) << "the present size keeps the pointer";
+    EXPECT_EQ(value_of(a)->back(), 0);
+    ASSERT_EQ(yeYfsNvarResize(a, &data, 2), 1);
+    EXPECT_EQ(value_of(a), (blob{2, 3}));
+    ASSERT_EQ(yeYfsNvarResize(a, &data, 0), 1);
+    EXPECT_EQ(data, nullptr);
+}
+
+void call_everything()
+{
+    void* data = nullptr;
+    EXPECT_EQ(yeYfsYzonInit(nullptr, nullptr) + yeYfsNvarTerm(0) + yeYfsNvarResize(a, &data, 5), 0);
+    EXPECT_EQ(value_of(a, FCS_VELOR_CFG), std::nullopt);
+    EXPECT_EQ(yeyfsCheckNvarExists(a, FCS_VELOR_CFG) + rebuilt(nullptr, nullptr) + yeYfsIsVfsDeployed(), 0);
+    EXPECT_EQ(yeYfsGetFcsFileNameMapping(9), FCS_CURRENT_VALUES);
+    ZonErrors::init(); // fills the maps from which the text was taken
+}
+
+TEST(Callback, MayCallBackThrowOrBeAbsent)
+{
+    host run({{a, blob{1}, {}, blob(41, 2), 1, 4}, deployed});
+    ASSERT_EQ(run.init(), 1);
+    while_reporting = [] { throw 7; };
+    EXPECT_THROW(value_of("nowhere"), int);
+    while_reporting = call_everything;
+    void* data = nullptr;
+    std::uint32_t size = 0, limit = 0;
+    std::uint8_t modifiable = 1;
+    EXPECT_EQ(yeYfsNvarGet(a, &data, &size, FCS_CURRENT_VALUES, &modifiable, &limit), 1) << "the next call is served";
+    EXPECT_TRUE(modifiable == 0 && limit == 4) << "it has a tail in a deployed volume";
+    EXPECT_EQ(yeYfsGetFcsFileNameMapping(3), FCS_CURRENT_VALUES);
+    ASSERT_TRUE(set_value(a, blob(5)));
+    EXPECT_EQ(yeYfsNvarTerm(1), 0);
+    while_reporting = nullptr;
+    EXPECT_EQ(take_reports(), "38:;0:Invalid fcsFileNameMap value;331#12;345:;");
+    ASSERT_EQ(run.init(nullptr), 1);
+    EXPECT_EQ(value_of("nowhere"), std::nullopt);
+    EXPECT_EQ(take_reports(), "");
+}
+
+} // namespace
+} // namespace yfs::test
