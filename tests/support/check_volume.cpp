@@ -1,23 +1,16 @@
 #include "tests/support/check_volume.h"
 
-#include <algorithm>
+#include "yfs/dfs.h"
+#include "yfs/status.h"
 
 namespace yfs::test {
 
 testing::AssertionResult clean(const inspect::picture& picture, inspect::finding_id but_for)
 {
-    auto result = testing::AssertionSuccess();
-    for (const inspect::finding& f : picture.findings) {
-        if (f.id == but_for || severity_of(f) == inspect::severity::info) continue;
-        if (result) result = testing::AssertionFailure();
-        result << "\n  " << to_string(severity_of(f)) << " " << describe(f);
-    }
-    return result;
-}
-
-testing::AssertionResult clean(std::span<const std::uint8_t> image, inspect::finding_id but_for)
-{
-    return clean(inspect::inspect_image(image), but_for);
+    std::string found;
+    for (const inspect::finding& f : picture.findings)
+        if (f.id != but_for && severity_of(f) != inspect::severity::info) found += "\n  " + describe(f);
+    return testing::AssertionResult(found.empty()) << found;
 }
 
 contents contents_of(const inspect::picture& picture)
@@ -31,28 +24,36 @@ contents contents_of(const inspect::picture& picture)
 testing::AssertionResult holds(const inspect::picture& picture, const contents& expected)
 {
     const contents found = contents_of(picture);
-    if (found == expected) return testing::AssertionSuccess();
-    auto result = testing::AssertionFailure();
+    testing::AssertionResult result(found == expected);
     for (const auto& [number, content] : found)
-        if (!expected.contains(number))
-            result << "\n  file " << number << " isn't expected, " << content.size() << " bytes";
+        if (!expected.contains(number)) result << "\n  file " << number << " isn't expected";
     for (const auto& [number, content] : expected) {
         const auto it = found.find(number);
-        if (it == found.end()) {
-            result << "\n  file " << number << " is missing";
-            continue;
-        }
-        if (it->second == content) continue;
-        const auto [a, b] = std::mismatch(content.begin(), content.end(), it->second.begin(), it->second.end());
-        result << "\n  file " << number << " has " << it->second.size() << " bytes, expected " << content.size()
-               << "; they differ from byte " << a - content.begin();
+        if (it == found.end() || it->second != content)
+            result << "\n  file " << number << (it == found.end() ? " is missing" : " isn't as it must be");
     }
     return result;
 }
 
-testing::AssertionResult holds(std::span<const std::uint8_t> image, const contents& expected)
+bool file_reads_as(const contents& files, unsigned number)
 {
-    return holds(inspect::inspect_image(image), expected);
+    const auto expected = files.find(number);
+    std::uint32_t size = 0;
+    const std::uint32_t status = dfs_getsize(number, &size);
+    if (expected == files.end()) return status == afs_status::not_found;
+    std::vector<std::uint8_t> got(size + 1);
+    std::uint32_t len = size + 1;
+    if (status != afs_status::ok || dfs_read(number, 0, &len, got.data()) != afs_status::ok || len != size)
+        return false;
+    got.resize(size);
+    return got == expected->second;
+}
+
+testing::AssertionResult reads_as(const contents& files)
+{
+    for (const auto& [number, content] : files)
+        if (!file_reads_as(files, number)) return testing::AssertionFailure() << "file " << number << " reads wrong";
+    return testing::AssertionSuccess();
 }
 
 } // namespace yfs::test

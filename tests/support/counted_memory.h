@@ -8,10 +8,8 @@ namespace yfs::test {
 
 // Blocks that were allocated and not released.
 std::int64_t live_blocks();
-
 // The n-th allocation from now on, counting from 1, gives null; 0 for none.
 void fail_allocation(std::uint64_t n);
-
 // Whether the allocation that was to fail has come.
 bool allocation_failed();
 

@@ -17,16 +17,15 @@ enum class chip_call { read, write, erase };
 // One write or erase as it was asked for. `bytes` of an erase is empty.
 struct chip_change {
     chip_call kind;
-    std::uint32_t addr;
-    std::uint32_t len;
+    std::uint32_t addr, len;
     std::vector<std::uint8_t> bytes;
 };
 
 // A rule broken by the layers above.
 struct chip_violation {
-    enum class rule { programs_one, out_of_range, unaligned_erase } broken;
+    const char* broken;
     std::uint32_t addr;   // the first byte concerned
-    std::uint64_t change; // number of the change since the chip was made, counting from 1; 0 for a read
+    std::uint64_t change; // number of the change since the chip was made, counting from 1; a read has the last one's
 };
 std::string to_string(const chip_violation& violation);
 
@@ -46,12 +45,13 @@ public:
     // The three calls. 0, or 1 for a failure.
     std::uint32_t read(std::uint32_t addr, std::uint32_t len, void* buf);
     std::uint32_t write(std::uint32_t addr, std::uint32_t len, const void* buf);
-    std::uint32_t erase(std::uint32_t addr);
+    std::uint32_t erase(std::uint32_t addr) { return carry_out({chip_call::erase, addr, block, {}}); }
 
     // What a violation does beside being kept: it fails the running test (on by default), and where a program call asks
     // for a 0 to become 1, either the bits stay 0 as on a real chip (default), or the write passes as a plain copy.
     void violations_fail_test(bool on) { violations_fail_test_ = on; }
     void plain_copy(bool on) { plain_copy_ = on; }
+    const std::vector<chip_violation>& violations() const { return violations_; }
 
     // The n-th call of a kind from now on, counting from 1, and the `times` - 1 calls after it go wrong.
     void fail(chip_call kind, std::uint64_t n, chip_fault how, std::uint64_t times = 1);
@@ -63,22 +63,17 @@ public:
     // Takes back the cut and all faults; the image stays as it is.
     void power_on();
 
-    const std::vector<chip_violation>& violations() const { return violations_; }
-    void forget_violations() { violations_.clear(); }
-
     // Every change that reached the chip whole, while the journal is on.
     void keep_journal(bool on) { keep_journal_ = on; }
     const std::vector<chip_change>& journal() const { return journal_; }
     void clear_journal() { journal_.clear(); }
 
+    // Calls that were carried out.
     struct counts {
-        std::uint64_t reads, writes, erases;
-        std::uint64_t bytes_read, bytes_programmed, bytes_erased;
+        std::uint64_t reads, writes, erases, bytes_read;
     };
     const counts& counters() const { return counts_; }
     void reset_counters() { counts_ = {}; }
-
-    std::span<std::uint8_t> image() const { return image_; }
 
 private:
     struct pending_fault {
@@ -87,8 +82,8 @@ private:
         chip_fault how;
     };
 
-    bool in_range(std::uint32_t addr, std::uint32_t len) const;
-    void violate(chip_violation::rule broken, std::uint32_t addr, std::uint64_t change);
+    bool refuses(const char* broken, bool it_is, std::uint32_t addr);
+    bool in_range(std::uint32_t addr, std::uint32_t len) const { return std::uint64_t{addr} + len <= image_.size(); }
     std::optional<chip_fault> count_call(chip_call kind);
     std::uint32_t carry_out(chip_change change);
 
@@ -106,6 +101,6 @@ private:
 
 // One change cut short, on a copy of an image: the same bytes as cut_power() leaves. `bytes` may be the whole length.
 void replay_cut(std::span<std::uint8_t> image, const chip_change& change, std::uint32_t bytes,
-                std::uint8_t unfinished = 0xFF);
+                std::uint8_t unfinished = 0xFF, bool plain_copy = false);
 
 } // namespace yfs::test

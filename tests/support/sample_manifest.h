@@ -11,21 +11,18 @@
 namespace yfs::test {
 
 struct sample_value {
-    std::uint32_t size = 0;
+    std::uint32_t size;
     std::string sha256;
 };
 
 struct sample_file {
-    std::uint32_t fileno = 0;
-    std::uint32_t dfs_number = 0;
-    std::uint32_t max_size = 0;
-    std::uint32_t attributes = 0;
+    std::uint32_t fileno, dfs_number, max_size, attributes;
     std::optional<sample_value> value; // none: not in the current values, or not available
 };
 
 struct sample_manifest {
-    std::uint32_t sku = 0;
-    bool deployed = false;
+    std::uint32_t sku;
+    bool deployed;
     std::map<std::string, sample_file> files;                             // by path, right after the start of a run
     std::vector<std::pair<std::string, std::vector<std::uint8_t>>> edits; // path and new value
     std::map<std::string, std::optional<sample_value>> after;             // the current values after the edits

@@ -1,8 +1,8 @@
 // SHA-256 in hex, for values that a manifest tells by their hash.
 #pragma once
 
-#include <array>
 #include <bit>
+#include <cmath>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -10,54 +10,40 @@
 
 namespace yfs::test {
 
-namespace sha256_detail {
-
-// The first 32 bits of the fractions of the cube roots of the first 64 primes.
-inline constexpr std::uint32_t k[64] = {
-    0x428a2f98, 0x71374491, 0xb5c0fbcf, 0xe9b5dba5, 0x3956c25b, 0x59f111f1, 0x923f82a4, 0xab1c5ed5,
-    0xd807aa98, 0x12835b01, 0x243185be, 0x550c7dc3, 0x72be5d74, 0x80deb1fe, 0x9bdc06a7, 0xc19bf174,
-    0xe49b69c1, 0xefbe4786, 0x0fc19dc6, 0x240ca1cc, 0x2de92c6f, 0x4a7484aa, 0x5cb0a9dc, 0x76f988da,
-    0x983e5152, 0xa831c66d, 0xb00327c8, 0xbf597fc7, 0xc6e00bf3, 0xd5a79147, 0x06ca6351, 0x14292967,
-    0x27b70a85, 0x2e1b2138, 0x4d2c6dfc, 0x53380d13, 0x650a7354, 0x766a0abb, 0x81c2c92e, 0x92722c85,
-    0xa2bfe8a1, 0xa81a664b, 0xc24b8b70, 0xc76c51a3, 0xd192e819, 0xd6990624, 0xf40e3585, 0x106aa070,
-    0x19a4c116, 0x1e376c08, 0x2748774c, 0x34b0bcb5, 0x391c0cb3, 0x4ed8aa4a, 0x5b9cca4f, 0x682e6ff3,
-    0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
-
-inline void take_block(std::array<std::uint32_t, 8>& hash, const std::uint8_t* block)
-{
-    std::uint32_t w[64];
-    for (int i = 0; i < 16; ++i, block += 4)
-        w[i] = static_cast<std::uint32_t>(block[0] << 24 | block[1] << 16 | block[2] << 8 | block[3]);
-    for (int i = 16; i < 64; ++i) {
-        const auto s0 = std::rotr(w[i - 15], 7) ^ std::rotr(w[i - 15], 18) ^ (w[i - 15] >> 3);
-        const auto s1 = std::rotr(w[i - 2], 17) ^ std::rotr(w[i - 2], 19) ^ (w[i - 2] >> 10);
-        w[i] = w[i - 16] + s0 + w[i - 7] + s1;
-    }
-    auto [a, b, c, d, e, f, g, h] = hash;
-    for (int i = 0; i < 64; ++i) {
-        const auto t1 =
-            h + (std::rotr(e, 6) ^ std::rotr(e, 11) ^ std::rotr(e, 25)) + ((e & f) ^ (~e & g)) + k[i] + w[i];
-        const auto t2 = (std::rotr(a, 2) ^ std::rotr(a, 13) ^ std::rotr(a, 22)) + ((a & b) ^ (a & c) ^ (b & c));
-        h = g, g = f, f = e, e = d + t1, d = c, c = b, b = a, a = t1 + t2;
-    }
-    const std::uint32_t step[8] = {a, b, c, d, e, f, g, h};
-    for (std::size_t i = 0; i < 8; ++i) hash[i] += step[i];
-}
-
-} // namespace sha256_detail
-
 inline std::string sha256(std::span<const std::uint8_t> data)
 {
+    // The first 32 bits of the fractions of the roots of the first 64 primes: cube roots, and the square roots of 8.
+    std::vector<std::uint32_t> k, hash;
+    const auto fraction = [](double root) { return static_cast<std::uint32_t>(std::fmod(root, 1) * 0x1p32); };
+    for (unsigned n = 2, d; k.size() < 64; ++n) {
+        for (d = 2; n % d != 0;) ++d;
+        if (d < n) continue;
+        k.push_back(fraction(std::cbrt(n)));
+        if (hash.size() < 8) hash.push_back(fraction(std::sqrt(n)));
+    }
     std::vector<std::uint8_t> padded(data.begin(), data.end());
     padded.push_back(0x80);
     while (padded.size() % 64 != 56) padded.push_back(0);
     for (int shift = 56; shift >= 0; shift -= 8)
         padded.push_back(static_cast<std::uint8_t>((std::uint64_t{data.size()} * 8) >> shift));
 
-    std::array<std::uint32_t, 8> hash = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
-                                         0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
-    for (std::size_t at = 0; at < padded.size(); at += 64) sha256_detail::take_block(hash, padded.data() + at);
-
+    const auto turned = [](std::uint32_t v, int a, int b, int c) {
+        return std::rotr(v, a) ^ std::rotr(v, b) ^ std::rotr(v, c);
+    };
+    for (const std::uint8_t* at = padded.data(); at != padded.data() + padded.size(); at += 64) {
+        std::uint32_t w[64] = {};
+        for (unsigned i = 0; i < 64; ++i) w[i / 4] = w[i / 4] << 8 | at[i];
+        for (unsigned i = 16; i < 64; ++i)
+            w[i] = w[i - 16] + w[i - 7] + (std::rotr(w[i - 15], 7) ^ std::rotr(w[i - 15], 18) ^ (w[i - 15] >> 3)) +
+                   (std::rotr(w[i - 2], 17) ^ std::rotr(w[i - 2], 19) ^ (w[i - 2] >> 10));
+        auto s = hash; // a to h
+        for (unsigned i = 0; i < 64; ++i) {
+            const auto t1 = s[7] + turned(s[4], 6, 11, 25) + ((s[4] & s[5]) ^ (~s[4] & s[6])) + k[i] + w[i];
+            const auto t2 = turned(s[0], 2, 13, 22) + ((s[0] & s[1]) ^ (s[0] & s[2]) ^ (s[1] & s[2]));
+            s = {t1 + t2, s[0], s[1], s[2], s[3] + t1, s[4], s[5], s[6]};
+        }
+        for (unsigned i = 0; i < 8; ++i) hash[i] += s[i];
+    }
     std::string hex;
     for (const std::uint32_t word : hash)
         for (int shift = 28; shift >= 0; shift -= 4) hex += "0123456789abcdef"[(word >> shift) & 0xF];

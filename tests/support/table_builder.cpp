@@ -21,12 +21,10 @@ void append(blob& to, const blob& bytes)
 
 _cfg_file_entry_t cfg_record(const cfg_file& file, std::size_t payload_at)
 {
-    _cfg_file_entry_t record{};
-    record.fileno = file.fileno;
-    record.offset = file.offset.value_or(low32(payload_at));
-    record.size = file.size.value_or(low16(file.payload.size()));
-    record.flags = file.flags;
-    return record;
+    return {.fileno = file.fileno,
+            .offset = file.offset.value_or(low32(payload_at)),
+            .size = file.size.value_or(low16(file.payload.size())),
+            .flags = file.flags};
 }
 
 } // namespace
@@ -47,40 +45,35 @@ blob make_file_table(const std::vector<table_sku>& skus, const efst_maker& efst,
 {
     const std::size_t efst_at = sizeof(ftbl_header_t) + skus.size() * sizeof(ftbl_sku_entry_t);
     const blob record = efst ? efst(low32(efst_at)) : blob();
-
-    blob table;
+    blob table, entries;
     ftbl_header_t header{};
     std::memcpy(header.magic.byte, "FTBL", 4);
     header.sku_count = low32(skus.size());
     append(table, header);
-
-    std::size_t entries_at = efst_at + record.size();
     for (const table_sku& sku : skus) {
         ftbl_sku_entry_t row{};
         row.sku = sku.sku;
-        row.table_offset = low32(entries_at);
+        row.table_offset = low32(efst_at + record.size() + entries.size());
         row.num_files = low32(sku.files.size());
         append(table, row);
-        entries_at += sku.files.size() * sizeof(ftbl_file_entry_t);
+        for (const table_file& file : sku.files) append(entries, file_entry(file));
     }
     append(table, record);
-    for (const table_sku& sku : skus)
-        for (const table_file& file : sku.files) append(table, file_entry(file));
+    append(table, entries);
     table.resize(std::max(table.size(), min_length));
     return table;
 }
 
 blob make_cfg_table(const std::vector<cfg_file>& files)
 {
-    blob table;
+    blob table, payloads;
     append(table, le32(low32(files.size())));
-    std::size_t payload_at = table.size() + files.size() * sizeof(_cfg_file_entry_t);
+    const std::size_t payloads_at = table.size() + files.size() * sizeof(_cfg_file_entry_t);
     for (const cfg_file& file : files) {
-        append(table, cfg_record(file, payload_at));
-        if (!file.offset) payload_at += file.payload.size();
+        append(table, cfg_record(file, payloads_at + payloads.size()));
+        if (!file.offset) append(payloads, file.payload);
     }
-    for (const cfg_file& file : files)
-        if (!file.offset) append(table, file.payload);
+    append(table, payloads);
     return table;
 }
 
@@ -99,18 +92,15 @@ std::optional<std::vector<cfg_file>> read_packed_table(const blob& table)
     const std::size_t count = load<le32>(table.data());
     std::size_t payload_at = sizeof(le32) + count * sizeof(_cfg_file_entry_t);
     if (payload_at > table.size()) return {};
-
     std::vector<cfg_file> files;
     for (std::size_t i = 0; i < count; ++i) {
         const auto record = load<_cfg_file_entry_t>(table.data() + sizeof(le32) + i * sizeof(_cfg_file_entry_t));
         if (record.offset != payload_at || table.size() - payload_at < record.size) return {};
-        const auto payload = table.begin() + static_cast<std::ptrdiff_t>(payload_at);
-        files.push_back(
-            {.fileno = record.fileno, .payload = blob(payload, payload + record.size), .flags = record.flags});
+        const std::uint8_t* payload = table.data() + payload_at;
+        files.push_back({record.fileno, blob(payload, payload + record.size), record.flags});
         payload_at += record.size;
     }
-    if (payload_at != table.size()) return {};
-    return files;
+    return payload_at == table.size() ? std::optional(files) : std::nullopt;
 }
 
 blob make_file_image(std::uint32_t fileno, const blob& payload, std::uint16_t flags)
