@@ -2,6 +2,7 @@
 // position of each operation.
 #include "tests/efs/rig.h"
 
+#include <array>
 #include <random>
 
 namespace yfs::test {
@@ -13,29 +14,21 @@ constexpr unsigned geometries = 60, steps = 1500;
 constexpr unsigned geometries = 10, steps = 300;
 #endif
 
-struct dice {
-    std::mt19937 engine;
-    std::uint32_t operator()(std::uint32_t from, std::uint32_t to)
-    {
-        return std::uniform_int_distribution<std::uint32_t>(from, to)(engine);
-    }
-};
+std::mt19937 s_engine;
+std::uint32_t roll(std::uint32_t from, std::uint32_t to)
+{
+    return std::uniform_int_distribution<std::uint32_t>(from, to)(s_engine);
+}
 
-// Files side by side, as many as fit, of all sizes.
-std::vector<efs_file_t> random_files(dice& roll, const efs::geometry& geo)
+// Three files in every fourth block; the last is a long one where there are blocks for it.
+std::vector<efs_file_t> random_files(const efs::geometry& geo)
 {
     std::vector<efs_file_t> files;
-    std::uint32_t block = 0, at = 0;
-    while (files.size() < 12 && block < geo.valid_block_num) {
-        const std::uint32_t room = efs::chunk_room - at;
-        const bool large = roll(0, 5) == 0 && geo.non_valid_block_num > 4;
-        std::uint32_t size = large ? roll(0, 3) * efs::chunk_room + roll(0, room) : roll(0, std::min(room, 900U));
-        const std::uint32_t blocks = size <= room ? 0 : (size - room + efs::chunk_room - 1) / efs::chunk_room;
-        if (block + blocks >= geo.valid_block_num) size = std::min(size, room);
-        files.push_back(efs_entry(block, at, size));
-        const bool full = blocks != 0 || at + 4 + size + 1000 > efs::chunk_room;
-        block += full ? blocks + 1 : 0;
-        at = full ? 0 : at + 4 + size;
+    for (std::uint32_t block = 0; block < geo.valid_block_num && files.size() < 12; block += 4) {
+        const std::uint32_t first = roll(0, 900), second = roll(0, 900), at = first + second + 8;
+        const std::uint32_t room = efs::chunk_room - at, longest = block + 4 < geo.valid_block_num ? 12000 : room;
+        files.insert(files.end(), {efs_entry(block, 0, first), efs_entry(block, first + 4, second),
+                                   efs_entry(block, at, roll(0, roll(0, 1) != 0 ? longest : 900))});
     }
     return files;
 }
@@ -43,30 +36,24 @@ std::vector<efs_file_t> random_files(dice& roll, const efs::geometry& geo)
 TEST(EfsRandom, HistoriesBesideAMap)
 {
     const unsigned seed = std::random_device{}();
-    dice roll{std::mt19937(seed)};
+    s_engine.seed(seed);
     SCOPED_TRACE("seed " + std::to_string(seed));
     for (unsigned g = 0; g < geometries; ++g) {
         const efs::geometry geo = {roll(2, 6), roll(1, 60), roll(1, 20)};
-        use_efs_table(geo, random_files(roll, geo), 0, roll(1, 3) == 1 ? roll(1, 4) : roll(5, 200));
-        blob image(EFS_get_efs_size());
-        ASSERT_EQ(yfs_make_efs(image.data(), EFS_get_efs_size()), 0U);
-        efs_rig r(std::move(image));
+        efs_rig r(fresh_image(geo, random_files(geo), roll(1, 3) == 1 ? roll(1, 4) : roll(5, 200)));
         ASSERT_EQ(r.mount(), 0U);
         for (unsigned step = 0; step < steps; ++step) {
             const unsigned file = roll(0, g_efs_files_num - 1), dive = roll(0, 9);
             efs_operation op{dive == 0 ? efs_call::remove : dive == 1 ? efs_call::idle : efs_call::write, file};
-            if (dive > 1) op.data = bytes(roll(0, EFS_files[file].max_size), roll(0, 1000));
-            const std::uint64_t needed = (op.data.size() + 4075 + EFS_files[file].offset) / 4072;
-            std::uint32_t expected = efs_status::ok;
-            if (dive == 0 && !r.files.contains(file)) expected = efs_status::not_found;
-            if (dive > 1 && needed > geo.non_valid_block_num) expected = efs_status::too_large;
+            std::uint32_t expected = dive == 0 && !r.files.contains(file) ? efs_status::not_found : efs_status::ok;
+            if (dive > 1) {
+                op.data = bytes(roll(0, EFS_files[file].max_size), roll(0, 1000));
+                const std::uint64_t needed = (op.data.size() + 4075 + EFS_files[file].offset) / 4072;
+                if (needed > geo.non_valid_block_num) expected = efs_status::too_large;
+            }
             ASSERT_EQ(r.perform(op), expected) << op << ", step " << step << " of geometry " << g;
-            if (step % 7 == 0) {
-                ASSERT_EQ(r.mount(), 0U);
-            }
-            if (step % 5 == 0) {
-                ASSERT_EQ(r.trouble(), "") << op << ", step " << step << " of geometry " << g;
-            }
+            ASSERT_TRUE(step % 7 != 0 || r.mount() == 0);
+            ASSERT_EQ(step % 5 == 0 ? r.trouble() : "", "") << op << ", step " << step << " of geometry " << g;
         }
         ASSERT_GT(efs_ctx.bm_sequence, steps / 400) << "no switch in the whole history";
     }
@@ -92,7 +79,7 @@ TEST(EfsFault, EachCallOfEachOperationFailsOnce)
         {"erase is lost", chip_call::erase, chip_fault::silent, 1},
     };
     const efs::geometry geo = {2, 7, 3};
-    efs_rig start(fresh_image(geo, 6));
+    efs_rig start(fresh_image(geo, usual_files(geo), 6));
     ASSERT_EQ(start.mount(), 0U);
     for (unsigned i = 0; i < g_efs_files_num; ++i)
         ASSERT_EQ(start.perform({efs_call::write, i, bytes(EFS_files[i].max_size, i)}), 0U);
@@ -107,9 +94,7 @@ TEST(EfsFault, EachCallOfEachOperationFailsOnce)
             sound.chip.reset_counters();
             ASSERT_EQ(sound.perform(op), 0U);
             const auto& c = sound.chip.counters();
-            const auto calls = way.call == chip_call::read    ? c.reads
-                               : way.call == chip_call::write ? c.writes
-                                                              : c.erases;
+            const std::uint64_t calls = std::array{c.reads, c.writes, c.erases}[static_cast<std::size_t>(way.call)];
             ASSERT_GT(calls, 0U);
             for (std::uint64_t n = 1; n <= calls; ++n) {
                 SCOPED_TRACE(testing::Message() << way.name << ", call " << n << ", " << op);

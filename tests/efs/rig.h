@@ -41,15 +41,19 @@ inline std::uint32_t run(const efs_operation& op)
     return EFS_write(op.file, 0, static_cast<std::uint32_t>(op.data.size()), data.data());
 }
 
-// A table with files, several in the first block, one over four blocks where it has them, one in the last block; and
-// the image that a format gives.
-inline blob fresh_image(const efs::geometry& geo, std::uint32_t threshold = 1000000)
+// Several files in the first block, one in the last, one over four blocks where there are as many.
+inline std::vector<efs_file_t> usual_files(const efs::geometry& geo)
 {
-    const bool long_one = geo.valid_block_num >= 4 && geo.non_valid_block_num >= 4;
     std::vector<efs_file_t> files = {efs_entry(0, 0, 300), efs_entry(0, 320, 64), efs_entry(0, 400, 200),
                                      efs_entry(geo.valid_block_num - 1, 2000, 900)};
-    if (long_one) files.push_back(efs_entry(0, 3900, 9000));
-    use_efs_table(geo, files, 0, threshold);
+    if (geo.valid_block_num > 7) files.push_back(efs_entry(0, 3900, 9000));
+    return files;
+}
+
+// The image that a format gives; the table stays in use.
+inline blob fresh_image(const efs::geometry& geo, std::vector<efs_file_t> files, std::uint32_t threshold)
+{
+    use_efs_table(geo, std::move(files), 0, threshold);
     blob image(EFS_get_efs_size());
     EXPECT_EQ(yfs_make_efs(image.data(), EFS_get_efs_size()), 0U);
     return image;
@@ -101,12 +105,14 @@ struct efs_rig {
         std::string said;
         for (const auto& finding : picture.findings)
             if (!damaged && !picture.clean()) said += describe(finding) + '\n';
-        const efs_contents mounted = read_mounted();
+        for (std::size_t p = 0; efs_ctx.scan_done != 0 && p < picture.blocks.size(); ++p)
+            if (efs_ctx.block_ec[p] != picture.blocks[p].erase_count) said += "another erase count\n";
+        if (efs_ctx.scan_done != 0 && efs_ctx.free_block_count != picture.free_spares) said += "other free spares\n";
         for (unsigned file = 0; file < g_efs_files_num; ++file) {
             const auto expected = files.contains(file) ? std::optional(files.at(file)) : std::nullopt;
             if (read_file(picture, file) != expected) said += "the second reader differs on a file\n";
         }
-        if (mounted != files) said += "the library reads other files\n";
+        if (read_mounted() != files) said += "the library reads other files\n";
         return said;
     }
 };

@@ -29,13 +29,6 @@ blob sealed(blob part)
     return part;
 }
 
-// A record of such bytes, for those that nobody reads.
-template <flash_record R>
-R unread()
-{
-    return load<R>(blob(sizeof(R), 0xEE).data());
-}
-
 } // namespace
 
 std::uint16_t plain_crc16(std::uint16_t initial, const blob& data)
@@ -103,14 +96,13 @@ efs_volume& efs_volume::block_header(unsigned physical, std::uint32_t erase_coun
     return put(geo.data_block_at(physical), sealed(header)), *this;
 }
 
-efs_volume& efs_volume::bm(unsigned index, std::uint32_t sequence, unsigned slots,
-                           const std::map<unsigned, std::uint8_t>& changes)
+efs_volume& efs_volume::bm(unsigned index, std::uint32_t sequence, unsigned slots, unsigned changed, std::uint8_t value)
 {
     efs_bm_header_t record{bm_version, 0, sequence, low8(geo.bm_num), low8(geo.valid_block_num), 0, layout_id, 0};
     record.non_valid_block_num = low8(geo.non_valid_block_num);
     blob header = bytes_of(record);
     header.resize(12);
-    for (const auto& [at, value] : changes) header.at(at) = value;
+    header.at(changed) = value;
     put(geometry::bm_at(index), sealed(header));
     while (slots-- > 0) slot(index);
     return *this;
@@ -167,35 +159,28 @@ efs_volume& efs_volume::file(const efs_file_t& entry, const blob& contents)
     return *this;
 }
 
-blob make_autogen_table(const std::vector<efst_sku>& skus, std::uint32_t rows)
+blob make_autogen_table(std::uint32_t rows)
 {
-    blob table(std::size_t{rows} * sizeof(ftbl_lead_t) + sizeof(ftbl_lead_t));
-    store(table.data(), ftbl_lead_t{ftbl_magic, {}, rows});
-    const auto append = [&](const auto& record) {
-        const blob part = bytes_of(record);
-        table.insert(table.end(), part.begin(), part.end());
+    constexpr std::uint32_t unread = 0xEEEEEEEE;
+    const std::uint32_t lists_at = (rows + 2) * 16 + 80;
+    std::vector<std::uint32_t> words = {ftbl_magic, unread, unread, rows};
+    words.resize(4 + std::size_t{rows} * 4);
+    const auto add = [&](const std::vector<std::uint32_t>& more) {
+        words.insert(words.end(), more.begin(), more.end());
     };
-    auto header = unread<efst_header_t>();
-    header.magic = efst_magic;
-    header.record_count = static_cast<std::uint32_t>(skus.size());
-    append(header);
-    auto list_at = static_cast<std::uint32_t>(table.size() + skus.size() * sizeof(efst_sku_record_t));
-    for (const efst_sku& s : skus) {
-        const auto count = static_cast<std::uint32_t>(s.files.size());
-        const auto size = static_cast<std::uint32_t>(count * sizeof(efst_file_record_t));
-        append(efst_sku_record_t{s.sku, list_at, count, size, s.geo.bm_num, s.geo.valid_block_num,
-                                 s.geo.non_valid_block_num, s.files_num, s.threshold, s.layout_id});
-        list_at += size;
+    add({efst_magic, unread, unread, 2});
+    add({8, lists_at, 2, 120, 2, 7, 3, 2, 100, 0});
+    add({0x01020307, lists_at + 120, 2, 120, 3, 9, 4, 6, 77, 0x1A5});
+    const std::uint32_t files[][4] = {{0, 1, 2, 3}, {0, 4, 5, 6}, {5, 6, 100, 900}, {1, 8, 4072, 1}};
+    for (const auto& [index, first_block, offset, max_size] : files) {
+        add({index | 0xEEEE0000});
+        words.resize(words.size() + 11, unread);
+        add({first_block << 16 | 0xEE00EEEE, max_size << 16 | offset, unread}); // of first_block the low byte counts
     }
-    for (const efst_sku& s : skus) {
-        for (const auto& [index, entry] : s.files) {
-            auto record = unread<efst_file_record_t>();
-            record.file_index = low16(index);
-            record.first_block = low16(0xEE00U | entry.first_block); // only the low byte counts
-            record.offset = entry.offset;
-            record.max_size = entry.max_size;
-            append(record);
-        }
+    blob table;
+    for (const std::uint32_t word : words) {
+        const blob part = bytes_of(le32(word));
+        table.insert(table.end(), part.begin(), part.end());
     }
     return table;
 }

@@ -29,9 +29,9 @@ void use_efs_table(const efs::geometry& geo, std::vector<efs_file_t> files, std:
 struct efs_volume {
     explicit efs_volume(const efs::geometry& geo, std::uint8_t layout_id = 0);
 
-    // The header of a BM and its first slots. `changes` are bytes of the header, by offset, under its CRC.
-    efs_volume& bm(unsigned index, std::uint32_t sequence = 1, unsigned slots = 1,
-                   const std::map<unsigned, std::uint8_t>& changes = {});
+    // The header of a BM, with the byte at `changed` changed under its CRC, and its first slots.
+    efs_volume& bm(unsigned index, std::uint32_t sequence = 1, unsigned slots = 1, unsigned changed = 0,
+                   std::uint8_t value = 1);
     // The next slot: the tables as they are now. Of a torn one the first `kept` bytes stand.
     efs_volume& slot(unsigned index);
     efs_volume& torn(unsigned index, unsigned kept = 15);
@@ -54,16 +54,8 @@ private:
     std::map<unsigned, unsigned> slots_; // so many, by BM
 };
 
-// What the record "EFST" tells for one SKU, and the file records that it leads to.
-struct efst_sku {
-    std::uint32_t sku;
-    efs::geometry geo;
-    std::uint32_t files_num;
-    std::vector<std::pair<unsigned, efs_file_t>> files; // by index
-    std::uint32_t layout_id = 0, threshold = 100;
-};
-
-// An ftbl.bin of `rows` rows for SKUs (with no files) and EFST. Bytes that nobody reads are 0xEE.
-std::vector<std::uint8_t> make_autogen_table(const std::vector<efst_sku>& skus, std::uint32_t rows = 1);
+// An ftbl.bin of `rows` rows for SKUs (with no files) and EFST behind them: SKU 8 with two records for file 0, and SKU
+// 0x01020307 with files 5 and 1. With one row EFST begins at 32, its records at 48 and 88, their lists at 128 and 248.
+std::vector<std::uint8_t> make_autogen_table(std::uint32_t rows = 1);
 
 } // namespace yfs::test
