@@ -213,8 +213,9 @@ void volume::write_afs(const file_row& row, const bytes& contents)
         refuse_index(row, fmt::format("has room for the numbers 0 to {}", dfs_context->files - 1));
     if (contents.size() > largest_stored) refuse_size(row, contents.size(), largest_stored);
     const auto size = static_cast<std::uint32_t>(contents.size());
+    const volume_space before = space();
     const std::uint32_t status = dfs_write(row.number, 0, size, contents.data(), ends_behind);
-    if (status == afs_status::no_space) refuse_full(row, size);
+    if (status == afs_status::no_space) refuse_full(row, size, before);
     if (status == afs_status::ok) return;
     throw failure(fault::volume_damaged,
                   fmt::format("can't put {}: writing into {} failed (status {}); nothing was saved",
@@ -234,9 +235,8 @@ void volume::write_efs(const file_row& row, const bytes& contents)
                                                   printable(row.path), image_of(row).name(), status));
 }
 
-void volume::refuse_full(const file_row& row, std::size_t size) const
+void volume::refuse_full(const file_row& row, std::size_t size, const volume_space& room) const
 {
-    const volume_space room = space();
     const std::uint32_t needed = chunks_for(size);
     const std::uint32_t old = chunks_for(size_of(row).value_or(0));
     std::string text = fmt::format(

@@ -62,7 +62,7 @@ public:
 
 private:
     void need(const file_row& row) const;
-    [[noreturn]] void refuse_full(const file_row& row, std::size_t size) const;
+    [[noreturn]] void refuse_full(const file_row& row, std::size_t size, const volume_space& room) const;
     [[noreturn]] void refuse_index(const file_row& row, const std::string& why) const;
     void write_afs(const file_row& row, const bytes& contents);
     void write_efs(const file_row& row, const bytes& contents);
