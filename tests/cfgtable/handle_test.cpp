@@ -90,6 +90,25 @@ TEST(add_new_file, statuses_in_their_order)
     EXPECT_EQ(fcs_status::ok, addNewFile(tree.handle, nullptr, "/home/a", image.data(), 12, false));
 }
 
+// Each change that was made begins the walk again, a refused one doesn't.
+TEST(walk_of_a_handle, restarts)
+{
+    const active_table table(files);
+    fcs tree;
+    for (const char* file : {"m", "p", "z"}) ASSERT_EQ(0U, tree.add(file, make_file_image(0x501)));
+    char name[256] = "";
+    const auto next = [&] { return getNextFile(tree.handle, name) == fcs_status::ok ? std::string(name) : "end"; };
+    EXPECT_EQ("p", next());
+    EXPECT_EQ(0U, tree.add("a", make_file_image(0x501)));
+    EXPECT_EQ("m", next());
+    EXPECT_EQ(fcs_status::name_taken, tree.add("a", make_file_image(0x501)));
+    EXPECT_EQ(fcs_status::no_such_file, deleteFile(tree.handle, "x"));
+    EXPECT_EQ("p", next());
+    EXPECT_EQ(fcs_status::ok, deleteFile(tree.handle, "p"));
+    for (const char* expected : {"m", "z", "end", "end"}) EXPECT_EQ(expected, next());
+    EXPECT_STREQ("z", name);
+}
+
 TEST(get_file_data, statuses_in_their_order)
 {
     const active_table table(files);

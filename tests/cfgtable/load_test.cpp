@@ -76,6 +76,29 @@ TEST(load_table, accepts_and_refuses)
     }
 }
 
+// The order of the records says which one is bad, although the files go in by name.
+TEST(load_table, keeps_what_comes_before_the_first_bad_record)
+{
+    const active_table table({{"/d", 1}, {"/c", 2}, {"/b", 3}, {"/a", 4}, {"/a", 5}, {"/c", 6}});
+    const struct {
+        std::vector<cfg_file> records;
+        std::vector<std::string> names;
+    } cases[] = {
+        {{{1}, {4}, {3}, {5}, {2}}, {"/a", "/b", "/d"}},
+        {{{2}, {4}, {6}, {1}, {5}}, {"/a", "/c"}},
+        {{{4}, {2}, {5}, {6}}, {"/a", "/c"}},
+        {{{4}, {4}, {5}, {1}}, {"/a"}},
+        {{{1}, {4, payload(65524)}, {2}}, {"/d"}},
+        {{{1, {}, 1, 0xFFFFFFFF, low16(1)}, {4}, {4}}, {}},
+    };
+    for (const auto& row : cases) {
+        fcs tree;
+        const blob bytes = make_cfg_table(row.records);
+        EXPECT_FALSE(loadDataFromFcsBuffer(tree.handle, bytes.data(), low32(bytes.size())));
+        EXPECT_EQ(row.names, tree.names());
+    }
+}
+
 // Gaps, overlaps, shared payloads and bytes behind the last one are read; what is written is sorted and packed.
 TEST(load_table, writes_back_in_order_and_packed)
 {

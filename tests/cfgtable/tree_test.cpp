@@ -81,5 +81,32 @@ TEST(directory, delete_file_splits_its_path)
     }
 }
 
+// Parents before children. The way back goes by `parent`, which addFile doesn't set, and by the directory's name.
+TEST(walk, nested)
+{
+    const auto root = std::make_shared<Directory>(), below = std::make_shared<Directory>();
+    image_editor::FileIterator walk(root);
+    const auto names = [&walk] {
+        std::string list;
+        for (std::string name = walk.firstFile(); !name.empty(); name = walk.nextFile()) list += name + " ";
+        EXPECT_EQ("", walk.nextFile()); // ended, again and again
+        return list;
+    };
+    EXPECT_EQ("", names());
+    std::snprintf(below->name, sizeof below->name, "d");
+    for (const node& child : {make("a"), node(below)}) root->addFile("", child);
+    EXPECT_EQ("a d ", names());
+    below->addFile("", make("x"));
+    root->addFile("", make("e"));
+    EXPECT_EQ("a d x ", names());
+    below->parent = root.get();
+    EXPECT_EQ("a d x e ", names());
+    root->deleteFile("e");
+    EXPECT_EQ("a d x ", names());
+    root->children[1] = make("e"); // `below` is no child any more, but the walk stands in it
+    EXPECT_EQ("", walk.nextFile());
+    EXPECT_EQ(-1, walk.index);
+}
+
 } // namespace
 } // namespace yfs::test

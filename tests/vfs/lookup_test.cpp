@@ -20,8 +20,9 @@ public:
     void load(const std::vector<table_file>& files)
     {
         buffer_ = make_file_table({{2, files}});
-        ASSERT_EQ(0U, load_file_table(buffer_.data(), 2, low32(buffer_.size())));
+        load_again();
     }
+    void load_again() { ASSERT_EQ(0U, load_file_table(buffer_.data(), 2, low32(buffer_.size()))); }
     // The program's buffer, under the table.
     void change(std::size_t index, const table_file& file)
     {
@@ -97,6 +98,19 @@ TEST_P(lookup, what_the_flat_calls_write)
     EXPECT_EQ(0, get_file_attributes_by_file_name("/a", &attributes, &max_size));
     EXPECT_EQ(0x0143, attributes);
     EXPECT_EQ(500U, max_size);
+}
+
+// An index answers neither for what an entry was nor for what the buffer held at an earlier load.
+TEST_P(lookup, entries_that_change_in_their_buffer)
+{
+    const fileno_t number = 6;
+    ASSERT_EQ(6, place(get_file_entry_by_fileno(&number)));
+    ASSERT_EQ(0, place(get_file_entry_by_file_name("/a")));
+    table.change(first, {"/new", number});
+    EXPECT_EQ(0, place(get_file_entry_by_file_name("/new")));
+    EXPECT_EQ(2, place(get_file_entry_by_file_name("/a")));
+    table.load_again();
+    EXPECT_EQ(0, place(get_file_entry_by_fileno(&number)));
 }
 
 TEST(lookup_random, as_a_plain_walk)
