@@ -110,8 +110,14 @@ TEST_F(AfsCache, LinksOfTheLines)
     EXPECT_EQ(links(), (list{1 << 2, 0x3FFC, 0 << 2 | 1}));
     run(ctx, "+7 8");
     EXPECT_EQ(links(), (list{0x3FFC, 2 << 2 | 1, 0 << 2 | 3}));
+    void* line = nullptr;
+    EXPECT_EQ(cache_ptr(&ctx, 8, &line), 0U);
+    run(ctx, "7");
+    cache_line_written(&ctx, line); // a use like any other
+    EXPECT_EQ(ctx.cache_head, 1);
+    EXPECT_EQ(links(), (list{0x3FFC, 2 << 2 | 3, 0 << 2 | 3}));
     run(ctx, "drop");
-    EXPECT_EQ(links(), (list{0x3FFC, 2 << 2, 0 << 2 | 2}));
+    EXPECT_EQ(links(), (list{0x3FFC, 2 << 2 | 2, 0 << 2 | 2}));
 }
 
 TEST_F(AfsCache, MadeAnew)

@@ -135,6 +135,8 @@ TEST(FtlMount, WalksTheLog)
             "1/2 last 3 dirty 119 118: 3@1/1 4@0/1 5@1/0 "},
            {"scanned first", "eu0 seq=8 src=5 3 4 eu1 seq=7 5 3", "0/2 last 4 dirty 118 119: 3@0/0 4@0/1 5@1/0 "},
            {"a newer blank EU isn't the log", "eu0 3 4 eu1 seq=7 src=5", "0/2 last 4 dirty 118 120: 3@0/0 4@0/1 "},
+           {"of equals the later scanned", "eu0 seq=7 src=5 3 eu1 seq=7 src=5 4",
+            "1/1 last 4 dirty 119 119: 3@0/0 4@1/0 "},
            {"without records the oldest", "eu0 seq=5 src=5", "1/0 last 0 dirty 120 120: "},
            {"the spare not excluded", "eu0 seq=8 src=5 eu1 seq=7", "5/0 last 0 dirty 120 120: "},
            {"the last FAT page", "eu0 14", "0/1 last 14 dirty 119 120: 14@0/0 "},
