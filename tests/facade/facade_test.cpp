@@ -1,7 +1,10 @@
 // Runs over tables and volumes made for the case: what each call answers, reports, and leaves behind.
 #include "facade/facade_internal.h"
 #include "tests/facade/host.h"
+#include "tests/support/sample_manifest.h"
+#include "tests/support/samples.h"
 #include "tests/support/sha256.h"
+#include "yfs/efs.h"
 
 namespace yfs::test {
 namespace {
@@ -15,10 +18,9 @@ TEST(Errors, TextsAreAnInterface)
     ZonErrors::init();
     std::string all;
     for (int code = -1; code <= 411; ++code) all += std::to_string(code) + "=" + text(code) + "\n";
-    for (const auto& [type, tag] : ZonErrors::s_imageToolsErrorTypeStringMap)
-        all += std::to_string(type) + "=" + tag + "\n";
-    EXPECT_EQ(sha256(blob(all.begin(), all.end())), "b266413cdedb3d53de507d341b0dc4dced54d5af7c120352b8534576d2aca91b")
-        << all;
+    for (const auto& [n, tag] : ZonErrors::s_imageToolsErrorTypeStringMap) all += std::to_string(n) + "=" + tag + "\n";
+    const std::string hash = sha256(blob(all.begin(), all.end()));
+    EXPECT_EQ(hash, "b266413cdedb3d53de507d341b0dc4dced54d5af7c120352b8534576d2aca91b") << all;
 }
 
 TEST(Init, RefusesWhatItCannotUse)
@@ -44,7 +46,7 @@ TEST(Init, RefusesWhatItCannotUse)
         host run({{.path = a, .velor = blob{1}, .zonc = blob{2, 3}, .live = blob{4}}, deployed});
         spoil(run);
         EXPECT_EQ(run.init(), 0);
-        EXPECT_EQ(take_reports(), told);
+        EXPECT_EQ(host::reports(), told);
         const bool tables_stand = told.ends_with(":;"); // the volumes come last
         EXPECT_EQ(host::state(), tables_stand);
         EXPECT_EQ(value_of(a), tables_stand ? value({2, 3}) : std::nullopt);
@@ -60,7 +62,7 @@ TEST(Init, RefusesWhatItCannotUse)
     for (int i = 0; i < 5; ++i) {
         *tables[i] = {nullptr, 1}; // of several the first counts
         EXPECT_EQ(yeYfsYzonInit(&p, record), 0);
-        EXPECT_EQ(take_reports(), "339:Invalid table " + names[i] + ". The table is loaded but data is empty.;");
+        EXPECT_EQ(host::reports(), "339:Invalid table " + names[i] + ". The table is loaded but data is empty.;");
     }
 }
 
@@ -85,12 +87,7 @@ TEST(Run, TakesTheValuesOfADeployedVolumeAndWritesThemBack)
         {"number 0", {.path = a, .velor = blob{1}, .index = 0x800}, blob{1}, 1, blob{1}, "99#0;345:;"},
         {"missing at the end", {a, blob{1}, {}, {}, 2}, blob{1}, 1, blob{1}, "336#0;345:;"},
         {"missing", {a, blob{1}}, {}, 0, {}, "339:;"},
-        {"override off",
-         {.path = a, .velor = blob{1}, .zonc = blob{2}, .live = blob{9}, .zonc_flags = 0},
-         {},
-         0,
-         {},
-         "346:;339:;"},
+        {"override off", {a, blob{1}, blob{2}, blob{9}, 0, 9, 1, 0}, {}, 0, {}, "346:;339:;"},
         {"outside of /home", {"/var/x", blob{1}, {}, blob{9}}, {}, 0, {}, "38:;339:;"},
         {"no tree takes it", {.path = a, .velor = blob{1}, .live = blob{9}, .fileno = 0}, {}, 0, {}, "331#2;38:;339:;"},
     };
@@ -102,10 +99,11 @@ TEST(Run, TakesTheValuesOfADeployedVolumeAndWritesThemBack)
             EXPECT_EQ(yeYfsIsVfsDeployed(), loaded.has_value());
             if (loaded) {
                 EXPECT_EQ(value_of(a), loaded);
+                EXPECT_TRUE(limit == file.max_size && modifiable == (file.attributes % 2 == 0));
                 ASSERT_TRUE(set_value(a, blob(size, 7)) && set_value(b, {8}));
                 EXPECT_EQ(yeYfsNvarTerm(keep), told.empty());
             }
-            EXPECT_EQ(take_reports(), told);
+            EXPECT_EQ(host::reports(), told);
             EXPECT_EQ(host::state(), told.empty() ? 3 * keep : !loaded);
             EXPECT_EQ(run.init(), loaded.has_value());
             EXPECT_EQ(value_of(b), loaded && !told.starts_with("331") ? blob{8} : bytes(30, 3)) << "no undo, no half";
@@ -127,37 +125,14 @@ TEST(Run, BeginsAnewAndKeepsTheFileTableInForce)
     EXPECT_EQ(host::state(), 0);
 }
 
-TEST(Run, BuildsATableOfAllAvailableValues)
-{
-    host run({{"/home/ab", blob{1}, blob{2}},
-              {"/home/ab-c", blob{3}},
-              {.path = "/home/over", .velor = blob{5}, .zonc = blob{6}, .zonc_flags = 0},
-              {"/home/zonly", {}, blob{7}}});
-    ASSERT_EQ(run.init(), 1);
-    EXPECT_EQ(handed_out(rebuilt), blob(run.zonc.begin() + 16, run.zonc.end())) << "until the rebuild, the host's own";
-    ASSERT_TRUE(set_value("ab-c", {8, 9}));
-    ASSERT_EQ(yeYfsNvarTerm(1), 1);
-    EXPECT_EQ(handed_out(rebuilt), make_cfg_table({{0x501, {8, 9}}, {0x500, {2}}})) << "ab-c/ sorts before ab/";
-    EXPECT_EQ(value_of("ab-c", FCS_ZON_CFG), (blob{8, 9})) << "a list without a tree";
-    for (int times = 0; times < 2; ++times) {
-        ASSERT_TRUE(set_value("ab", {}));
-        ASSERT_EQ(yeYfsNvarTerm(0xFF), 1);
-        EXPECT_EQ(handed_out(rebuilt), make_cfg_table({{0x501, {8, 9}}, {0x500, {}}, {0x502, {5}}}))
-            << "a default is back";
-    }
-    EXPECT_EQ(yeYfsNvarTerm(0), 1);
-    EXPECT_EQ(handed_out(rebuilt), std::nullopt);
-    EXPECT_EQ(yeYfsNvarTerm(0) + yeYfsNvarTerm(1), 0);
-    EXPECT_EQ(take_reports(), "324:;324:;") << "the callback stays";
-}
-
-TEST(Nvar, GetsResizesAndRefuses)
+TEST(Run, ServesValuesAndBuildsATableOfAllAvailableOnes)
 {
     host run({{a, blob{1}, blob{2, 3}},
-              {.path = "/home/gone", .velor = blob{1}, .zonc = blob{9}, .flags = 0},
-              {.path = "/home/bare", .velor = blob{}, .flags = 0xFFFE},
-              {.path = "/home/over", .velor = blob{1}, .zonc = blob{2}, .zonc_flags = 0},
-              {"/home//homeb", blob{7}, {}, {}, 0, 7}});
+              {"/home/gone", blob{1}, blob{9}, {}, 0, 9, 0},
+              {"/home/bare", blob{}, {}, {}, 0, 9, 0xFFFE},
+              {"/home/over", blob{5}, blob{2}, {}, 0, 9, 1, 0},
+              {"/home//homeb", blob{7}},
+              {"/home/a-c", blob{3}}});
     ASSERT_EQ(run.init(), 1);
     const std::tuple<std::string, std::uint32_t, value, std::string> rows[] = {
         {a, 0, blob{1}, ""},      {a, 1, blob{2, 3}, ""},     {"a", 2, blob{2, 3}, ""},
@@ -170,10 +145,10 @@ TEST(Nvar, GetsResizesAndRefuses)
         const FcsFileName table = yeYfsGetFcsFileNameMapping(index);
         EXPECT_EQ(yeyfsCheckNvarExists(path.c_str(), table), told != "38:;");
         EXPECT_EQ(value_of(path, table), wanted);
-        EXPECT_EQ(take_reports(), told);
+        EXPECT_EQ(host::reports(), told);
     }
 
-    void *data = &data, *grown = nullptr;
+    void* data = &data;
     std::uint32_t size = 77;
     EXPECT_EQ(yeyfsCheckNvarExists(nullptr, FCS_VELOR_CFG) + yeyfsCheckNvarExists(a, static_cast<FcsFileName>(9)), 0);
     EXPECT_EQ(yeYfsNvarGet(nullptr, nullptr, nullptr, FCS_VELOR_CFG, nullptr, nullptr), 0);
@@ -182,7 +157,7 @@ TEST(Nvar, GetsResizesAndRefuses)
     EXPECT_EQ(yeYfsNvarResize(nullptr, nullptr, 1) + yeYfsNvarResize(a, nullptr, 1), 0);
     EXPECT_EQ(yeYfsNvarResize("nowhere", &data, 1) + yeYfsNvarResize("over", &data, 1), 0);
     EXPECT_EQ(rebuilt(nullptr, &size) + rebuilt(&data, nullptr), 0);
-    EXPECT_EQ(take_reports(),
+    EXPECT_EQ(host::reports(),
               "398:Null NVAR path;334:;398:Null NVAR path;398:Null data;398:Null data size;398:Null NVAR "
               "path;398:Null New NVAR data;38:;346:;398:ZON CFG buffer;398:ZON CFG buffer;");
     EXPECT_TRUE(data == &data && size == 77);
@@ -190,23 +165,33 @@ TEST(Nvar, GetsResizesAndRefuses)
     // The guards of the tables' own operations.
     FcsTable &table = facade::s_currentValuesTable, none{};
     const facade::owned_entry entry(facade::copyFileEntry(table.head));
-    EXPECT_FALSE(facade::yeYfsAddNewFileFcs(none, entry.get(), false));
-    EXPECT_FALSE(facade::yeYfsAddNewFileFcs(table, table.head, false));
-    EXPECT_FALSE(facade::yeYfsAddNewFileFcs(table, entry.get(), false));
+    const auto add = facade::yeYfsAddNewFileFcs;
+    EXPECT_FALSE(add(none, entry.get(), false) || add(table, table.head, false) || add(table, entry.get(), false));
     entry->name[6] = 'z', entry->entry.fileno = 0x777;
-    EXPECT_FALSE(facade::yeYfsAddNewFileFcs(table, entry.get(), false));
-    EXPECT_EQ(facade::yeYfsFindFileEntryInTable(FCS_VELOR_CFG, nullptr), nullptr);
+    EXPECT_TRUE(!add(table, entry.get(), false) && !facade::yeYfsFindFileEntryInTable(FCS_VELOR_CFG, nullptr));
     EXPECT_EQ(facade::yeYfsMemCpy(&size, sizeof size, a, 5), 40U);
-    EXPECT_EQ(take_reports(), "0:Invalid FCS handle or fileEntry pointer;327:;326:;331#8;"
-                              "398:Invalid NVAR path;321:Memory copy failed with error 40;");
+    EXPECT_EQ(host::reports(), "0:Invalid FCS handle or fileEntry pointer;327:;326:;331#8;"
+                               "398:Invalid NVAR path;321:Memory copy failed with error 40;");
 
-    ASSERT_EQ(yeYfsNvarResize(a, &grown, 5000) + yeYfsNvarResize(a, &data, 5000), 2);
+    void* grown = nullptr;
+    ASSERT_EQ(yeYfsNvarResize("a-c", &grown, 5000) + yeYfsNvarResize("a-c", &data, 5000), 2);
     EXPECT_EQ(data, grown) << "the present size keeps the pointer";
-    EXPECT_EQ(value_of(a)->back(), 0);
-    ASSERT_EQ(yeYfsNvarResize(a, &data, 2), 1);
-    EXPECT_EQ(value_of(a), (blob{2, 3}));
-    ASSERT_EQ(yeYfsNvarResize(a, &data, 0), 1);
-    EXPECT_EQ(data, nullptr);
+    EXPECT_EQ(value_of("a-c")->back(), 0);
+    ASSERT_EQ(yeYfsNvarResize("a-c", &data, 1), 1);
+    EXPECT_EQ(handed_out(rebuilt), blob(run.zonc.begin() + 16, run.zonc.end())) << "until the rebuild, the host's own";
+    ASSERT_EQ(yeYfsNvarTerm(1), 1);
+    EXPECT_EQ(handed_out(rebuilt), make_cfg_table({{0x504, {7}}, {0x505, {3}}, {0x500, {2, 3}}})) << "a-c/ before a/";
+    EXPECT_EQ(value_of("a-c", FCS_ZON_CFG), blob{3}) << "a list without a tree";
+    for (int times = 0; times < 2; ++times) {
+        ASSERT_EQ(yeYfsNvarResize(a, &data, 0), 1);
+        EXPECT_EQ(data, nullptr);
+        ASSERT_EQ(yeYfsNvarTerm(0xFF), 1);
+        EXPECT_EQ(handed_out(rebuilt), make_cfg_table({{0x504, {7}}, {0x505, {3}}, {0x500, {}}, {0x503, {5}}}));
+    }
+    EXPECT_EQ(yeYfsNvarTerm(0), 1);
+    EXPECT_EQ(handed_out(rebuilt), std::nullopt);
+    EXPECT_EQ(yeYfsNvarTerm(0) + yeYfsNvarTerm(1), 0);
+    EXPECT_EQ(host::reports(), "324:;324:;") << "the callback stays";
 }
 
 void call_everything()
@@ -221,24 +206,72 @@ void call_everything()
 
 TEST(Callback, MayCallBackThrowOrBeAbsent)
 {
-    host run({{a, blob{1}, {}, blob(41, 2), 1, 4}, deployed});
+    host run({{a, blob{1}, {}, blob{2}, 0, 4}, deployed});
     ASSERT_EQ(run.init(), 1);
     while_reporting = [] { throw 7; };
     EXPECT_THROW(value_of("nowhere"), int);
     while_reporting = call_everything;
-    void* data = nullptr;
-    std::uint32_t size = 0, limit = 0;
-    std::uint8_t modifiable = 1;
-    EXPECT_EQ(yeYfsNvarGet(a, &data, &size, FCS_CURRENT_VALUES, &modifiable, &limit), 1) << "the next call is served";
-    EXPECT_TRUE(modifiable == 0 && limit == 4) << "it has a tail in a deployed volume";
+    EXPECT_EQ(value_of(a), blob{2}) << "the next call is served";
     EXPECT_EQ(yeYfsGetFcsFileNameMapping(3), FCS_CURRENT_VALUES);
     ASSERT_TRUE(set_value(a, blob(5)));
     EXPECT_EQ(yeYfsNvarTerm(1), 0);
     while_reporting = nullptr;
-    EXPECT_EQ(take_reports(), "38:;0:Invalid fcsFileNameMap value;331#12;345:;");
+    EXPECT_EQ(host::reports(), "38:;0:Invalid fcsFileNameMap value;331#12;345:;");
     ASSERT_EQ(run.init(nullptr), 1);
     EXPECT_EQ(value_of("nowhere"), std::nullopt);
-    EXPECT_EQ(take_reports(), "");
+    EXPECT_EQ(host::reports(), "");
+}
+
+// ---- Whole runs over sets of images and tables that another tool made ----
+
+class SampleSet : public testing::TestWithParam<const char*> {};
+const char* const sets[] = {"plain-tables", "small-deployed", "not-deployed", "large", "no-zonc", "with-efs"};
+INSTANTIATE_TEST_SUITE_P(Each, SampleSet, testing::ValuesIn(sets));
+
+TEST_P(SampleSet, RunsWholeAndFindsItsValuesAgain)
+{
+    SCOPED_TRACE(GetParam());
+    const auto folder = sample_set(GetParam());
+    if (folder.empty()) GTEST_SKIP() << "no sample sets beside this tree";
+    const sample_manifest manifest = read_manifest(GetParam());
+    const auto expect_value = [](const std::string& path, const std::optional<sample_value>& wanted) {
+        const value found = value_of(path);
+        EXPECT_EQ(found ? sha256(*found) : "none", wanted ? wanted->sha256 : "none") << path;
+    };
+    const auto expect_values_after = [&] {
+        for (const auto& [path, file] : manifest.files)
+            expect_value(path, manifest.after.contains(path) ? manifest.after.at(path) : std::nullopt);
+        host::reports();
+    };
+    host run;
+    run.velor = read_file(folder / "velor.cfg");
+    run.zonc = read_file(folder / "zonc.bin");
+    run.yfs = read_file(folder / "yfs.img");
+    run.ftbl = read_file(folder / "ftbl.bin");
+    run.efs = read_file(folder / "efs.img");
+    run.sku = manifest.sku;
+    const blob yfs = run.yfs, efs = run.efs, new_table = read_file(folder / "zonc-table-after.bin");
+
+    ASSERT_EQ(run.init(), 1);
+    EXPECT_EQ(yeYfsIsVfsDeployed(), manifest.deployed);
+    EXPECT_EQ(yeYfsIsInitialized(), yfs.empty() ? 0 : 1);
+    EXPECT_EQ(EFS_is_initialized(), efs.empty() ? 0 : 1) << "whatever an earlier run had mounted";
+    EXPECT_EQ(host::reports(), "");
+    for (const auto& [path, file] : manifest.files) expect_value(path, file.value);
+    EXPECT_TRUE(run.yfs == yfs && run.efs == efs) << "reading writes nothing";
+    host::reports();
+
+    for (const auto& [path, value] : manifest.edits) ASSERT_TRUE(set_value(path, value)) << path;
+    EXPECT_EQ(yeYfsNvarTerm(1), 1);
+    EXPECT_EQ(handed_out(rebuilt), new_table);
+    EXPECT_EQ(host::reports(), "");
+    expect_values_after();
+    EXPECT_EQ(yeYfsNvarTerm(0), 1);
+
+    // What a host saves: the images, and the new table behind a header.
+    run.zonc = make_partition(new_table);
+    ASSERT_EQ(run.init(), 1);
+    expect_values_after();
 }
 
 } // namespace

@@ -2,7 +2,7 @@
 //
 //     host run({{.path = "/home/a", .velor = blob{1}, .live = blob{2}}, deployed});
 //     ASSERT_EQ(run.init(), 1);
-//     EXPECT_EQ(take_reports(), "38:;331#12;");
+//     EXPECT_EQ(host::reports(), "38:;331#12;");
 #pragma once
 
 #include "tests/support/table_builder.h"
@@ -25,15 +25,10 @@ inline void record(ErrorLevel level, ImageToolsErrorName code, const char* text,
 {
     EXPECT_EQ(level, 4);
     EXPECT_EQ(text, code == 0 ? "" : ZonErrors::getErrorNameString(code));
-    const std::string said = message, status = " Library status code: ";
-    s_reports +=
-        std::to_string(code) + (said.starts_with(status) ? "#" + said.substr(status.size()) : ":" + said) + ";";
+    const std::string said = message, of = " Library status code: ";
+    const bool status = said.starts_with(of);
+    s_reports += std::to_string(code) + (status ? '#' : ':') + said.substr(status ? of.size() : 0) + ";";
     if (while_reporting != nullptr) while_reporting();
-}
-
-inline std::string take_reports()
-{
-    return std::exchange(s_reports, {});
 }
 
 using value = std::optional<blob>;
@@ -72,14 +67,10 @@ struct host {
     }
     ~host() { end(); }
 
-    YZonInitParams params()
-    {
-        const auto table = [](blob& b) { return _commonYZonTable{b.data(), low32(b.size())}; };
-        return {table(velor), table(zonc), table(yfs), table(ftbl), sku, table(efs)};
-    }
     std::uint8_t init(YZonStatusCallback callback = record)
     {
-        const YZonInitParams given = params();
+        const auto table = [](blob& b) { return _commonYZonTable{b.data(), low32(b.size())}; };
+        const YZonInitParams given = {table(velor), table(zonc), table(yfs), table(ftbl), sku, table(efs)};
         return yeYfsYzonInit(&given, callback);
     }
     // Ends the run, whatever state it is in.
@@ -87,8 +78,9 @@ struct host {
     {
         if (yeFcsIsInitialized() != 0) yeYfsNvarTerm(0);
         EXPECT_EQ(state(), 0);
-        take_reports();
+        reports();
     }
+    static std::string reports() { return std::exchange(s_reports, {}); }
     // 1 for the tables, 2 for the volume.
     static int state() { return yeFcsIsInitialized() + 2 * yeYfsIsInitialized(); }
 
@@ -107,9 +99,12 @@ value handed_out(Call call)
     return blob(from, from + size);
 }
 
+inline std::uint8_t modifiable; // of the last value_of
+inline std::uint32_t limit;
+
 inline value value_of(const std::string& path, FcsFileName table = FCS_CURRENT_VALUES)
 {
-    return handed_out([&](auto... out) { return yeYfsNvarGet(path.c_str(), out..., table, nullptr, nullptr); });
+    return handed_out([&](auto... out) { return yeYfsNvarGet(path.c_str(), out..., table, &modifiable, &limit); });
 }
 
 // Resizes a current value and fills it.

@@ -11,8 +11,7 @@ static long s_failing;          // how many fail in a row
 
 static bool refuse()
 {
-    const long ahead = s_ahead--;
-    return ahead <= 0 && ahead > -s_failing;
+    return s_ahead-- <= 0 && s_ahead >= -s_failing;
 }
 
 extern "C" {
@@ -34,24 +33,16 @@ void* __wrap_realloc(void* ptr, std::size_t size)
 }
 }
 
-// Not inlined: the compiler would take the pair of malloc and free for a mistake.
+// Not inlined: the compiler would take the pair of malloc and delete for a mistake, as the address sanitizer does.
 [[gnu::noinline]] void* operator new(std::size_t size)
 {
     void* const ptr = std::malloc(size);
     if (ptr == nullptr) throw std::bad_alloc();
     return ptr;
 }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+extern "C" const char* __asan_default_options()
 {
-    return std::malloc(size);
-}
-[[gnu::noinline]] void operator delete(void* ptr) noexcept
-{
-    std::free(ptr);
-}
-[[gnu::noinline]] void operator delete(void* ptr, std::size_t) noexcept
-{
-    std::free(ptr);
+    return "alloc_dealloc_mismatch=0";
 }
 
 namespace yfs::test {
