@@ -41,10 +41,9 @@ ftbl_file_entry_t file_entry(const table_file& file)
     return entry;
 }
 
-blob make_file_table(const std::vector<table_sku>& skus, const efst_maker& efst, std::size_t min_length)
+blob make_file_table(const std::vector<table_sku>& skus, std::size_t min_length)
 {
-    const std::size_t efst_at = sizeof(ftbl_header_t) + skus.size() * sizeof(ftbl_sku_entry_t);
-    const blob record = efst ? efst(low32(efst_at)) : blob();
+    const std::size_t entries_at = sizeof(ftbl_header_t) + skus.size() * sizeof(ftbl_sku_entry_t);
     blob table, entries;
     ftbl_header_t header{};
     std::memcpy(header.magic.byte, "FTBL", 4);
@@ -53,12 +52,11 @@ blob make_file_table(const std::vector<table_sku>& skus, const efst_maker& efst,
     for (const table_sku& sku : skus) {
         ftbl_sku_entry_t row{};
         row.sku = sku.sku;
-        row.table_offset = low32(efst_at + record.size() + entries.size());
+        row.table_offset = low32(entries_at + entries.size());
         row.num_files = low32(sku.files.size());
         append(table, row);
         for (const table_file& file : sku.files) append(entries, file_entry(file));
     }
-    append(table, record);
     append(table, entries);
     table.resize(std::max(table.size(), min_length));
     return table;

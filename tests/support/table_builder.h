@@ -9,7 +9,6 @@
 #include "yfs/vfs.h"
 
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -35,12 +34,8 @@ struct table_sku {
     std::vector<table_file> files;
 };
 
-// The record "EFST" with what belongs to it. It is laid down at offset `at`, behind the rows of the SKUs, and the file
-// entries follow; offsets in the record count from the start of the buffer.
-using efst_maker = std::function<blob(std::uint32_t at)>;
-
 // Contents of an ftbl.bin, filled up with zeros to `min_length`.
-blob make_file_table(const std::vector<table_sku>& skus, const efst_maker& efst = {}, std::size_t min_length = 1024);
+blob make_file_table(const std::vector<table_sku>& skus, std::size_t min_length = 1024);
 
 // One record of a cfg table with its payload. With `offset` the record points there and its payload is not laid down;
 // with `size` the record tells that size whatever the payload has.

@@ -69,7 +69,7 @@ TEST_F(file_table, what_is_refused_and_what_becomes_active)
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
         SetUp();
-        blob built = make_file_table({{2, {{"/a", 1}, {"/b", 2}}}, {3, {{"/c", 3}}}}, {}, 1100);
+        blob built = make_file_table({{2, {{"/a", 1}, {"/b", 2}}}, {3, {{"/c", 3}}}}, 1100);
         row.change(built);
         const blob table(built.begin(), built.end()); // exactly as long as told, for the sanitizers
         EXPECT_EQ(row.status, load_file_table(table.data(), row.sku, low32(table.size())));
