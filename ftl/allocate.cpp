@@ -27,7 +27,7 @@ static std::uint32_t look_at_slot(const afs_context& ctx, std::uint32_t pos, boo
 
     // A trimmed page has a clear bit and a record that isn't blank: it is dead until its EU is reclaimed.
     const std::uint32_t owner = find_owner(ctx, pos / data_slots);
-    std::uint8_t record;
+    std::uint8_t record = data_rec_complete; // a read that brings nothing must not make the slot look free
     if (!read_flash(eu_at(ctx, owner) + data_record_at(pos % data_slots), sizeof record, &record)) {
         return afs_status::failed;
     }

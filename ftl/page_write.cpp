@@ -43,7 +43,7 @@ static std::uint32_t write_data_page(afs_context& ctx, std::uint32_t index, std:
     const data_place place = find_data_page(ctx, index);
     const std::uint32_t eu = eu_at(ctx, place.eu);
     const std::uint32_t record_at = eu + data_record_at(place.slot);
-    std::uint8_t record;
+    std::uint8_t record = data_rec_complete; // a read that brings nothing must not make the slot look free
     if (!read_flash(record_at, sizeof record, &record) || record != data_rec_free) return afs_status::failed;
 
     if (!write_verified(record_at, data_rec_begun)) return afs_status::failed;
