@@ -45,7 +45,6 @@ struct cfg_file {
     std::uint16_t flags = 1;
     std::optional<std::uint32_t> offset = {};
     std::optional<std::uint16_t> size = {};
-
     bool operator==(const cfg_file&) const = default;
 };
 
