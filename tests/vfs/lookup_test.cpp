@@ -103,14 +103,18 @@ TEST_P(lookup, what_the_flat_calls_write)
 // An index answers neither for what an entry was nor for what the buffer held at an earlier load.
 TEST_P(lookup, entries_that_change_in_their_buffer)
 {
-    const fileno_t number = 6;
+    const fileno_t number = 6, gone = 0x10000001;
+    ASSERT_EQ(0, place(get_file_entry_by_fileno(&gone)));
     ASSERT_EQ(6, place(get_file_entry_by_fileno(&number)));
     ASSERT_EQ(0, place(get_file_entry_by_file_name("/a")));
     table.change(first, {"/new", number});
     EXPECT_EQ(0, place(get_file_entry_by_file_name("/new")));
     EXPECT_EQ(2, place(get_file_entry_by_file_name("/a")));
+    EXPECT_EQ(-1, place(get_file_entry_by_fileno(&gone)));
     table.load_again();
     EXPECT_EQ(0, place(get_file_entry_by_fileno(&number)));
+    g_table_num_files = INT32_MIN + 8; // the top bit: an empty table
+    EXPECT_EQ(-1, place(get_file_entry_by_fileno(&number)));
 }
 
 TEST(lookup_random, as_a_plain_walk)
