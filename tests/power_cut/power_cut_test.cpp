@@ -73,19 +73,127 @@ public:
         EXPECT_EQ(seen, expected);
     }
 
-    void prove_replay() const;
+    // A real cut leaves the same bytes as the replay.
+    void prove_replay() const
+    {
+        for (std::size_t i = 0; i < 8; ++i) {
+            const std::size_t n = i * (journal.size() - 1) / 7;
+            const std::uint32_t done = journal[n].len * static_cast<std::uint32_t>(i % 4) / 4;
+            std::vector<std::uint8_t> replayed = start_;
+            for (std::size_t j = 0; j < n; ++j) replay_cut(replayed, journal[j], journal[j].len);
+            replay_cut(replayed, journal[n], done, 0x5A);
+
+            rig real(start_);
+            ASSERT_EQ(real.mount(), afs_status::ok);
+            real.chip.cut_power(n + 1, done, 0x5A);
+            op_.run();
+            ASSERT_TRUE(real.chip.power_is_off());
+            ASSERT_EQ(real.image, replayed) << "change " << n << " after " << done << " bytes";
+        }
+    }
+
     // All cuts of the whole operation; after its last change it must be the new state.
-    void cut_everywhere();
-    // Cuts in the change that comes next, and puts it behind.
-    void cut(const chip_change& change, std::uint32_t bytes_done, std::uint8_t unfinished);
+    void cut_everywhere()
+    {
+        for (const chip_change& change : journal) {
+            if (change.kind == chip_call::erase) {
+                for (const unsigned done : {0U, 1U, 4U, 8U, 17U, 18U, 19U, 140U, 259U, 2048U, 4095U})
+                    cut(change, done, 0xFF);
+                cut(change, 0, 0x5A);
+                cut(change, 5, 0xF0);
+            } else if (change.len <= ftl::header_write_bytes) {
+                // Headers, records and commits also between bytes, with some of the next one's bits programmed.
+                for (std::uint32_t done = 0; done < change.len; ++done)
+                    for (const int unfinished : {0xFF, 0x80, 0x0F, 0xAA}) cut(change, done, low8(unfinished));
+            } else {
+                for (std::uint32_t done = 0; done < change.len; done += stride)
+                    cut(change, done, done % 11 == 0 ? 0x55 : 0xFF);
+            }
+            land(change);
+        }
+        done_ = true;
+        work_ = base_;
+        EXPECT_EQ(judge(true), "") << "the whole operation";
+        EXPECT_EQ(lost_, 0U);
+    }
+
+    // Cuts in the change that comes next.
+    void cut(const chip_change& change, std::uint32_t bytes_done, std::uint8_t unfinished)
+    {
+        ++the_tally.cuts;
+        work_ = base_;
+        replay_cut(work_, change, bytes_done, unfinished);
+        // What a cut leaves in the short writes (headers, records, commits) can show only when a unit is next
+        // reclaimed.
+        const std::string trouble = judge(change.kind == chip_call::write && change.len <= ftl::header_write_bytes);
+        if (trouble.empty()) return;
+        ++lost_;
+        if (++the_tally.lost > 10) return; // enough texts
+        ADD_FAILURE() << op_.text() << ", cut in the " << (change.kind == chip_call::erase ? "erase" : "write")
+                      << " of " << change.len << " bytes at " << change.addr << " (EU " << change.addr / ftl::eu_size
+                      << " + " << change.addr % ftl::eu_size << ") after " << bytes_done << " bytes, unfinished bits "
+                      << unsigned{unfinished} << ": " << trouble;
+    }
+
+    // Puts it behind.
     void land(const chip_change& change) { replay_cut(base_, change, change.len); }
 
     std::vector<chip_change> journal;
 
 private:
-    std::string judge(bool reclaim_after);
-    std::string verdict(const inspect::picture& before, bool reclaim_after);
-    std::string check(const char* when, const inspect::picture& now, const contents& files);
+    // The volume in work_ as it is and as the next mount finds it. Empty if all is well, else what isn't.
+    std::string check(const char* when, const inspect::picture& now, const contents& files)
+    {
+        auto result = clean(now, frames_only);
+        if (result) result = holds(now, files);
+        const auto st = dfs_init(work_.data(), static_cast<std::uint32_t>(work_.size()));
+        if (result && st != 0) result = testing::AssertionFailure() << "mount: " << st;
+        if (result) result = reads_as(files);
+        if (result && !file_reads_as(files, op_.file))
+            result = testing::AssertionFailure() << "the touched file is there";
+        return result ? "" : std::string(when) + ": " + result.message();
+    }
+
+    // Takes up the volume in work_ as the next session would, and goes on with it.
+    std::string verdict(const inspect::picture& before, bool reclaim_after)
+    {
+        static const auto more = bytes(200, 99);
+        const bool is_new = contents_of(before) == new_;
+        if (!is_new && done_) return "the old state";
+        ++(is_new ? the_tally.new_state : the_tally.old_state);
+        contents now = is_new ? new_ : old_;
+        std::string trouble = check("neither old nor new, or not in order", before, now);
+        now[extra] = more;
+        for (const operation& op : {replace(extra, more), operation{kind::full_reclaim}}) {
+            if (!trouble.empty() || (op.what == kind::full_reclaim && !reclaim_after)) break;
+            const auto st = op.run();
+            trouble = st != 0 ? op.text() + ": " + std::to_string(st)
+                              : check(op.text().c_str(), inspect::inspect_image(work_), now);
+        }
+        return trouble;
+    }
+
+    // Empty if all is well or the state is a listed one.
+    std::string judge(bool reclaim_after)
+    {
+        const inspect::picture before = inspect::inspect_image(work_);
+        nor_chip chip(work_);
+        chip.violations_fail_test(false);
+        chip.plain_copy(true);
+        const spi_chip_guard guard(chip);
+
+        std::string trouble = verdict(before, reclaim_after);
+        if (!chip.violations().empty() && !before.has(frames_only)) trouble += "\n  " + to_string(chip.violations()[0]);
+        if (!chip.violations().empty() && before.has(frames_only)) ++the_tally.frames;
+        if (has_torn_header_that_checks(before)) {
+            ++the_tally.torn_headers;
+            if (!trouble.empty()) ++the_tally.torn_headers_lost;
+            return {};
+        }
+        for (const auto& f : before.findings)
+            if (!trouble.empty()) trouble += "\n  after the cut: " + describe(f);
+        return trouble;
+    }
 
     operation op_;
     std::vector<std::uint8_t> start_, base_, work_; // before the operation, before the next change, after a cut
@@ -93,118 +201,6 @@ private:
     bool done_ = false;
     std::uint64_t lost_ = 0;
 };
-
-// A real cut leaves the same bytes as the replay.
-void cut_run::prove_replay() const
-{
-    for (std::size_t i = 0; i < 8; ++i) {
-        const std::size_t n = i * (journal.size() - 1) / 7;
-        const std::uint32_t done = journal[n].len * static_cast<std::uint32_t>(i % 4) / 4;
-        std::vector<std::uint8_t> replayed = start_;
-        for (std::size_t j = 0; j < n; ++j) replay_cut(replayed, journal[j], journal[j].len);
-        replay_cut(replayed, journal[n], done, 0x5A);
-
-        rig real(start_);
-        ASSERT_EQ(real.mount(), afs_status::ok);
-        real.chip.cut_power(n + 1, done, 0x5A);
-        op_.run();
-        ASSERT_TRUE(real.chip.power_is_off());
-        ASSERT_EQ(real.image, replayed) << "change " << n << " after " << done << " bytes";
-    }
-}
-
-// The volume in work_ as it is and as the next mount finds it. Empty if all is well, else what isn't.
-std::string cut_run::check(const char* when, const inspect::picture& now, const contents& files)
-{
-    auto result = clean(now, frames_only);
-    if (result) result = holds(now, files);
-    const auto st = dfs_init(work_.data(), static_cast<std::uint32_t>(work_.size()));
-    if (result && st != 0) result = testing::AssertionFailure() << "mount: " << st;
-    if (result) result = reads_as(files);
-    if (result && !file_reads_as(files, op_.file)) result = testing::AssertionFailure() << "the touched file is there";
-    return result ? "" : std::string(when) + ": " + result.message();
-}
-
-// Takes up the volume in work_ as the next session would, and goes on with it.
-std::string cut_run::verdict(const inspect::picture& before, bool reclaim_after)
-{
-    static const auto more = bytes(200, 99);
-    const bool is_new = contents_of(before) == new_;
-    if (!is_new && done_) return "the old state";
-    ++(is_new ? the_tally.new_state : the_tally.old_state);
-    contents now = is_new ? new_ : old_;
-    std::string trouble = check("neither old nor new, or not in order", before, now);
-    now[extra] = more;
-    for (const operation& op : {replace(extra, more), operation{kind::full_reclaim}}) {
-        if (!trouble.empty() || (op.what == kind::full_reclaim && !reclaim_after)) break;
-        const auto st = op.run();
-        trouble = st != 0 ? op.text() + ": " + std::to_string(st)
-                          : check(op.text().c_str(), inspect::inspect_image(work_), now);
-    }
-    return trouble;
-}
-
-// Empty if all is well or the state is a listed one.
-std::string cut_run::judge(bool reclaim_after)
-{
-    const inspect::picture before = inspect::inspect_image(work_);
-    nor_chip chip(work_);
-    chip.violations_fail_test(false);
-    chip.plain_copy(true);
-    const spi_chip_guard guard(chip);
-
-    std::string trouble = verdict(before, reclaim_after);
-    if (!chip.violations().empty() && !before.has(frames_only)) trouble += "\n  " + to_string(chip.violations()[0]);
-    if (!chip.violations().empty() && before.has(frames_only)) ++the_tally.frames;
-    if (has_torn_header_that_checks(before)) {
-        ++the_tally.torn_headers;
-        if (!trouble.empty()) ++the_tally.torn_headers_lost;
-        return {};
-    }
-    for (const auto& f : before.findings)
-        if (!trouble.empty()) trouble += "\n  after the cut: " + describe(f);
-    return trouble;
-}
-
-void cut_run::cut(const chip_change& change, std::uint32_t bytes_done, std::uint8_t unfinished)
-{
-    ++the_tally.cuts;
-    work_ = base_;
-    replay_cut(work_, change, bytes_done, unfinished);
-    // What a cut leaves in the short writes (headers, records, commits) can show only when a unit is next reclaimed.
-    const std::string trouble = judge(change.kind == chip_call::write && change.len <= ftl::header_write_bytes);
-    if (trouble.empty()) return;
-    ++lost_;
-    if (++the_tally.lost > 10) return; // enough texts
-    ADD_FAILURE() << op_.text() << ", cut in the " << (change.kind == chip_call::erase ? "erase" : "write") << " of "
-                  << change.len << " bytes at " << change.addr << " (EU " << change.addr / ftl::eu_size << " + "
-                  << change.addr % ftl::eu_size << ") after " << bytes_done << " bytes, unfinished bits "
-                  << unsigned{unfinished} << ": " << trouble;
-}
-
-void cut_run::cut_everywhere()
-{
-    for (const chip_change& change : journal) {
-        if (change.kind == chip_call::erase) {
-            for (const unsigned done : {0U, 1U, 4U, 8U, 17U, 18U, 19U, 140U, 259U, 2048U, 4095U})
-                cut(change, done, 0xFF);
-            cut(change, 0, 0x5A);
-            cut(change, 5, 0xF0);
-        } else if (change.len <= ftl::header_write_bytes) {
-            // Headers, records and commits also between bytes, with some of the next one's bits programmed.
-            for (std::uint32_t done = 0; done < change.len; ++done)
-                for (const int unfinished : {0xFF, 0x80, 0x0F, 0xAA}) cut(change, done, low8(unfinished));
-        } else {
-            for (std::uint32_t done = 0; done < change.len; done += stride)
-                cut(change, done, done % 11 == 0 ? 0x55 : 0xFF);
-        }
-        land(change);
-    }
-    done_ = true;
-    work_ = base_;
-    EXPECT_EQ(judge(true), "") << "the whole operation";
-    EXPECT_EQ(lost_, 0U);
-}
 
 struct geometry {
     unsigned eus, data_eus, files;

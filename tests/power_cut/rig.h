@@ -45,8 +45,6 @@ struct rig {
 
     explicit rig(std::vector<std::uint8_t> start) : image(std::move(start)) {}
     std::uint32_t mount() { return dfs_init(image.data(), static_cast<std::uint32_t>(image.size())); }
-    // A chip as it is after a cut: what the layers above may be refused is looked at by the second reader.
-    void tolerate();
     // Runs it and keeps the map in step. 0, or the status of what failed.
     std::uint32_t perform(const operation& op);
     inspect::picture look() const { return inspect::inspect_image(image); }

@@ -27,11 +27,9 @@ testing::AssertionResult holds(const inspect::picture& picture, const contents& 
     testing::AssertionResult result(found == expected);
     for (const auto& [number, content] : found)
         if (!expected.contains(number)) result << "\n  file " << number << " isn't expected";
-    for (const auto& [number, content] : expected) {
-        const auto it = found.find(number);
-        if (it == found.end() || it->second != content)
-            result << "\n  file " << number << (it == found.end() ? " is missing" : " isn't as it must be");
-    }
+    for (const auto& [number, content] : expected)
+        if (!found.contains(number) || found.at(number) != content)
+            result << "\n  file " << number << (found.contains(number) ? " isn't as it must be" : " is missing");
     return result;
 }
 

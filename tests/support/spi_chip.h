@@ -9,10 +9,12 @@ namespace yfs::test {
 // For the length of a scope. Image addresses are the chip's: gpBuffer doesn't matter.
 class spi_chip_guard {
 public:
-    explicit spi_chip_guard(nor_chip& chip);
-    ~spi_chip_guard();
+    explicit spi_chip_guard(nor_chip& chip) { in_use = &chip; }
+    ~spi_chip_guard() { in_use = nullptr; }
     spi_chip_guard(const spi_chip_guard&) = delete;
     spi_chip_guard& operator=(const spi_chip_guard&) = delete;
+
+    static inline nor_chip* in_use = nullptr;
 };
 
 } // namespace yfs::test

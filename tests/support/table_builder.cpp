@@ -84,23 +84,6 @@ blob make_partition(const blob& table)
     return partition;
 }
 
-std::optional<std::vector<cfg_file>> read_packed_table(const blob& table)
-{
-    if (table.size() < sizeof(le32)) return {};
-    const std::size_t count = load<le32>(table.data());
-    std::size_t payload_at = sizeof(le32) + count * sizeof(_cfg_file_entry_t);
-    if (payload_at > table.size()) return {};
-    std::vector<cfg_file> files;
-    for (std::size_t i = 0; i < count; ++i) {
-        const auto record = load<_cfg_file_entry_t>(table.data() + sizeof(le32) + i * sizeof(_cfg_file_entry_t));
-        if (record.offset != payload_at || table.size() - payload_at < record.size) return {};
-        const std::uint8_t* payload = table.data() + payload_at;
-        files.push_back({record.fileno, blob(payload, payload + record.size), record.flags});
-        payload_at += record.size;
-    }
-    return payload_at == table.size() ? std::optional(files) : std::nullopt;
-}
-
 blob make_file_image(std::uint32_t fileno, const blob& payload, std::uint16_t flags)
 {
     blob image;

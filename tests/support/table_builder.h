@@ -45,7 +45,6 @@ struct cfg_file {
     std::uint16_t flags = 1;
     std::optional<std::uint32_t> offset = {};
     std::optional<std::uint16_t> size = {};
-    bool operator==(const cfg_file&) const = default;
 };
 
 // Records in the order of the list, payloads packed behind them in the same order.
@@ -53,10 +52,6 @@ blob make_cfg_table(const std::vector<cfg_file>& files);
 
 // The table as a zonc.cfg partition: a 16-byte header, whose unread bytes count up from 0xA0, then the table.
 blob make_partition(const blob& table);
-
-// What a table holds: fileno, payload and flags of every record, in order. Nothing if it isn't exactly what a flush
-// writes: payloads packed in the order of the records, ending with the table.
-std::optional<std::vector<cfg_file>> read_packed_table(const blob& table);
 
 // A record directly followed by its payload.
 blob make_file_image(std::uint32_t fileno, const blob& payload = {}, std::uint16_t flags = 1);

@@ -53,13 +53,6 @@ std::vector<std::uint8_t> page_in(const std::vector<std::uint8_t>& fat, unsigned
 
 } // namespace
 
-eu_plan& eu_plan::magic(std::uint32_t value, bool crc_as_stored)
-{
-    header_.magic = value;
-    crc_as_stored_ = crc_as_stored;
-    return *this;
-}
-
 eu_plan& eu_plan::add(log_slot slot)
 {
     require(log_.size() < log_slots);
@@ -67,20 +60,10 @@ eu_plan& eu_plan::add(log_slot slot)
     return *this;
 }
 
-eu_plan& eu_plan::page(unsigned page, std::vector<std::uint8_t> data)
-{
-    return add({.page = low16(page), .data = std::move(data)});
-}
-
 eu_plan& eu_plan::fill(unsigned page, unsigned up_to)
 {
     while (log_.size() < up_to) old(page);
     return *this;
-}
-
-eu_plan& eu_plan::raw_record(std::uint16_t record)
-{
-    return add({.data = std::vector<std::uint8_t>(page_bytes), .raw_record = record});
 }
 
 volume::volume(unsigned eus, unsigned data_eus, unsigned files) : files_(files), eus_(eus)
@@ -185,7 +168,7 @@ void volume::lay_unit(const eu_plan& plan, const raw& fat, std::uint8_t* at)
 {
     eu_header_t header = plan.header_;
     const le32 stored = header.magic;
-    if (!plan.crc_as_stored_) header.magic = eu_magic;
+    if (!plan.own_crc_) header.magic = eu_magic;
     header.crc = low8(crc8(&header, header_crc_bytes) ^ plan.crc_xor_);
     header.magic = stored;
     std::array<std::uint8_t, sizeof header> bytes;

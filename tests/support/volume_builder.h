@@ -30,14 +30,16 @@ std::vector<std::uint8_t> bytes(std::size_t count, unsigned seed = 1);
 // One erase unit's plan.
 class eu_plan {
 public:
+    using raw = std::vector<std::uint8_t>;
+
     // The header. Fields that aren't set keep what a format gives.
     eu_plan& seq(std::uint32_t value) { return header_.seq = value, *this; }
     eu_plan& erase_count(std::uint32_t value) { return header_.erase_count = value, *this; }
     eu_plan& src(unsigned value) { return header_.src_eu = low16(value), *this; }
     eu_plan& base_page(unsigned value) { return header_.base_page = low16(value), *this; }
     eu_plan& commit(std::uint8_t value) { return header_.commit = value, *this; }
-    // The magic as stored. `crc_as_stored` takes the header's checksum over it, not over the usual magic.
-    eu_plan& magic(std::uint32_t value, bool crc_as_stored = false);
+    // The magic as stored, with the header's checksum over it or, as usual, over the one that is written today.
+    eu_plan& magic(std::uint32_t value, bool crc = false) { return header_.magic = value, own_crc_ = crc, *this; }
     eu_plan& crc_xor(std::uint8_t value) { return crc_xor_ = value, *this; }
     // The header's first `bytes` bytes stand and no more; with 0 the whole unit reads 0xFF.
     eu_plan& header_cut(unsigned bytes) { return header_bytes_ = bytes, *this; }
@@ -48,11 +50,11 @@ public:
     // Slots of a log unit, each call one more. Committed: with the newest contents, with these, an older version
     // (zeros), old copies until `up_to` slots are taken, the newest with the CRC off, with this record as stored.
     eu_plan& page(unsigned page) { return add({.page = low16(page)}); }
-    eu_plan& page(unsigned page, std::vector<std::uint8_t> data);
-    eu_plan& old(unsigned page) { return this->page(page, std::vector<std::uint8_t>(ftl::page_bytes)); }
+    eu_plan& page(unsigned page, raw data) { return add({.page = low16(page), .data = std::move(data)}); }
+    eu_plan& old(unsigned page) { return this->page(page, raw(ftl::page_bytes)); }
     eu_plan& fill(unsigned page, unsigned up_to = ftl::log_slots);
     eu_plan& wrong_crc(unsigned page) { return add({.page = low16(page), .sound = false}); }
-    eu_plan& raw_record(std::uint16_t record);
+    eu_plan& raw_record(std::uint16_t record) { return add({.data = raw(ftl::page_bytes), .raw_record = record}); }
     // Not committed: record and frame, the record alone, nothing.
     eu_plan& torn(unsigned page) { return add({.commit = false, .page = low16(page)}); }
     eu_plan& torn_record(unsigned page) { return add({.frame = false, .commit = false, .page = low16(page)}); }
@@ -64,13 +66,13 @@ private:
         bool record = true, frame = true, commit = true;
         std::uint16_t page = 0;
         bool sound = true;
-        std::optional<std::vector<std::uint8_t>> data = {}; // none: the volume's newest contents of the page
+        std::optional<raw> data = {}; // none: the volume's newest contents of the page
         std::optional<std::uint16_t> raw_record = {};
     };
     eu_plan& add(log_slot slot);
 
     ftl::eu_header_t header_{};
-    bool crc_as_stored_ = false;
+    bool own_crc_ = false;
     std::uint8_t crc_xor_ = 0;
     unsigned header_bytes_ = sizeof(ftl::eu_header_t);
     std::vector<log_slot> log_;
