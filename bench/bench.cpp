@@ -137,8 +137,7 @@ int main(int argc, char** argv)
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
 
     auto flash = run_counts();
-    auto all = bench::volume_scenarios();
-    for (auto& one : bench::host_scenarios()) all.push_back(std::move(one));
+    const auto all = bench::all_scenarios();
     for (const auto& one : all) {
         const counts& count = flash[one.name];
         benchmark::RegisterBenchmark(one.name.c_str(),

@@ -1,6 +1,8 @@
-// The media and the memory with a tally: the chip still works on gpBuffer, but every access is counted.
+// The media and the memory with a tally: the chips still work on gpBuffer and efs_image, but every access is counted.
+// The addresses are the library's own; the scenarios hand it sound images only.
 #include "bench/counting_medium.h"
 
+#include "yfs/efs.h"
 #include "yfs/medium.h"
 
 #include <cstdlib>
@@ -32,6 +34,28 @@ uint32_t SpiDrvEraseBlock(uint32_t addr)
     constexpr uint32_t block_bytes = 4096;
     ++bench::flash.erases;
     std::memset(gpBuffer + addr, 0xFF, block_bytes);
+    return 0;
+}
+
+uint32_t EFS_physical_read(uint32_t address, uint32_t length, void* destination)
+{
+    bench::flash.read += length;
+    std::memcpy(destination, efs_image + address, length);
+    return 0;
+}
+
+uint32_t EFS_physical_write(uint32_t address, uint32_t length, const void* source)
+{
+    bench::flash.programmed += length;
+    std::memcpy(efs_image + address, source, length);
+    return 0;
+}
+
+uint32_t EFS_physical_erase(uint32_t address, uint32_t length)
+{
+    constexpr uint32_t block_bytes = 4096;
+    bench::flash.erases += length / block_bytes;
+    std::memset(efs_image + address, 0xFF, length);
     return 0;
 }
 

@@ -40,8 +40,7 @@ static void count_memory()
 
 int main()
 {
-    for (auto& one : bench::volume_scenarios()) count(one);
-    for (auto& one : bench::host_scenarios()) count(one);
+    for (auto& one : bench::all_scenarios()) count(one);
     count_memory();
     return 0;
 }

@@ -26,7 +26,9 @@ struct scenario {
 };
 
 std::vector<scenario> volume_scenarios();
+std::vector<scenario> efs_scenarios();
 std::vector<scenario> host_scenarios();
+std::vector<scenario> all_scenarios();
 
 // Ends the program with a word on what failed: figures of a failed operation mean nothing.
 void expect(bool fine, const char* what);
