@@ -1,36 +1,27 @@
-// sample: a complete set of an invented device, the same bytes at every run. Its volume has a past: files written,
-// rewritten, cut, extended and removed until erase units were reclaimed many times over.
+// sample: a complete set of an invented device, the same bytes at every run.
+#include "efs/layout.h"
+#include "tool/error.h"
+#include "tool/file_table.h"
+#include "tool/files.h"
 #include "tool/json.h"
 #include "tool/output.h"
 #include "tool/sample_content.h"
+#include "tool/sample_images.h"
 #include "tool/tables.h"
 #include "tool/verbs.h"
-#include "tool/volume.h"
 #include "yfs/cfgtable.h"
-#include "yfs/dfs.h"
-#include "yfs/make_volume.h"
 #include "yfs/vfs.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cstring>
-#include <map>
 
 namespace yfs::tool {
 
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr std::size_t own_sku = 0; // of sample_skus: the one that the set file names
-constexpr std::uint32_t volume_bytes = 0x20000;
-constexpr std::uint32_t volume_files = 128;
-
-[[noreturn]] void give_up(std::string_view what, std::uint32_t status)
-{
-    throw failure(fault::library, fmt::format("the sample can't be made: {} answers {}", what, status));
-}
 
 template <flash_record R>
 void append_record(bytes& to, const R& record)
@@ -39,16 +30,59 @@ void append_record(bytes& to, const R& record)
     store(to.data() + to.size() - sizeof record, record);
 }
 
-// The file table: header, a row for each SKU, room for the record that tells the layout of an EFS, the files.
+// The layout of the EFS: a record for each SKU, and the list of files that they share. Lies at `begin` of the file
+// table.
+bytes make_efs_layout(std::uint32_t begin)
+{
+    efs::efst_header_t header{};
+    header.magic = efs::efst_magic;
+    header.record_count = low32(sample_skus.size());
+    bytes out;
+    append_record(out, header);
+
+    bytes list;
+    std::uint32_t count = 0;
+    for (const sample_file& file : sample_files()) {
+        if (!file.on_efs) continue;
+        efs::efst_file_record_t record{};
+        record.file_index = file.index[own_sku];
+        record.first_block = file.on_efs->first_block;
+        record.offset = file.on_efs->offset;
+        record.max_size = low16(file.limit);
+        append_record(list, record);
+        ++count;
+    }
+    for (const std::uint32_t sku : sample_skus) {
+        efs::efst_sku_record_t record{};
+        record.sku_id = sku;
+        record.files_offset = low32(begin + sizeof header + sample_skus.size() * sizeof record);
+        record.files_count = count;
+        record.files_size = low32(list.size());
+        record.bm_num = sample_efs_geometry.bm_num;
+        record.valid_block_num = sample_efs_geometry.valid_block_num;
+        record.non_valid_block_num = sample_efs_geometry.non_valid_block_num;
+        record.files_num = sample_efs_entries;
+        record.wear_leveling_threshold = sample_efs_threshold;
+        append_record(out, record);
+    }
+    append(out, list);
+    return out;
+}
+
+// The file table: header, a row for each SKU, the layout of the EFS, the files.
 bytes make_file_table()
 {
     constexpr std::uint32_t files_at = 1024;
     constexpr std::string_view magic = "FTBL";
-    bytes out(files_at);
+    constexpr std::uint32_t layout_at = sizeof(ftbl_header_t) + sample_skus.size() * sizeof(ftbl_sku_entry_t);
+    bytes out(layout_at);
     ftbl_header_t header{};
     std::memcpy(&header.magic, magic.data(), sizeof header.magic);
     header.sku_count = low32(sample_skus.size());
     store(out.data(), header);
+    append(out, make_efs_layout(layout_at));
+    if (out.size() > files_at) throw failure(fault::library, "the sample's layout of the EFS outgrows its room");
+    out.resize(files_at);
 
     for (std::size_t sku = 0; sku < sample_skus.size(); ++sku) {
         ftbl_sku_entry_t row{};
@@ -62,7 +96,7 @@ bytes make_file_table()
             entry.fileno = file.fileno;
             entry.attributes = file.attributes;
             entry.file_index = file.index[sku];
-            entry.fs_selector = 1;
+            entry.fs_selector = file.on_efs ? 2 : 1;
             entry.maxSize = file.limit;
             append_record(out, entry);
             ++count;
@@ -106,81 +140,20 @@ bytes make_zonc_partition()
     return make_partition(header, make_table(&sample_file::zonc));
 }
 
-// What the volume holds of a file: its value and, with attribute bit 0, the tail behind it.
-bytes stored_contents(const sample_file& file)
-{
-    bytes contents = file.live.make(file.fileno);
-    if ((file.attributes & attribute_tail) != 0) {
-        const sample_bytes tail{
-            sample_bytes::kind::noise, {}, (file.attributes & attribute_long_tail) != 0 ? 56U : 40U};
-        const bytes made = tail.make(~file.fileno);
-        append(contents, made);
-    }
-    return contents;
-}
-
-void replace(std::uint32_t number, const bytes& contents)
-{
-    constexpr std::uint32_t ends_behind = 1;
-    const auto size = static_cast<std::uint32_t>(contents.size());
-    if (const auto status = dfs_write(number, 0, size, contents.data(), ends_behind)) give_up("dfs_write", status);
-}
-
-// One step of the volume's past: a file rewritten, changed in the middle, grown at its end, or removed.
-void age(std::uint32_t number, std::uint32_t longest, sample_random& random)
-{
-    const std::uint32_t size = 1 + random.below(longest);
-    const bytes contents =
-        sample_bytes{sample_bytes::kind::noise, {}, size}.make(static_cast<std::uint32_t>(random.next()));
-    std::uint32_t held = 0;
-    const bool exists = dfs_getsize(number, &held) == 0;
-    const std::uint32_t step = exists ? random.below(8) : 0;
-    if (step < 5) {
-        replace(number, contents);
-    } else if (step < 7) {
-        const std::uint32_t offset = step == 5 ? random.below(held + 1) : held;
-        const std::uint32_t length = std::min(size, longest - std::min(offset, longest - 1));
-        if (const auto status = dfs_write(number, offset, length, contents.data(), 0)) give_up("dfs_write", status);
-    } else if (const auto status = dfs_delete_file(number)) {
-        give_up("dfs_delete_file", status);
-    }
-}
-
-bytes make_aged_volume()
-{
-    constexpr int steps = 600;
-    constexpr std::uint32_t longest = 3000;
-    bytes image(volume_bytes);
-    if (const auto status = yfs_make_volume(image.data(), volume_bytes, volume_files))
-        give_up("yfs_make_volume", status);
-    if (const auto status = dfs_init(image.data(), volume_bytes)) give_up("dfs_init", status);
-
-    std::vector<const sample_file*> stored;
-    for (const sample_file& file : sample_files()) {
-        const bool in_volume = file.index[own_sku] != not_in_sku && file.live.what != sample_bytes::kind::none;
-        if (in_volume) stored.push_back(&file);
-    }
-    sample_random random(sample_skus[own_sku]);
-    for (int i = 0; i < steps; ++i) age(stored[random.below(low32(stored.size()))]->index[own_sku], longest, random);
-    for (const sample_file* file : stored) replace(file->index[own_sku], stored_contents(*file));
-    return image;
-}
-
 } // namespace
 
 exit_status make_sample(const options& given)
 {
-    const json::object members = {{"sku", sample_skus[own_sku]},
-                                  {"ftbl", "ftbl.bin"},
-                                  {"velor", "velor.cfg"},
-                                  {"zonc", "zonc.bin"},
-                                  {"yfs", "yfs.img"}};
+    const json::object members = {{"sku", sample_skus[own_sku]}, {"ftbl", "ftbl.bin"}, {"velor", "velor.cfg"},
+                                  {"zonc", "zonc.bin"},          {"yfs", "yfs.img"},   {"efs", "efs.img"}};
     const std::string set_text = json(members).dump();
+    const bytes ftbl = make_file_table();
     const std::pair<const char*, bytes> files[] = {
-        {"ftbl.bin", make_file_table()},
+        {"ftbl.bin", ftbl},
         {"velor.cfg", make_table(&sample_file::velor)},
         {"zonc.bin", make_zonc_partition()},
-        {"yfs.img", make_aged_volume()},
+        {"yfs.img", make_sample_volume()},
+        {"efs.img", make_sample_efs(ftbl)},
         {set_file_name, {set_text.begin(), set_text.end()}},
     };
 

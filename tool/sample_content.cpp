@@ -29,6 +29,13 @@ constexpr sample_file files[] = {
     {"/home/boot/last_slot", 0x00000211, unread, 8, {3, 41}, text("a"), text("b"), text("b")},
     {"/home/boot/order", 0x00000212, 0x0000, 64, {4, 42}, text("flash,usb,net"), none, text("flash,usb,net")},
     {"/home/boot/splash", 0x00000213, 0x0100, 8192, {5, 43}, noise(5120), none, noise(5120)},
+    // Several files in one block, one over three blocks, and one that was never written.
+    {"/home/calib/adc_gain", 0x00000300, 0x0000, 128, {0, 0}, noise(96), none, noise(96), {{0, 0}}},
+    {"/home/calib/adc_offset", 0x00000301, 0x0000, 64, {1, 1}, noise(48), noise(48), noise(48), {{0, 200}}},
+    {"/home/calib/board_serial", 0x10000302, 0x0000, 32, {2, 2}, text("none"), none, text("BD-000417"), {{0, 400}}},
+    {"/home/calib/last_service", 0x00000303, 0x0000, 256, {3, 3}, none, none, none, {{5, 0}}},
+    {"/home/calib/rf_map", 0x20000304, 0x0000, 12000, {4, 4}, none, none, noise(12000), {{2, 0}}},
+    {"/home/calib/temp_curve", 0x00000305, 0x0000, 2000, {5, 5}, noise(900), none, noise(1100), {{1, 0}}},
     {"/home/cred/ca_bundle", 0x30000220, long_tail, 2048, {6, 44}, noise(1200), none, noise(1200)},
     {"/home/cred/device_key", 0x30000221, tail, 32, {7, 45}, noise(32), none, noise(32)},
     {"/home/log/level", 0x00000230, 0x0000, 16, {8, 46}, text("info"), text("debug"), text("debug")},

@@ -1,15 +1,18 @@
-// What the sample set holds: an invented device with two SKUs, as one table of files.
+// What the sample set holds: an invented device with two SKUs, as one table of files and the layout of its EFS.
 #pragma once
 
+#include "efs/layout.h"
 #include "tool/text.h"
 
 #include <array>
+#include <optional>
 #include <span>
 #include <string_view>
 
 namespace yfs::tool {
 
 inline constexpr std::array<std::uint32_t, 2> sample_skus = {17, 42};
+inline constexpr std::size_t own_sku = 0; // of sample_skus: the one that the set file names
 inline constexpr std::uint16_t not_in_sku = 0xFFFF;
 
 // Contents as the table below states them: text, or a number of bytes without a pattern that a compressor would see.
@@ -23,18 +26,30 @@ struct sample_bytes {
     bytes make(std::uint32_t seed) const;
 };
 
+// Where a file lies in the EFS of both SKUs; its largest size is the file's limit.
+struct efs_place {
+    std::uint16_t first_block;
+    std::uint16_t offset;
+};
+
 struct sample_file {
     std::string_view path;
     std::uint32_t fileno;
     std::uint16_t attributes;
     std::uint32_t limit;
-    std::array<std::uint16_t, 2> index; // in the volume of each SKU
+    std::array<std::uint16_t, 2> index; // in its file system, for each SKU
     sample_bytes velor;                 // none: no record in that table
     sample_bytes zonc;
-    sample_bytes live; // in the volume, but for a tail; none: not stored
+    sample_bytes live;                    // in its image, but for a tail; none: not stored
+    std::optional<efs_place> on_efs = {}; // nothing: the file is in the volume
 };
 
 std::span<const sample_file> sample_files();
+
+inline constexpr efs::geometry sample_efs_geometry = {.bm_num = 2, .valid_block_num = 7, .non_valid_block_num = 4};
+inline constexpr std::uint32_t sample_efs_entries = 16;
+// Low, so that a short past is enough to level wear.
+inline constexpr std::uint32_t sample_efs_threshold = 20;
 
 // Numbers without a pattern, the same from the same seed.
 class sample_random {

@@ -18,7 +18,7 @@ import tempfile
 import unittest
 
 YFS, STOP_AT, SOURCE, SAMPLES = (pathlib.Path(arg).absolute() for arg in sys.argv[1:5])
-SET_FILES = ["ftbl.bin", "velor.cfg", "zonc.bin", "yfs.img", "yfs.json"]
+SET_FILES = ["ftbl.bin", "velor.cfg", "zonc.bin", "yfs.img", "efs.img", "yfs.json"]
 UPLINK = "/home/net/uplink"
 SAMPLE_SETS = ["plain-tables", "small-deployed", "not-deployed", "no-zonc", "with-efs", "large"]
 
@@ -112,6 +112,13 @@ class Sample(ToolTest):
         self.assertEqual({path: tail for path, tail in tails.items() if tail},
                          {"/home/cred/device_key": 40, "/home/cred/ca_bundle": 56})
         self.assertGreater(files["/home/log/ring"]["size"], 4096)
+        self.assertEqual(values["/home/calib/board_serial"], b"BD-000417", "from EFS")
+        self.assertGreater(files["/home/calib/rf_map"]["size"], 2 * 4072, "over three blocks")
+        self.assertNotIn("/home/calib/last_service", files, "never written")
+        efs = (folder / "efs.img").read_bytes()
+        self.assertGreater(max(struct.unpack_from("<I", efs, at + 4)[0] for at in (0, 4096)), 2, "block maps took turns")
+        wear = [struct.unpack_from("<I", efs, at)[0] for at in range(8192, len(efs), 4096)]
+        self.assertLess(max(wear) - min(wear), 24, "wear was levelled")
         self.assertIn(48, map(len, files), "a name that fills its field")
         self.assertNotIn("/home/power/wake_policy", values)
 
@@ -268,6 +275,8 @@ class Saving(ToolTest):
         self.assertEqual(self.ok("cat", UPLINK, cwd=folder), b"lte0")
         self.assertEqual(os.listdir(folder / "flash"), ["real.img"], "no temporary file is left")
 
+    IN_ORDER = ("yfs.img", "efs.img", "zonc.bin", "yfs.json")
+
     def test_killed_at_every_step(self):
         set_value = ("nvar", "set", UPLINK, "utf8:lte0")
         for changes in [{}, {"zonc": None}]:
@@ -287,12 +296,12 @@ class Saving(ToolTest):
                 kills += 1
                 with self.subTest(step=kills, **changes):
                     now = {path.name: path.read_bytes() for path in folder.iterdir() if path.name[0] != "."}
-                    replaced = [name for name in ("yfs.img", "zonc.bin", "yfs.json") if now.get(name) != old.get(name)]
-                    self.assertEqual(replaced, [n for n in ("yfs.img", "zonc.bin", "yfs.json") if new[n] != old.get(n)][:len(replaced)],
+                    replaced = [name for name in self.IN_ORDER if now.get(name) != old.get(name)]
+                    self.assertEqual(replaced, [n for n in self.IN_ORDER if new[n] != old.get(n)][:len(replaced)],
                                      "images first, then the table, then the set file")
                     for name in replaced: self.assertEqual(now[name], new[name], name)
                     self.assertEqual(self.ok("nvar", "get", UPLINK, cwd=folder), b"lte0" if replaced else b"wan0")
-            self.assertEqual(kills, 7 if not changes else 10)
+            self.assertEqual(kills, 10 if not changes else 13)
 
     def test_a_save_that_fails_changes_nothing(self):
         small = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (4096, 4096))
@@ -362,14 +371,6 @@ def replace(name, contents):
     return lambda folder: (folder / name).write_bytes(contents)
 
 
-def move_to_efs(path):
-    """Selector 2 in the file table's entry of `path`."""
-    def change(folder):
-        table = (folder / "ftbl.bin").read_bytes()
-        overwrite("ftbl.bin", table.index(path.encode()) + 63, b"\x02")(folder)
-    return change
-
-
 def forget_zonc(folder):
     replace("yfs.json", b'{"sku":17,"ftbl":"ftbl.bin","velor":"velor.cfg"}')(folder)
 
@@ -402,9 +403,9 @@ REFUSALS = [
     ("file-unreadable", 8, ["put", "net/uplink", "/dev/zero"], None, ["/dev/zero", "67108864"]),
     ("file-unreadable", 8, ["nvar", "set", "net/uplink", "."], None, ["directory"]),
     ("table-damaged", 4, ["ls"], overwrite("ftbl.bin", 0, b"FTBX"), ["ftbl.bin"]),
-    ("table-damaged", 4, ["nvar", "ls"], overwrite("velor.cfg", 0, b"\xff\xff"), ["velor.cfg", 65535, 7211]),
+    ("table-damaged", 4, ["nvar", "ls"], overwrite("velor.cfg", 0, b"\xff\xff"), ["velor.cfg", 65535, 8307]),
     ("table-damaged", 4, ["nvar", "ls"], overwrite("velor.cfg", 20, b"\xff\xff\xff\xff"), ["velor.cfg", "record 1", "0x211", 4294967296]),
-    ("table-damaged", 4, ["nvar", "ls"], overwrite("zonc.bin", 8, b"\xff"), ["zonc.bin", 255, 167]),
+    ("table-damaged", 4, ["nvar", "ls"], overwrite("zonc.bin", 8, b"\xff"), ["zonc.bin", 255, 227]),
     ("table-damaged", 4, ["nvar", "ls"], replace("zonc.bin", b"short"), ["zonc.bin", 5, 16]),
     # Two records of one file: no look at the bytes tells, the library does.
     ("table-damaged", 4, ["nvar", "ls"], overwrite("zonc.bin", 20, struct.pack("<I", 0x230)), ["328", "twice"]),
@@ -413,11 +414,11 @@ REFUSALS = [
     # The library prints a line of its own here, which must not reach standard output.
     ("volume-damaged", 4, ["nvar", "ls"], replace("yfs.img", bytes(131072)), ["yfs.img"]),
     ("volume-damaged", 4, SET_UPLINK, replace("yfs.img", bytes(131072)), ["yfs.img"]),
-    ("efs-damaged", 4, ["--set", "efs.json", "ls"],
-     replace("efs.json", b'{"sku":17,"ftbl":"ftbl.bin","velor":"velor.cfg","efs":"yfs.img"}'), ["SKU 17"]),
+    ("efs-damaged", 4, ["ls"], overwrite("ftbl.bin", 48, b"EFSX"), ["SKU 17"]),
+    ("efs-damaged", 4, ["ls"], overwrite("efs.img", 0, bytes(4)), ["efs.img", "block map"]),
     ("no-volume", 8, ["cat", "net/uplink"], forget_zonc, ["net/uplink", '"yfs"']),
     ("no-volume", 8, ["put", "afs#1000"], None, ["1000", "0 to 127"]),
-    ("no-volume", 8, ["cat", "net/uplink"], move_to_efs("/home/net/uplink"), ["EFS", '"efs"']),
+    ("no-volume", 8, ["cat", "calib/adc_gain"], forget_zonc, ["EFS", '"efs"']),
     ("unknown-path", 1, ["cat", "net/uplonk"], None, ["net/uplonk", "yfs ls"]),
     ("unknown-path", 1, ["nvar", "get", "x" * 60], None, ["x" * 60]),
     ("unknown-path", 1, ["cat", "radio/coexistence/priorities_of_bands_plan_B"], None, ["plan_B"]),
@@ -435,8 +436,8 @@ REFUSALS = [
     # Refused before anything runs: the volume of this set doesn't even mount.
     ("too-large", 8, ["nvar", "set", "net/mac", "utf8:1234567"], replace("yfs.img", b""), ["limit is 6"]),
     ("too-large", 8, SET_UPLINK, lambda folder: set_limit(folder, "/home/net/name", 3), ["/home/net/name", "7 bytes", "limit is 3"]),
-    ("empty-on-efs", 8, ["nvar", "set", "net/uplink", "utf8:"], move_to_efs("/home/net/uplink"), ["EFS", "one byte"]),
-    ("no-volume", 8, ["rm", "net/uplink"], move_to_efs("/home/net/uplink"), ["EFS"]),
+    ("empty-on-efs", 8, ["nvar", "set", "calib/board_serial", "utf8:"], None, ["EFS", "one byte"]),
+    ("no-volume", 8, ["rm", "calib/adc_gain"], forget_zonc, ["EFS"]),
     ("not-modifiable", 8, ["nvar", "set", "cred/ca_bundle", "utf8:x"], None, ["tail of 56", "yfs put"]),
     ("would-overwrite", 8, ["sample", "."], None, ["ftbl.bin exists"]),
     ("would-overwrite", 8, SET_UPLINK, forget_zonc, ["zonc.bin exists", '"zonc"']),
@@ -480,7 +481,7 @@ class Errors(ToolTest):
         done = run("info", "--json", cwd=folder)
         self.assertEqual(done.returncode, 4)
         document = json.loads(done.stdout)
-        self.assertEqual((document["yfs"]["error"], document["zonc"]["records"]), ("volume-damaged", 6))
+        self.assertEqual((document["yfs"]["error"], document["zonc"]["records"]), ("volume-damaged", 7))
 
     def test_help(self):
         for args in [[], ["nvar"], *([verb] for verb in "info ls cat put rm sample".split()),
