@@ -1,9 +1,10 @@
 /* EFS: a fixed set of files on a small run of 4096-byte blocks. The first blocks are block maps (BM), logs of entries
    (BME) that each tell which physical data block holds which logical block; a file is an index into EFS_files, which
-   says where it lies. Files are read here; every chunk that a read touches is verified by its CRC.
+   says where it lies. Every chunk that a read touches is verified by its CRC; a change goes to spare blocks and comes
+   into force by one entry of the map.
 
    Order of calls: load_autogen_data with the contents of ftbl.bin, EFS_get_efs_size if the size is needed,
-   EFS_init_tools with an image of that size, then reads. One EFS a process; not thread-safe.
+   EFS_init_tools with an image of that size, then reads and changes. One EFS a process; not thread-safe.
 
    Statuses: 0 | 1 not mounted, no autogen data, no image, or a bad table | 2 the file does not exist | 12 no memory |
    22 argument out of range, or an entry not in use | 34 offset beyond the end of the file | 41 the medium contradicts
