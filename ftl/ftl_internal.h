@@ -95,6 +95,19 @@ std::uint8_t header_crc(eu_header_t header);
 // Walks the records of one log EU into page_map. `is_log_eu`: it is the one that takes writes, so log_slot follows.
 std::uint32_t ftl_process_pages(afs_context* ctx, std::uint32_t eu, std::uint32_t is_log_eu);
 
+// Cuts `count` to the blank frames that follow the end of the log. `buf` holds count * 66 bytes. False if the chip
+// failed.
+[[nodiscard]] bool count_blank_frames(const afs_context& ctx, std::uint32_t& count, std::uint8_t* buf);
+
+// Makes the slot at the end of the log a torn one and goes on behind the pair that a mount then skips. ok | failed.
+std::uint32_t give_up_slot(afs_context& ctx);
+
+// Whether the slot at the end of the log is in force, though its commit was told as failed.
+bool is_committed(const afs_context& ctx);
+
+// After a write at the end of the log has failed: goes on where a mount of this flash would.
+void pass_damaged_slot(afs_context& ctx);
+
 // Reads `count` frames from `slot` on and packs their data at 64-byte spacing. `buf` holds count * 66 bytes.
 std::uint32_t read_ftl_data_pages(afs_context* ctx, std::uint32_t eu, std::uint32_t slot, std::uint32_t count,
                                   std::uint32_t first_page, void* buf);

@@ -11,6 +11,10 @@ namespace yfs::ftl {
 
 namespace {
 
+// A header that was cut inside its erase count, or before it, can pass its 8-bit CRC by chance. The bytes that are
+// missing read 0xFF, so the count is at least this, which no unit reaches by wear.
+constexpr std::uint32_t torn_erase_count = 0xFF000000;
+
 struct header_scan {
     std::uint32_t incomplete_eu = none; // valid header, commit byte still 0xFF
     std::uint32_t invalid_eu = none;    // no valid header: the spare, in the normal state
@@ -180,13 +184,10 @@ std::uint32_t adopt_incomplete(afs_context& ctx, const header_scan& scan)
         return afs_status::ok;
     }
     ftl.log_eu = eu;
-    const std::uint32_t status = ftl_process_pages(&ctx, eu, 1);
-    if (status != afs_status::ok) return status;
-    if (entry.dirty == log_slots) ftl.last_page = scan.log_last_page;
-    return afs_status::ok;
+    return ftl_process_pages(&ctx, eu, 1); // without a committed record its chain begins at 0, as every walk takes it
 }
 
-std::uint32_t settle_interrupted_reclaim(afs_context& ctx, const header_scan& scan)
+std::uint32_t settle_interrupted_reclaim(afs_context& ctx, header_scan& scan)
 {
     ftl_context& ftl = *ctx.ftl;
     const bool incomplete = scan.incomplete_eu != none;
@@ -196,8 +197,10 @@ std::uint32_t settle_interrupted_reclaim(afs_context& ctx, const header_scan& sc
     if (!incomplete) return afs_status::failed; // no spare
 
     // The cut fell before the source was given up: the source still stands, the new EU is the spare again.
-    ftl.eu_table[scan.incomplete_eu].base_page = 0;
+    ftl_eu_entry& entry = ftl.eu_table[scan.incomplete_eu];
+    entry.base_page = 0;
     ftl.spare_eu = low16(scan.incomplete_eu);
+    if (entry.erase_count >= torn_erase_count) scan.rebuild_erase = true;
     return afs_status::ok;
 }
 

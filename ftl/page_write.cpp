@@ -5,24 +5,45 @@
 
 namespace yfs::ftl {
 
+// A slot of the log whose frame is blank: the end of the log, or one behind it.
+static std::uint32_t find_log_slot(afs_context& ctx)
+{
+    ftl_context& ftl = *ctx.ftl;
+    for (std::uint32_t round = 0; round <= ftl.eu_count; ++round) {
+        if (ftl.log_slot == log_slots) {
+            const std::uint32_t status = reclaim_eu_wrapper(&ctx, kind_log);
+            if (status != afs_status::ok) return status;
+        }
+        if (ftl.log_eu >= ftl.eu_count) return afs_status::failed; // no log to write to
+        while (ftl.log_slot < log_slots) {
+            std::uint8_t frame[frame_size];
+            std::uint32_t blank = 1;
+            if (!count_blank_frames(ctx, blank, frame)) return afs_status::failed;
+            if (blank != 0) return afs_status::ok;
+            if (const std::uint32_t status = give_up_slot(ctx); status != afs_status::ok) return status;
+        }
+    }
+    return afs_status::failed;
+}
+
 // A cut before the commit leaves a torn slot, and the older copy stays in force; after it the new copy is.
 static std::uint32_t write_log_page(afs_context& ctx, std::uint16_t page, const void* data)
 {
     ftl_context& ftl = *ctx.ftl;
     if (page >= mapped_pages(ctx)) return afs_status::failed;
-    if (ftl.log_slot == log_slots) {
-        if (const std::uint32_t status = reclaim_eu_wrapper(&ctx, kind_log); status != afs_status::ok) return status;
-    }
-    if (ftl.log_eu >= ftl.eu_count || ftl.log_slot >= log_slots) return afs_status::failed; // no log to write to
+    if (const std::uint32_t status = find_log_slot(ctx); status != afs_status::ok) return status;
 
     ftl_eu_entry& log = ftl.eu_table[ftl.log_eu];
     const std::uint32_t eu = eu_at(ctx, ftl.log_eu);
     const le16 record = log_record(ftl.last_page, page);
     log.free = 0;
-    if (!write_verified(eu + log_record_at(ftl.log_slot), record)) return afs_status::failed;
-    if (!write_verified(eu + log_frame_at(ftl.log_slot), make_frame(data, page))) return afs_status::failed;
-    // COMMIT: before this byte the slot doesn't exist for a mount, after it the slot is in force.
-    if (!write_verified(eu + log_commit_at(ftl.log_slot), log_commit_byte)) return afs_status::failed;
+    if (!write_verified(eu + log_record_at(ftl.log_slot), record) ||
+        !write_verified(eu + log_frame_at(ftl.log_slot), make_frame(data, page)) ||
+        // COMMIT: before this byte the slot doesn't exist for a mount, after it the slot is in force.
+        (!write_verified(eu + log_commit_at(ftl.log_slot), log_commit_byte) && !is_committed(ctx))) {
+        pass_damaged_slot(ctx);
+        return afs_status::failed;
+    }
 
     ftl_page_entry& entry = ftl.page_map[page];
     if (entry.slot != not_mapped) ++ftl.eu_table[entry.eu].dirty;
@@ -46,7 +67,10 @@ static std::uint32_t write_data_page(afs_context& ctx, std::uint32_t index, std:
     std::uint8_t record = data_rec_complete; // a read that brings nothing must not make the slot look free
     if (!read_flash(record_at, sizeof record, &record) || record != data_rec_free) return afs_status::failed;
 
-    if (!write_verified(record_at, data_rec_begun)) return afs_status::failed;
+    if (!write_verified(record_at, data_rec_begun)) {
+        ftl.alloc_check_flash = 1; // it may have landed all the same
+        return afs_status::failed;
+    }
     --ftl.eu_table[place.eu].free;
     if (!write_verified(eu + data_frame_at(place.slot), make_frame(data, page))) return afs_status::failed;
     if (!write_verified(record_at, data_rec_complete)) return afs_status::failed;

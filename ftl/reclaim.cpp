@@ -34,6 +34,7 @@ std::uint32_t reclaim_eu(afs_context* ctx, std::uint32_t eu, std::uint32_t mode)
     if (is_data_eu(*ctx->ftl, eu) && ctx->alloc_map == nullptr) return afs_status::invalid;
     // A mount may reclaim before it has done what a cut reclaim left undone; two of them at once can't be told apart.
     if (const std::uint32_t status = finish_interrupted_reclaim(ctx); status != afs_status::ok) return status;
+    if (ctx->ftl->seq == UINT32_MAX) return afs_status::failed; // the next header would need a higher number
     const auto work = lt_allocate<std::uint8_t>(std::size_t{2} * work_half);
     if (!work) return afs_status::no_memory;
     return is_data_eu(*ctx->ftl, eu) ? reclaim_data_eu(ctx, eu, work.get()) : reclaim_log_eu(ctx, eu, work.get());
@@ -51,6 +52,18 @@ std::uint32_t reclaim_eu_wrapper(afs_context* ctx, std::uint32_t kind)
     return reclaim_eu(ctx, eu, mode);
 }
 
+// Whether a source reads as before, after giving it up has failed: a write can fail though its bits have landed, and
+// one cleared bit is enough for a mount to follow the new EU. An EU that can't be read counts as standing.
+static bool still_stands(std::uint32_t src_at)
+{
+    for (int t = 0; t < tries; ++t) {
+        le32 magic = eu_magic;
+        if (!read_flash(src_at, sizeof magic, &magic)) continue;
+        return magic == eu_magic || magic == eu_magic_old || magic == eu_magic_alt;
+    }
+    return true;
+}
+
 // Lets `dst`, the spare, take over from `src` in three writes. Cut short at any of them, a mount can still tell who
 // speaks for the group: the source, as long as its magic reads as one.
 std::uint32_t reclaim_eu_write_eu_header(afs_context* ctx, std::uint32_t dst, std::uint32_t src, std::uint32_t dst_off,
@@ -60,7 +73,7 @@ std::uint32_t reclaim_eu_write_eu_header(afs_context* ctx, std::uint32_t dst, st
     ftl_eu_entry& to = ftl.eu_table[dst];
     ftl_eu_entry& from = ftl.eu_table[src];
     ++ftl.seq;
-    ++to.erase_count;
+    if (to.erase_count != UINT32_MAX) ++to.erase_count; // 0 would be no header at all
 
     eu_header_t header{};
     header.magic = eu_magic;
@@ -74,11 +87,15 @@ std::uint32_t reclaim_eu_write_eu_header(afs_context* ctx, std::uint32_t dst, st
 
     // COMMIT: from here on a mount follows the new EU, with or without the byte below.
     const le32 given_up = eu_magic_given_up;
-    if (!write_verified(ctx->flash_base + src_off, given_up)) return afs_status::failed;
+    const std::uint32_t src_at = ctx->flash_base + src_off;
+    if (!write_verified(src_at, given_up) && still_stands(src_at)) return afs_status::failed;
     from.seq = 0;
 
     const auto commit_at = ctx->flash_base + dst_off + static_cast<std::uint32_t>(offsetof(eu_header_t, commit));
-    if (!write_verified(commit_at, committed)) return afs_status::failed;
+    if (!write_verified(commit_at, committed)) { // the next reclaim, or the next mount, catches up on it
+        ftl.missing_commit = 1;
+        ftl.missing_commit_eu = low8(dst);
+    }
 
     ftl.spare_eu = low16(src);
     from.dirty = 0;

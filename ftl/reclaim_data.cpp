@@ -5,7 +5,39 @@
 
 namespace yfs::ftl {
 
-std::uint32_t reclaim_data_eu(afs_context* ctx, std::uint32_t victim, std::uint8_t* work)
+namespace {
+
+// The allocator's place, which a reclaim moves and a failed one puts back.
+struct cursor {
+    explicit cursor(const ftl_context& ftl) : next(ftl.alloc_next), end(ftl.alloc_end), asked(ftl.alloc_flush_asked) {}
+    void put_back(ftl_context& ftl) const
+    {
+        ftl.alloc_next = next;
+        ftl.alloc_end = end;
+        ftl.alloc_flush_asked = asked;
+    }
+    std::uint32_t next, end;
+    std::uint8_t asked;
+};
+
+// A page that can't be read is found out before the spare is erased.
+bool all_live_pages_readable(const afs_context& ctx, std::uint32_t victim, std::uint8_t* buf)
+{
+    const std::uint32_t base_page = ctx.ftl->eu_table[victim].base_page;
+    const std::uint32_t first = first_index(ctx, victim);
+    for (std::uint32_t slot = 0; slot < data_slots;) {
+        std::uint32_t count = 0;
+        while (count < run_max && slot + count < data_slots && chunk_in_use(ctx, first + slot + count)) ++count;
+        const auto page_of = [=](std::uint32_t i) { return base_page + slot + i; };
+        if (count != 0 && !read_checked_frames(eu_at(ctx, victim) + data_frame_at(slot), count, buf, page_of)) {
+            return false;
+        }
+        slot += std::max(count, 1U);
+    }
+    return true;
+}
+
+std::uint32_t move_group(afs_context* ctx, std::uint32_t victim, std::uint8_t* work)
 {
     ftl_context& ftl = *ctx->ftl;
     const std::uint32_t spare = ftl.spare_eu;
@@ -46,9 +78,21 @@ std::uint32_t reclaim_data_eu(afs_context* ctx, std::uint32_t victim, std::uint8
         run = 0;
     }
 
-    const std::uint32_t status = reclaim_eu_write_eu_header(ctx, spare, victim, eu_offset(spare), eu_offset(victim));
-    if (status != afs_status::ok) return status;
-    return ftl.alloc_next == none ? afs_status::nothing_gained : afs_status::ok;
+    return reclaim_eu_write_eu_header(ctx, spare, victim, eu_offset(spare), eu_offset(victim));
+}
+
+} // namespace
+
+std::uint32_t reclaim_data_eu(afs_context* ctx, std::uint32_t victim, std::uint8_t* work)
+{
+    if (!all_live_pages_readable(*ctx, victim, work)) return afs_status::failed;
+    const cursor before(*ctx->ftl);
+    const std::uint32_t status = move_group(ctx, victim, work);
+    if (status != afs_status::ok) {
+        before.put_back(*ctx->ftl);
+        return status;
+    }
+    return ctx->ftl->alloc_next == none ? afs_status::nothing_gained : afs_status::ok;
 }
 
 } // namespace yfs::ftl

@@ -12,6 +12,14 @@ namespace {
 
 constexpr std::uint16_t not_live = 0xFFFF;
 
+// Where the log stood before the reclaim moved it on.
+struct log_end {
+    std::uint32_t eu;
+    std::uint32_t slot;
+    std::uint16_t last_page;
+    std::uint8_t dirty; // of that EU
+};
+
 // The working values of one log reclaim.
 struct log_move {
     afs_context& ctx;
@@ -19,10 +27,14 @@ struct log_move {
     std::uint32_t victim;
     std::uint32_t spare;
     std::uint32_t next_blank; // where the log goes on when its EU is full; none: in the spare
-    std::uint32_t copied = 0; // live pages copied so far
     std::uint32_t live;       // live pages by the victim's count
     std::uint8_t* data;       // first half of the work area
     std::uint8_t* check;      // second half
+    log_end before;
+    std::uint32_t begun = none;                          // the blank EU that the log went on in
+    bool before_touched = false;                         // something was programmed behind the former end of the log,
+    bool begun_touched = false;                          // in the blank EU
+    std::uint32_t copied = 0;                            // live pages copied so far
     std::array<std::uint16_t, log_slots> page_at_slot{}; // live pages of the victim, by slot
 };
 
@@ -38,11 +50,17 @@ std::uint32_t find_next_blank(const ftl_context& ftl, std::uint32_t victim)
     return found;
 }
 
-void begin_new_log(log_move& move)
+// False if the log stands in the spare already.
+bool begin_new_log(log_move& move)
 {
-    move.ftl.log_eu = move.next_blank != none ? move.next_blank : move.spare;
+    if (move.ftl.log_eu == move.spare) return false;
+    const bool in_spare = move.next_blank == none;
+    move.ftl.log_eu = in_spare ? move.spare : move.next_blank;
+    if (!in_spare) move.begun = move.next_blank;
+    move.next_blank = none;
     move.ftl.log_slot = 0;
     move.ftl.last_page = 0;
+    return true;
 }
 
 void list_live_pages(log_move& move)
@@ -54,13 +72,53 @@ void list_live_pages(log_move& move)
     }
 }
 
-// Length of the run of live slots that begins at `slot` and fits both the work area and the rest of the log EU.
-std::uint32_t run_length(const log_move& move, std::uint32_t slot)
+// Length of the run of live slots that begins at `slot`, at most `room`.
+std::uint32_t run_length(const log_move& move, std::uint32_t slot, std::uint32_t room)
 {
-    const std::uint32_t room = std::min(run_max, log_slots - move.ftl.log_slot);
     std::uint32_t count = 0;
     while (count < room && slot + count < log_slots && move.page_at_slot[slot + count] != not_live) ++count;
     return count;
+}
+
+// Live frames of the victim into the work area.
+bool read_run(const log_move& move, std::uint32_t slot, std::uint32_t count)
+{
+    const std::uint16_t* page = &move.page_at_slot[slot];
+    return read_checked_frames(eu_at(move.ctx, move.victim) + log_frame_at(slot), count, move.data,
+                               [page](std::uint32_t i) { return page[i]; });
+}
+
+// A page that can't be read is found out before anything moves.
+bool all_live_pages_readable(const log_move& move)
+{
+    for (std::uint32_t slot = 0; slot < log_slots;) {
+        const std::uint32_t count = run_length(move, slot, run_max);
+        if (count != 0 && !read_run(move, slot, count)) return false;
+        slot += std::max(count, 1U);
+    }
+    return true;
+}
+
+void note_touched(log_move& move)
+{
+    if (move.ftl.log_eu == move.before.eu) move.before_touched = true;
+    if (move.ftl.log_eu == move.begun) move.begun_touched = true;
+}
+
+// Cuts `count` to the blank frames at the end of the log. 0: that slot was given up, or the EU is full, and the caller
+// tries again.
+std::uint32_t find_blank_frames(log_move& move, std::uint32_t& count)
+{
+    ftl_context& ftl = move.ftl;
+    count = std::min(count, log_slots - ftl.log_slot);
+    if (!count_blank_frames(move.ctx, count, move.check)) return afs_status::failed;
+    if (count != 0) return afs_status::ok;
+    if (ftl.log_slot < log_slots) {
+        note_touched(move);
+        if (const std::uint32_t status = give_up_slot(move.ctx); status != afs_status::ok) return status;
+    }
+    if (ftl.log_slot == log_slots && !begin_new_log(move)) return afs_status::failed;
+    return afs_status::ok;
 }
 
 std::uint32_t copy_run(log_move& move, std::uint32_t slot, std::uint32_t count)
@@ -70,10 +128,8 @@ std::uint32_t copy_run(log_move& move, std::uint32_t slot, std::uint32_t count)
     for (std::uint32_t i = 0; i < count; ++i) ftl.page_map[page[i]] = {low8(ftl.log_eu), low8(ftl.log_slot + i)};
 
     const std::uint32_t to = eu_at(move.ctx, ftl.log_eu);
-    if (!read_checked_frames(eu_at(move.ctx, move.victim) + log_frame_at(slot), count, move.data,
-                             [page](std::uint32_t i) { return page[i]; })) {
-        return afs_status::failed;
-    }
+    if (!read_run(move, slot, count)) return afs_status::failed;
+    note_touched(move);
     if (!write_verified(to + log_frame_at(ftl.log_slot), count * frame_size, move.data, move.check)) {
         return afs_status::failed;
     }
@@ -104,21 +160,55 @@ std::uint32_t copy_live_pages(log_move& move)
 {
     std::uint32_t slot = 0;
     while (slot < log_slots) {
-        const std::uint32_t count = run_length(move, slot);
+        std::uint32_t count = run_length(move, slot, run_max);
         if (count == 0) {
             ++slot;
             continue;
         }
+        if (const std::uint32_t status = find_blank_frames(move, count); status != afs_status::ok) return status;
+        if (count == 0) continue;
         if (const std::uint32_t status = copy_run(move, slot, count); status != afs_status::ok) return status;
         slot += count;
         if (move.copied >= move.live) break;
-        if (move.ftl.log_slot == log_slots) {
-            if (!commit_last_slot(move)) return afs_status::failed;
-            begin_new_log(move);
+        if (move.ftl.log_slot == log_slots && (!commit_last_slot(move) || !begin_new_log(move))) {
+            return afs_status::failed;
         }
     }
     if (move.copied != 0 && move.ftl.log_slot != 0 && !commit_last_slot(move)) return afs_status::failed;
     return afs_status::ok;
+}
+
+// The originals are in force as before. What was programmed elsewhere than in the spare stays, so the log EUs that got
+// copies take no more writes; a mount that finds the copies finds the same contents.
+void put_back(const log_move& move)
+{
+    ftl_context& ftl = move.ftl;
+    for (std::uint32_t slot = 0; slot < log_slots; ++slot) {
+        const std::uint16_t page = move.page_at_slot[slot];
+        if (page != not_live) ftl.page_map[page] = {low8(move.victim), low8(slot)};
+    }
+    ftl.log_eu = move.before.eu;
+    ftl.log_slot = move.before_touched ? log_slots : move.before.slot;
+    ftl.last_page = move.before.last_page;
+    if (move.before_touched) ftl.eu_table[move.before.eu].dirty = move.before.dirty;
+    if (move.begun_touched) {
+        ftl.eu_table[move.begun].dirty = log_slots;
+        ftl.eu_table[move.begun].free = 0;
+    }
+}
+
+std::uint32_t move_log(log_move& move)
+{
+    ftl_context& ftl = move.ftl;
+    if (!erase_eu(eu_at(move.ctx, move.spare))) return afs_status::failed;
+    ftl.eu_table[move.spare].dirty = log_slots;
+    ftl.eu_table[move.spare].free = 1;
+
+    const bool log_is_over = ftl.log_slot == log_slots || move.victim == ftl.log_eu || ftl.log_eu >= ftl.eu_count;
+    if (log_is_over && !begin_new_log(move)) return afs_status::failed;
+    if (const std::uint32_t status = copy_live_pages(move); status != afs_status::ok) return status;
+    return reclaim_eu_write_eu_header(&move.ctx, move.spare, move.victim, eu_offset(move.spare),
+                                      eu_offset(move.victim));
 }
 
 } // namespace
@@ -126,27 +216,26 @@ std::uint32_t copy_live_pages(log_move& move)
 std::uint32_t reclaim_log_eu(afs_context* ctx, std::uint32_t victim, std::uint8_t* work)
 {
     ftl_context& ftl = *ctx->ftl;
-    const std::uint32_t spare = ftl.spare_eu;
     const std::uint32_t victim_dirty = ftl.eu_table[victim].dirty;
+    const bool has_log = ftl.log_eu < ftl.eu_count;
     log_move move{.ctx = *ctx,
                   .ftl = ftl,
                   .victim = victim,
-                  .spare = spare,
+                  .spare = ftl.spare_eu,
                   .next_blank = find_next_blank(ftl, victim),
                   .live = victim_dirty < log_slots ? log_slots - victim_dirty : 0,
                   .data = work,
-                  .check = work + work_half};
-
-    if (!erase_eu(eu_at(*ctx, spare))) return afs_status::failed;
-    ftl.eu_table[spare].dirty = log_slots;
-    ftl.eu_table[spare].free = 1;
-
-    if (ftl.log_slot == log_slots || victim == ftl.log_eu || ftl.log_eu >= ftl.eu_count) begin_new_log(move);
+                  .check = work + work_half,
+                  .before = {ftl.log_eu, ftl.log_slot, ftl.last_page,
+                             has_log ? ftl.eu_table[ftl.log_eu].dirty : std::uint8_t{0}}};
     list_live_pages(move);
-    if (const std::uint32_t status = copy_live_pages(move); status != afs_status::ok) return status;
+    if (!all_live_pages_readable(move)) return afs_status::failed;
 
-    const std::uint32_t status = reclaim_eu_write_eu_header(ctx, spare, victim, eu_offset(spare), eu_offset(victim));
-    if (status != afs_status::ok) return status;
+    const std::uint32_t status = move_log(move);
+    if (status != afs_status::ok) {
+        put_back(move);
+        return status;
+    }
     return victim_dirty == 0 ? afs_status::nothing_gained : afs_status::ok;
 }
 

@@ -132,7 +132,8 @@ TEST(AfsRemove, EveryWriteCanFail)
     cache_invalidate(&b.ctx);
     std::uint16_t head = 0;
     ASSERT_EQ(afs_get_next_cid(&b.ctx, file, &head), 0U);
-    b.chip.fail(chip_call::read, 5, chip_fault::before); // three read-backs of the commit, two FAT pages
+    b.chip.fail(chip_call::read, 6,
+                chip_fault::before); // the blank slot, three read-backs of the commit, two FAT pages
     EXPECT_EQ(afs_deletefile(&b.ctx, file), 5U);
     EXPECT_EQ(b.read(file), std::nullopt);
     EXPECT_EQ(b.in_use(), 2U);

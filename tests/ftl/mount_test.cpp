@@ -103,6 +103,8 @@ TEST(FtlMount, SettlesAnInterruptedReclaim)
            {"source half given up", "eu0 3 eu5 magic=0xAA557887 seq=6 src=2 base=15 commit=0xFF eu2 magic=0xAA550000",
             "seq 6 spare 2 erased 1 log 0/1 last 3 uncommitted base 15 dirty 0"},
            {"another given up", "eu0 3 eu5 magic=0xAA557887 seq=6 src=2 base=15 commit=0xFF eu3 given-up", "5"},
+           {"torn in its erase count", "eu0 3 eu5 magic=0xAA557887 seq=6 erase=0xFF000000 commit=0xFF",
+            "seq 5 spare 5 erased 1 log 0/1 last 3 base 0 dirty 0"},
            {"log, source stands", "eu0 3 eu5 magic=0xAA557887 seq=6 src=0 commit=0xFF 4 5",
             "seq 5 spare 5 erased 1 log 0/1 last 3 base 0 dirty 0"},
            {"log, blank", "eu0 3 eu5 magic=0xAA557887 seq=6 src=1 commit=0xFF eu1 given-up",
@@ -110,7 +112,7 @@ TEST(FtlMount, SettlesAnInterruptedReclaim)
            {"log, with pages", "eu0 3 eu5 magic=0xAA557887 seq=6 src=1 commit=0xFF 4 5 eu1 given-up",
             "seq 6 spare 1 erased 1 log 5/2 last 5 uncommitted base 0 dirty 118"},
            {"log, nothing committed", "eu0 3 eu5 magic=0xAA557887 seq=6 src=1 commit=0xFF t4 eu1 given-up",
-            "seq 6 spare 1 erased 1 log 5/2 last 3 uncommitted base 0 dirty 120"}},
+            "seq 6 spare 1 erased 1 log 5/2 last 0 uncommitted base 0 dirty 120"}},
           show);
 }
 

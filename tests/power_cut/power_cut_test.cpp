@@ -178,8 +178,6 @@ private:
     {
         const inspect::picture before = inspect::inspect_image(work_);
         nor_chip chip(work_);
-        chip.violations_fail_test(false);
-        chip.plain_copy(true);
         const spi_chip_guard guard(chip);
 
         std::string trouble = verdict(before, reclaim_after);
