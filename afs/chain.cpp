@@ -19,6 +19,11 @@ bool is_allowed(const afs_context& ctx, std::uint16_t entry, std::uint16_t value
 
 } // namespace
 
+void begin_walk()
+{
+    chunk_cntr = 0;
+}
+
 std::uint32_t write_fat_entry(afs_context& ctx, std::uint16_t entry, std::uint16_t value)
 {
     std::uint8_t* at = nullptr;

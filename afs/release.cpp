@@ -46,6 +46,7 @@ uint32_t afs_release_resources(afs_context* ctx, uint16_t first, uint32_t count,
 {
     using namespace yfs::afs;
     if (invalidate) cache_invalidate(ctx);
+    begin_walk(); // a release counts its own steps, not those of the walk before it
     uint16_t cid = first;
     for (uint32_t i = 0; i < count && is_chunk(cid); ++i) {
         if (const uint32_t status = trim_chunk(*ctx, cid); status != afs_status::ok) return status;

@@ -274,6 +274,9 @@ uint32_t afs_writefile(afs_context* ctx, int32_t file, uint32_t offset, uint32_t
         return afs_status::too_large;
     }
     if ((buf == nullptr && len != 0) || ctx->staging == nullptr) return afs_status::invalid;
+    // A chain over all chunks would count as a loop: no read and no mount could take it.
+    const uint32_t chunks_wanted = (end + chunk_bytes - 1) / chunk_bytes;
+    if (chunks_wanted != 0 && chunks_wanted == ctx->chunks && (trunc || len != 0)) return afs_status::no_space;
 
     rewrite job{.ctx = *ctx,
                 .file = static_cast<uint16_t>(file),

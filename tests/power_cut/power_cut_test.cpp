@@ -173,21 +173,14 @@ private:
         return trouble;
     }
 
-    // Empty if all is well or the state is a listed one.
+    // Empty if all is well.
     std::string judge(bool reclaim_after)
     {
         const inspect::picture before = inspect::inspect_image(work_);
         nor_chip chip(work_);
         const spi_chip_guard guard(chip);
-
         std::string trouble = verdict(before, reclaim_after);
-        if (!chip.violations().empty() && !before.has(frames_only)) trouble += "\n  " + to_string(chip.violations()[0]);
-        if (!chip.violations().empty() && before.has(frames_only)) ++the_tally.frames;
-        if (has_torn_header_that_checks(before)) {
-            ++the_tally.torn_headers;
-            if (!trouble.empty()) ++the_tally.torn_headers_lost;
-            return {};
-        }
+        if (!chip.violations().empty()) trouble += "\n  " + to_string(chip.violations()[0]);
         for (const auto& f : before.findings)
             if (!trouble.empty()) trouble += "\n  after the cut: " + describe(f);
         return trouble;

@@ -50,19 +50,13 @@ struct rig {
     inspect::picture look() const { return inspect::inspect_image(image); }
 };
 
-// Printed at the end of the program. The listed states are those that the order of writes itself can't tell or repair;
-// each has a test for it in the picture of the cut image, so that nothing else hides behind its name.
+// Printed at the end of the program.
 struct tally {
-    std::uint64_t cuts, lost, old_state, new_state, frames, torn_headers, torn_headers_lost, random_steps, random_cuts;
+    std::uint64_t cuts, lost, old_state, new_state, random_steps, random_cuts;
 };
 extern tally the_tally;
 
-// Copies that a log reclaim programmed before their records: the volume is whole, but the next log writes go over them,
-// which a real chip refuses.
+// Copies that a log reclaim programmed before their records: the next log writes pass them by.
 constexpr auto frames_only = inspect::finding_id::frame_unrecorded;
-// A header cut in its erase count or before, whose checksum byte, still 0xFF, happens to match: it passes for a whole
-// one with an absurd erase count. The next reclaim takes that count over, or counts 0xFFFFFFFF up to 0, which no header
-// may hold.
-bool has_torn_header_that_checks(const inspect::picture& cut);
 
 } // namespace yfs::test
