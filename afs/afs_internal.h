@@ -26,7 +26,10 @@ inline constexpr std::uint32_t flag_format_erasing = 0x80000;
 
 inline constexpr std::uint32_t write_truncates = 0x1; // of afs_writefile
 
-// The page cache.
+// The page cache. The FTL moves pages of 64 bytes whatever it is asked for, and takes a data page once only: a longer
+// line could neither be filled nor be written back. So over the FTL a line holds one page, and a greater page_size only
+// changes how many lines there are.
+inline constexpr std::uint32_t line_bytes = 64;
 inline constexpr std::uint32_t min_page_size = 64;
 inline constexpr std::uint32_t max_page_size = 65535;
 inline constexpr std::uint32_t min_lines = 2;
@@ -65,6 +68,9 @@ inline bool is_file_number(const afs_context* ctx, std::int32_t file)
 
 // A pointer to the byte at `va` in its cache line. 0 | the cache's status.
 std::uint32_t cache_at(afs_context& ctx, std::uint32_t va, std::uint8_t*& byte);
+
+// The next chunk of a walk is its first.
+void begin_walk();
 
 // Puts `value` into FAT entry `entry`, in the cache; it reaches flash with the next flush.
 std::uint32_t write_fat_entry(afs_context& ctx, std::uint16_t entry, std::uint16_t value);

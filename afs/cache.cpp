@@ -24,13 +24,13 @@ void set_next(cache_line_entry& line, std::uint16_t next)
 
 std::uint8_t* bytes_of(const afs_context& ctx, std::uint16_t line)
 {
-    return ctx.cache_data + std::size_t{line} * ctx.page_size;
+    return ctx.cache_data + std::size_t{line} * line_bytes;
 }
 
 std::uint32_t write_line(afs_context& ctx, std::uint16_t line)
 {
-    const std::uint32_t va = std::uint32_t{ctx.line_table[line].page} * ctx.page_size;
-    return ctx.handler->write_page(&ctx, va, ctx.page_size, bytes_of(ctx, line), ctx.flash_base);
+    const std::uint32_t va = ctx.line_table[line].page * line_bytes;
+    return ctx.handler->write_page(&ctx, va, line_bytes, bytes_of(ctx, line), ctx.flash_base);
 }
 
 // Where a walk of the list ended: the line, and the one before it.
@@ -82,8 +82,8 @@ std::uint32_t cache_at(afs_context& ctx, std::uint32_t va, std::uint8_t*& byte)
 {
     if (ctx.line_table == nullptr || ctx.page_size == 0) return afs_status::bad_state;
     void* line = nullptr;
-    const std::uint32_t status = cache_ptr(&ctx, low16(va / ctx.page_size), &line);
-    if (status == afs_status::ok) byte = static_cast<std::uint8_t*>(line) + (va & (ctx.page_size - 1U));
+    const std::uint32_t status = cache_ptr(&ctx, low16(va / line_bytes), &line);
+    if (status == afs_status::ok) byte = static_cast<std::uint8_t*>(line) + (va & (line_bytes - 1));
     return status;
 }
 
@@ -99,7 +99,7 @@ uint32_t cache_init(afs_context* ctx, uint32_t page_size, uint32_t line_count)
     }
 
     auto table = yfs::lt_allocate_zero<cache_line_entry>(line_count);
-    auto data = yfs::lt_allocate_zero<uint8_t>(size_t{page_size} * line_count);
+    auto data = yfs::lt_allocate_zero<uint8_t>(size_t{line_bytes} * line_count);
     if (!table || !data) return afs_status::no_memory; // a cache that was there stays, flushed
     yfs::lt_release(ctx->line_table);
     yfs::lt_release(ctx->cache_data);
@@ -128,8 +128,8 @@ uint32_t cache_ptr(afs_context* ctx, uint16_t page, void** out)
         if ((line.link & flags) == flags) {
             if (const uint32_t status = write_line(*ctx, at.line); status != afs_status::ok) return status;
         }
-        const uint32_t va = uint32_t{page} * ctx->page_size;
-        const uint32_t status = ctx->handler->read_page(ctx, va, ctx->page_size, bytes, ctx->flash_base);
+        const uint32_t va = page * line_bytes;
+        const uint32_t status = ctx->handler->read_page(ctx, va, line_bytes, bytes, ctx->flash_base);
         if (status != afs_status::ok) return status;
         line.page = page;
         line.link = yfs::low16((line.link & ~flags) | valid);
@@ -142,7 +142,7 @@ void cache_line_written(afs_context* ctx, const void* ptr)
 {
     using namespace yfs::afs;
     const auto distance = static_cast<const uint8_t*>(ptr) - ctx->cache_data;
-    const auto wanted = static_cast<uint32_t>(distance / ctx->page_size);
+    const auto wanted = static_cast<uint32_t>(distance / line_bytes);
     const found_line at = walk_list(*ctx, [wanted](uint16_t line, const cache_line_entry&) { return line == wanted; });
     if (!at.hit) return;
     move_to_head(*ctx, at);

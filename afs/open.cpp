@@ -114,7 +114,7 @@ std::uint32_t create_header(opening& job)
 
     std::uint8_t* page0 = nullptr;
     if (const std::uint32_t status = cache_at(job.ctx, 0, page0); status != afs_status::ok) return status;
-    std::memset(page0, 0, job.ctx.page_size);
+    std::memset(page0, 0, line_bytes);
     store(page0, job.header);
     cache_line_written(&job.ctx, page0);
     return cache_flush(&job.ctx); // COMMIT: the only page of a new volume that gets written

@@ -5,14 +5,14 @@ namespace yfs::afs {
 
 std::uint32_t trim_chunk(afs_context& ctx, std::uint16_t cid)
 {
-    return ctx.handler->trim_page(&ctx, chunk_va(ctx, cid), ctx.page_size, ctx.flash_base);
+    return ctx.handler->trim_page(&ctx, chunk_va(ctx, cid), line_bytes, ctx.flash_base);
 }
 
 // Whether any chunk whose entry stands in the FAT page at `page_va` is in use.
 static bool describes_used_chunk(const afs_context& ctx, std::uint32_t page_va)
 {
     const std::uint32_t first = (page_va - fat_entry_at(ctx.files)) / 2;
-    for (std::uint32_t i = 0; i < ctx.page_size / 2U; ++i) {
+    for (std::uint32_t i = 0; i < line_bytes / 2; ++i) {
         if (chunk_in_use(ctx, first + i)) return true;
     }
     return false;
@@ -67,15 +67,15 @@ void afs_trim_fat_page_if_needed(afs_context* ctx, uint16_t chunk)
 {
     using namespace yfs::afs;
     const uint32_t entry_va = fat_entry_at(uint32_t{chunk} + ctx->files);
-    const uint32_t page_va = entry_va & ~(uint32_t{ctx->page_size} - 1);
+    const uint32_t page_va = entry_va & ~(line_bytes - 1);
     if (chunk > ctx->chunks || page_va == ctx->last_fat_page) return;
 
     // Judged only once the walk has left it: never a page with file heads, never the last one.
     const uint32_t left = ctx->last_fat_page;
     const bool behind_heads = left >= fat_entry_at(ctx->files);
-    const bool before_last = left + ctx->page_size < ctx->fat_size;
+    const bool before_last = left + line_bytes < ctx->fat_size;
     if (behind_heads && before_last && !describes_used_chunk(*ctx, left)) {
-        ctx->handler->trim_page(ctx, left, ctx->page_size, ctx->flash_base);
+        ctx->handler->trim_page(ctx, left, line_bytes, ctx->flash_base);
     }
     ctx->last_fat_page = page_va;
 }

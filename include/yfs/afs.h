@@ -44,10 +44,10 @@ typedef struct afs_context {
     cache_line_entry* line_table;
     uint16_t cache_head;  /* most recently used line */
     uint32_t* file_sizes; /* bytes of each file, 0xFFFFFFFF for none; may be null */
-    uint8_t* cache_data;  /* line_count * page_size bytes */
+    uint8_t* cache_data;  /* line_count lines of 64 bytes */
     uint8_t* staging;     /* 4096 bytes, given by the caller of afs_init before the call */
     uint16_t chunks;
-    uint16_t page_size; /* bytes of a cache line */
+    uint16_t page_size; /* as last asked for; a line holds a page of 64 bytes all the same */
     uint16_t line_count;
     uint16_t files;
     uint8_t sub_partition; /* always 0: a volume over the FTL */

@@ -43,7 +43,7 @@ YFS_API uint8_t dfs_idle_reclaim_needed(void);
 YFS_API uint8_t dfs_get_idle_reclaim_enabled(void);
 YFS_API uint32_t dfs_set_idle_reclaim_enabled(void); /* always 0 */
 
-/* A cache of 8192 / page_size lines of page_size bytes. 0 | 22 page_size 0 or out of range | 12 | 5 | 99. */
+/* A cache of 8192 / page_size lines, each of one 64-byte page. 0 | 22 page_size 0 or out of range | 12 | 5 | 99. */
 YFS_API uint32_t dfs_set_page_size(uint32_t page_size);
 
 YFS_END_C
