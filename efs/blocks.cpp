@@ -29,6 +29,7 @@ namespace {
 // A cut leaves one spare without a sound header; the next scan erases it anew.
 std::uint32_t erase_and_head(std::uint32_t block_at, std::uint32_t erase_count)
 {
+    if (const auto undecided = settle_undecided(); undecided != efs_status::ok) return undecided;
     const auto crc_at = block_at + static_cast<std::uint32_t>(offsetof(efs_block_header_t, crc));
     const le32 no_crc = 0;
     auto status = EFS_physical_write(crc_at, sizeof no_crc, &no_crc);

@@ -63,6 +63,7 @@ efs_bm_header_t make_bm_header(const geometry& geo, std::uint32_t sequence)
 
 std::uint32_t erase_bm(std::uint32_t bm)
 {
+    if (const auto status = settle_undecided(); status != efs_status::ok) return status;
     efs_ctx.next_bm_state = next_bm_unknown;
     const auto crc_at = geometry::bm_at(bm) + static_cast<std::uint32_t>(offsetof(efs_bm_header_t, crc));
     const le32 no_crc = 0;
@@ -109,6 +110,7 @@ std::uint32_t settle_next_bm(std::uint32_t next)
 // The switch has happened on the medium; memory follows.
 void adopt(const efs_bme_t& bme, const geometry& geo, std::uint32_t bm)
 {
+    efs_ctx.undecided_length = 0; // whatever landed in the old BM, its sequence is lower now
     efs_ctx.bme_offset = first_slot_at;
     ++efs_ctx.bm_sequence;
     efs_ctx.current_bm = bm;
@@ -119,9 +121,11 @@ std::uint32_t append(efs_bme_t& bme, const geometry& geo, const std::uint8_t* sl
 {
     const std::uint32_t at = efs_ctx.bme_offset + geo.bme_bytes();
     // COMMIT: with the last byte of the slot the new state holds; a torn slot gives way to the one before it.
-    const auto status = EFS_write_with_read_check(geometry::bm_at(efs_ctx.current_bm) + at, geo.bme_bytes(), slot, 1);
+    const std::uint32_t slot_at = geometry::bm_at(efs_ctx.current_bm) + at;
+    const auto status = EFS_write_with_read_check(slot_at, geo.bme_bytes(), slot, 1);
     if (status != efs_status::ok) {
         efs_ctx.force_bm_switch = 1; // the slot is not written again
+        void_commit(slot_at, geo.bme_bytes());
         return status;
     }
     efs_ctx.bme_offset = at;
@@ -208,12 +212,17 @@ uint32_t EFS_switch_BM(efs_bme_t* bme)
     // COMMIT: without a sound header the new BM is skipped; with it, its higher sequence wins.
     const efs_bm_header_t header = make_bm_header(geo, efs_ctx.bm_sequence + 1);
     status = EFS_write_with_read_check(geometry::bm_at(next), sizeof header, &header, 1);
-    if (status != efs_status::ok) return status;
+    if (status != efs_status::ok) {
+        void_commit(geometry::bm_at(next), sizeof header);
+        return status;
+    }
     adopt(*bme, geo, next);
 
-    // The old BM retires. If that fails, two sound headers stand, and the higher sequence counts.
+    // The old BM retires. If that fails, two sound headers stand, and the higher sequence counts; the next change tries
+    // again.
     const efs_bm_header_t retired{};
-    static_cast<void>(EFS_write_with_read_check(geometry::bm_at(old), sizeof retired, &retired, 0));
+    const auto retiring = EFS_write_with_read_check(geometry::bm_at(old), sizeof retired, &retired, 0);
+    if (retiring != efs_status::ok) efs_ctx.older_maps = 1;
     return efs_status::ok;
 }
 

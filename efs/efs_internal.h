@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 
 namespace yfs::efs {
 
@@ -28,6 +29,9 @@ inline bool mounted_otherwise()
 
 // Whether each data block stands exactly once in the two tables of a map entry.
 bool each_block_once(const std::uint8_t* valid_table, const std::uint8_t* non_valid_table, const geometry& geo);
+
+// The header of BM `bm` if it is sound; a blank or retired one isn't.
+std::optional<efs_bm_header_t> read_bm_header(std::uint32_t bm);
 
 // Entries that EFS_files really has: a load that failed half way has set g_efs_files_num for a table that never came
 // to be.

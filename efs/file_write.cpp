@@ -24,8 +24,9 @@ std::uint8_t* data_area()
 }
 
 // The scan, wear levelling's chance: what comes before any change.
-std::uint32_t prepare_blocks()
+std::uint32_t prepare_blocks(const geometry& geo)
 {
+    retire_older_maps(geo);
     if (const auto status = need_scan(); status != efs_status::ok) return status;
     return EFS_wear_leveling(0, 0); // a commit of its own, if it acts
 }
@@ -85,7 +86,7 @@ uint32_t EFS_write(uint32_t file, uint32_t offset, uint32_t size, const uint8_t*
     if (job.entry == nullptr || offset != 0 || data == nullptr) return efs_status::invalid;
     if (job.entry->offset > chunk_room) return efs_status::integrity;
 
-    if (const auto status = prepare_blocks(); status != efs_status::ok) return status;
+    if (const auto status = prepare_blocks(job.geo); status != efs_status::ok) return status;
     if (size > job.entry->max_size || size == no_file) return efs_status::too_large;
     const std::uint64_t needed = (std::uint64_t{size} + needed_rounding + job.entry->offset) / chunk_room;
     if (needed > job.geo.non_valid_block_num) return efs_status::too_large;
@@ -106,7 +107,7 @@ uint32_t EFS_delete(uint32_t file)
     if (job.entry == nullptr) return efs_status::invalid;
     if (job.entry->offset > chunk_room) return efs_status::integrity;
 
-    if (const auto status = prepare_blocks(); status != efs_status::ok) return status;
+    if (const auto status = prepare_blocks(job.geo); status != efs_status::ok) return status;
     if (const auto status = supply_free_blocks(1); status != efs_status::ok) return status;
     job.bme.copy_current(job.geo);
     const std::uint32_t block = job.entry->first_block;

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <bitset>
 #include <cstring>
-#include <optional>
 
 efs_ctx_t efs_ctx = {};
 
@@ -65,23 +64,6 @@ std::uint32_t allocate_tables(const geometry& geo)
 
 // ---- Choosing the BM ----
 
-// The header of BM `bm` if it is sound. Blank and retired ones end the tries: sixteen zero bytes would pass the CRC.
-std::optional<efs_bm_header_t> read_bm_header(std::uint32_t bm)
-{
-    std::uint8_t bytes[sizeof(efs_bm_header_t)];
-    const auto all = [&](std::uint8_t value) {
-        return std::all_of(std::begin(bytes), std::end(bytes), [=](std::uint8_t b) { return b == value; });
-    };
-    bool unused = false;
-    const auto status = read_until([&] { return EFS_physical_read(geometry::bm_at(bm), sizeof bytes, bytes); },
-                                   [&] {
-                                       unused = all(erased_byte) || all(0);
-                                       return unused || header_sound(bytes);
-                                   });
-    if (status != efs_status::ok || unused) return std::nullopt;
-    return load<efs_bm_header_t>(bytes);
-}
-
 bool made_for(const efs_bm_header_t& header, const geometry& geo)
 {
     return header.bm_num == geo.bm_num && header.valid_block_num == geo.valid_block_num &&
@@ -92,16 +74,19 @@ bool made_for(const efs_bm_header_t& header, const geometry& geo)
 std::uint32_t choose_bm(const geometry& geo)
 {
     std::uint32_t best_sequence = 0;
+    std::uint32_t sound = 0;
     for (std::uint32_t bm = 0; bm < geo.bm_num; ++bm) {
         const auto header = read_bm_header(bm);
         if (!header) continue;
         if (!made_for(*header, geo)) return efs_status::integrity;
+        ++sound;
         if (header->sequence > best_sequence) {
             best_sequence = header->sequence;
             efs_ctx.current_bm = bm;
         }
     }
     efs_ctx.bm_sequence = best_sequence;
+    efs_ctx.older_maps = sound > 1 ? 1 : 0;
     return best_sequence != 0 ? efs_status::ok : efs_status::integrity;
 }
 
@@ -120,7 +105,14 @@ public:
     bool sound(std::uint32_t at) const
     {
         const std::uint32_t covered = size() - static_cast<std::uint32_t>(sizeof(le32));
-        return EFS_crc32(0, bytes(at), covered) == tail(at).crc;
+        return EFS_crc32(0, bytes(at), covered) == tail(at).crc && !is_void(at);
+    }
+    // Zeros pass their own CRC, and are what a failed commit is made void with. Only an image of a single block has an
+    // entry of nothing but zeros.
+    bool is_void(std::uint32_t at) const
+    {
+        return geo_.data_blocks() > 1 &&
+               std::all_of(bytes(at), bytes(at) + size(), [](std::uint8_t b) { return b == 0; });
     }
 
     // Only blankness decides: a torn slot was written too, and none may be programmed behind it.
@@ -229,6 +221,23 @@ std::uint32_t mount(const geometry& geo, std::uint8_t format)
 }
 
 } // namespace
+
+// Blank and retired ones end the tries: sixteen zero bytes would pass the CRC.
+std::optional<efs_bm_header_t> read_bm_header(std::uint32_t bm)
+{
+    std::uint8_t bytes[sizeof(efs_bm_header_t)];
+    const auto all = [&](std::uint8_t value) {
+        return std::all_of(std::begin(bytes), std::end(bytes), [=](std::uint8_t b) { return b == value; });
+    };
+    bool unused = false;
+    const auto status = read_until([&] { return EFS_physical_read(geometry::bm_at(bm), sizeof bytes, bytes); },
+                                   [&] {
+                                       unused = all(erased_byte) || all(0);
+                                       return unused || header_sound(bytes);
+                                   });
+    if (status != efs_status::ok || unused) return std::nullopt;
+    return load<efs_bm_header_t>(bytes);
+}
 
 bool mounted()
 {

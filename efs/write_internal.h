@@ -54,6 +54,16 @@ inline std::uint32_t next_bm(const geometry& geo)
     return (efs_ctx.current_bm + 1) % geo.bm_num;
 }
 
+// ---- What a cut or a failed commit left (leftover.cpp) ----
+
+// A commit at `at` was told as failed, but its bytes may have landed, and a mount would then take it: it is made void.
+// Until that has worked nothing may be erased, since the flash may name what memory takes for dirty.
+void void_commit(std::uint32_t at, std::uint32_t length);
+// Tries again if it hasn't worked so far. ok | the medium still doesn't do it.
+std::uint32_t settle_undecided();
+// Retires maps that a cut left sound beside the one in force.
+void retire_older_maps(const geometry& geo);
+
 // Runs the scan unless what it finds out is known. ok | its status.
 std::uint32_t need_scan();
 

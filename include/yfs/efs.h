@@ -121,6 +121,9 @@ typedef struct efs_ctx_t {
     uint32_t mounted_valid_block_num;
     uint32_t mounted_non_valid_block_num;
     uint8_t mounted_layout_id;
+    uint8_t older_maps;        /* 1: the mount found sound maps beside the one in force */
+    uint32_t undecided_at;     /* a commit was told as failed, and what of it landed at this address */
+    uint32_t undecided_length; /* isn't void yet; 0: none */
 } efs_ctx_t;
 
 extern YFS_API efs_ctx_t efs_ctx;
