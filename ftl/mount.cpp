@@ -1,5 +1,6 @@
 // The mount: reads every EU's header, walks the logs, and settles a reclaim that a power cut interrupted. It writes
 // nothing; what the headers say is the whole state.
+#include "frame/medium_bound.h"
 #include "frame/memory.h"
 #include "ftl/flash_io.h"
 #include "ftl/ftl_internal.h"
@@ -262,7 +263,10 @@ uint32_t afs_physical_ftl_init(struct afs_context* ctx, uint32_t flash_size, uin
     }
     if (ctx->ftl == nullptr || eus > ctx->ftl->eu_entries) return afs_status::invalid;
     reset(*ctx, eus, data_eus);
-    if ((flags & flag_attach) != 0) SpiFlashDrvInitialize(ctx->image);
+    if ((flags & flag_attach) != 0) {
+        SpiFlashDrvInitialize(ctx->image);
+        yfs::bound_medium(uint64_t{ctx->flash_base} + flash_size);
+    }
     if (ctx->ftl->eu_count == 0) return afs_status::failed; // no EU, or 256, which the 8-bit count can't tell from none
 
     header_scan scan;

@@ -20,8 +20,8 @@ YFS_API uint32_t SpiFlashDrvInitialize(void* image);
 YFS_API void SpiFlashDrvDeinitialize(void);
 
 /* Copies `len` bytes at byte address `addr` of the image into `buf`. 0; a replacement medium may fail with any other
-   value, which the layers above turn into status 5. Non-zero while no image is attached. No range check: addresses come
-   from checked geometry. */
+   value, which the layers above turn into status 5. Non-zero while no image is attached, and outside the flash of the
+   volume that was mounted with it; an image that a program attaches itself has no bounds. */
 YFS_API uint32_t SpiDrvRead(uint32_t addr, uint32_t len, void* buf);
 
 /* Puts `len` bytes over the image at `addr`. A plain copy: the rule of NOR flash, that programming only clears bits,
