@@ -55,9 +55,22 @@ inline std::uint32_t chunk_va(const afs_context& ctx, std::uint16_t cid)
 {
     return ctx.fat_size + chunk_bytes * chunk_index(ctx, cid);
 }
+inline bool bit_is_set(const std::uint32_t* map, std::uint32_t index)
+{
+    return ((map[index >> 5] >> (index & 31U)) & 1U) != 0;
+}
+inline void set_bit(std::uint32_t* map, std::uint32_t index)
+{
+    map[index >> 5] |= 1U << (index & 31U);
+}
+inline std::uint32_t map_words(const afs_context& ctx)
+{
+    return ctx.chunks / 32U + 1;
+}
+
 inline bool chunk_in_use(const afs_context& ctx, std::uint32_t index)
 {
-    return ctx.alloc_map != nullptr && index <= ctx.chunks && ((ctx.alloc_map[index >> 5] >> (index & 31U)) & 1U) != 0;
+    return ctx.alloc_map != nullptr && index <= ctx.chunks && bit_is_set(ctx.alloc_map, index);
 }
 
 // 22 unless `file` names a file head of an open volume.
@@ -75,7 +88,10 @@ void begin_walk();
 // Puts `value` into FAT entry `entry`, in the cache; it reaches flash with the next flush.
 std::uint32_t write_fat_entry(afs_context& ctx, std::uint16_t entry, std::uint16_t value);
 
-// Gives back the chunk `cid`. 0 | a trim's status.
+// The file scan of a mount: fills alloc_map and file_sizes, ends the zombies. 0 | 5: a corrupt chain | 12.
+std::uint32_t scan_files(afs_context& ctx);
+
+// Gives back the chunk `cid`, unless another file has it too. 0 | a trim's status.
 std::uint32_t trim_chunk(afs_context& ctx, std::uint16_t cid);
 
 // Gives chunk `cid`, whether or not the allocator first wants the cache flushed.

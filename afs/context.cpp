@@ -17,6 +17,7 @@ void afs_free_context(afs_context* ctx)
 {
     if (ctx == nullptr) return;
     yfs::lt_release(ctx->alloc_map);
+    yfs::lt_release(ctx->shared_map);
     yfs::lt_release(ctx->file_sizes);
     yfs::lt_release(ctx->line_table);
     yfs::lt_release(ctx->cache_data);

@@ -35,6 +35,7 @@ std::uint32_t prepare_context(opening& job)
     cache_invalidate(&ctx);
     lt_release(ctx.file_sizes);
     lt_release(ctx.alloc_map);
+    lt_release(ctx.shared_map);
     ctx.files = 0;
     ctx.page_size = low16(job.page_size);
     ctx.handler = &afs_physical_spi_handler;
@@ -136,69 +137,9 @@ std::uint32_t allocate_tables(opening& job)
         ctx.file_sizes = sizes.release();
     }
     if (ctx.no_alloc_map == 0) {
-        auto map = lt_allocate_zero<std::uint32_t>(ctx.chunks / 32U + 1);
+        auto map = lt_allocate_zero<std::uint32_t>(map_words(ctx));
         if (!map) return afs_status::no_memory;
         ctx.alloc_map = map.release();
-    }
-    return afs_status::ok;
-}
-
-// Marks the chunks of one chain and adds up their bytes.
-std::uint32_t walk_chain(afs_context& ctx, std::uint16_t head, std::uint32_t& size)
-{
-    size = 0;
-    std::uint16_t cid = head;
-    while (is_chunk(cid)) {
-        const std::uint32_t index = chunk_index(ctx, cid);
-        if (ctx.no_alloc_map == 0) ctx.alloc_map[index >> 5] |= 1U << (index & 31U);
-        std::uint16_t next = 0;
-        if (const std::uint32_t status = afs_get_next_cid(&ctx, cid, &next); status != afs_status::ok) return status;
-        size += std::min<std::uint32_t>(next, chunk_bytes);
-        cid = next;
-    }
-    return afs_status::ok;
-}
-
-// Marks the chunks of one file and notes its size. `head` becomes what its entry holds; a zombie is left to the caller.
-std::uint32_t scan_file(afs_context& ctx, std::uint16_t file, std::uint16_t& head)
-{
-    if (const std::uint32_t status = afs_get_next_cid(&ctx, file, &head); status != afs_status::ok) return status;
-    if (head == no_file || head == zombie) return afs_status::ok;
-
-    std::uint32_t size = 0;
-    if (head != empty_file) {
-        if (const std::uint32_t status = walk_chain(ctx, head, size); status != afs_status::ok) return status;
-    }
-    if (ctx.file_sizes != nullptr) ctx.file_sizes[file] = size;
-    return afs_status::ok;
-}
-
-// Whether all files from `file` on are sound, and the flash agrees with them. Changes nothing that the mount doesn't
-// set anew.
-std::uint32_t check_rest(afs_context& ctx, std::uint32_t file)
-{
-    for (std::uint16_t head = 0; file < ctx.files; ++file) {
-        if (const std::uint32_t status = scan_file(ctx, low16(file), head); status != afs_status::ok) return status;
-    }
-    return ctx.no_alloc_map == 0 ? afs_physical_ftl_set_allocation_map(&ctx) : afs_status::ok;
-}
-
-// A zombie ends with the mount; its entry reaches flash with the next flush or eviction. An eviction can come while the
-// scan goes on, so before the first entry is cleared the rest is checked: a mount that fails changes no byte.
-std::uint32_t scan_files(afs_context& ctx)
-{
-    bool checked = false;
-    for (std::uint32_t file = 0; file < ctx.files; ++file) {
-        std::uint16_t head = 0;
-        if (const std::uint32_t status = scan_file(ctx, low16(file), head); status != afs_status::ok) return status;
-        if (head != zombie) continue;
-        if (!checked) {
-            if (const std::uint32_t status = check_rest(ctx, file + 1); status != afs_status::ok) return status;
-            checked = true;
-        }
-        if (const std::uint32_t status = write_fat_entry(ctx, low16(file), no_file); status != afs_status::ok) {
-            return status;
-        }
     }
     return afs_status::ok;
 }

@@ -5,6 +5,7 @@ namespace yfs::afs {
 
 std::uint32_t trim_chunk(afs_context& ctx, std::uint16_t cid)
 {
+    if (ctx.shared_map != nullptr && bit_is_set(ctx.shared_map, chunk_index(ctx, cid))) return afs_status::ok;
     return ctx.handler->trim_page(&ctx, chunk_va(ctx, cid), line_bytes, ctx.flash_base);
 }
 

@@ -55,6 +55,9 @@ typedef struct afs_context {
     uint8_t no_alloc_map;  /* 1: the volume runs without alloc_map, for reading only */
     uint8_t idle_reclaim_enabled;
     void* image;
+
+    /* The library's own: one bit a chunk that lies on more than one chain; null in a sound volume. */
+    uint32_t* shared_map;
 } afs_context;
 
 /* Opens a volume. ctx is zeroed, but for `staging`, or one that afs_init filled before: nothing of a volume opened
