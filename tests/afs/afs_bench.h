@@ -6,26 +6,25 @@
 #include "tests/support/counted_memory.h"
 #include "tests/support/spi_chip.h"
 #include "tests/support/volume_builder.h"
+#include "yfs/status.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
+#include <functional>
 #include <optional>
+#include <tuple>
 
 namespace yfs::test {
 
-using content = std::vector<std::uint8_t>;
-template <std::size_t N>
-using rows = std::initializer_list<std::array<std::uint32_t, N>>;
+constexpr std::uint32_t trunc = 1; // a write's flag
+constexpr int file = 7;            // the file in hand
 
-class bench {
-public:
-    explicit bench(content flash) : image(std::move(flash)), chip(image), ctx{}, guard_(chip)
-    {
-        ctx.staging = staging_.data();
-        chip.keep_journal(true);
-    }
+using content = std::vector<std::uint8_t>;
+using words = std::vector<std::uint32_t>; // statuses, numbers, a row of a table
+
+struct bench {
+    explicit bench(content flash) : image(std::move(flash)) { ctx.staging = staging.data(), chip.keep_journal(true); }
     explicit bench(const volume& v) : bench(v.image()) {}
     ~bench() { afs_free_context(&ctx); }
     bench(const bench&) = delete;
@@ -37,63 +36,41 @@ public:
         return afs_init(&ctx, image.data(), 64, lines, 100, 0, low32(image.size()), flags, 0x5A, 0xFABC);
     }
     // As the next run would find it.
-    std::uint32_t reopen()
+    std::uint32_t reopen() { return afs_free_context(&ctx), open(); }
+    std::uint32_t write(int number, std::uint32_t offset, const content& data, std::uint32_t flags = 0)
     {
-        afs_free_context(&ctx);
-        return open();
-    }
-    std::uint32_t write(int file, std::uint32_t offset, const content& data, std::uint32_t flags = 0)
-    {
-        return afs_writefile(&ctx, file, offset, low32(data.size()), data.data(), flags);
+        return afs_writefile(&ctx, number, offset, low32(data.size()), data.data(), flags);
     }
     // All of a file; nothing if it doesn't exist. Size and bytes have to agree.
-    std::optional<content> read(int file)
+    std::optional<content> read(int number)
     {
         std::uint32_t size = 0, len = 0x50000;
         content out(len);
-        const std::uint32_t status = afs_readfile(&ctx, file, 0, &len, out.data());
-        EXPECT_EQ(afs_getfilesize(&ctx, file, &size), status) << "file " << file;
+        const std::uint32_t status = afs_readfile(&ctx, number, 0, &len, out.data());
+        EXPECT_EQ(afs_getfilesize(&ctx, number, &size), status) << "file " << number;
         if (status != 0) return std::nullopt;
-        EXPECT_EQ(size, len) << "file " << file;
-        out.resize(len);
-        return out;
+        EXPECT_EQ(size, len) << "file " << number;
+        return out.resize(len), out;
     }
-    // The head's number, the chunks and what ends the chain.
-    std::vector<std::uint16_t> chain(int file)
+    std::uint32_t in_use() const
     {
-        std::vector<std::uint16_t> out{low16(static_cast<unsigned>(file))};
-        while (out.size() == 1 || (out.back() > 64 && out.back() < afs::zombie)) {
-            std::uint16_t next = 0;
-            if (afs_get_next_cid(&ctx, out.back(), &next) != 0) break;
-            out.push_back(next);
-        }
-        return out;
-    }
-    unsigned in_use() const
-    {
-        unsigned count = 0;
+        std::uint32_t count = 0;
         for (unsigned i = 0; i < ctx.chunks; ++i) count += afs::chunk_in_use(ctx, i) ? 1 : 0;
         return count;
     }
     // As the second reader sees the flash.
-    testing::AssertionResult sound(inspect::finding_id but_for = inspect::finding_id::count) const
+    testing::AssertionResult sound_with(const contents& files,
+                                        inspect::finding_id but_for = inspect::finding_id::count) const
     {
-        return clean(inspect::inspect_image(image), but_for);
+        const auto result = clean(image, but_for);
+        return result ? holds(image, files) : result;
     }
-    testing::AssertionResult sound_with(const contents& files) const
-    {
-        const auto result = sound();
-        return result ? holds(inspect::inspect_image(image), files) : result;
-    }
-    bool fat_page_mapped(unsigned page) const { return ctx.ftl->page_map[page].slot != 0xFF; }
 
     content image;
-    nor_chip chip;
-    afs_context ctx;
-
-private:
-    content staging_ = content(4096);
-    spi_chip_guard guard_;
+    nor_chip chip{image};
+    afs_context ctx{};
+    content staging = content(4096);
+    spi_chip_guard guard{chip};
 };
 
 } // namespace yfs::test
