@@ -8,6 +8,12 @@
 namespace yfs::efs {
 namespace {
 
+// A read that brings nothing must not pass for what page_buf held before: one changed byte fails every checksum.
+void spoil(std::uint8_t& byte)
+{
+    byte = low8(~byte);
+}
+
 bool block_sound(const std::uint8_t* block)
 {
     const std::uint32_t footer = load<le32>(block + offsetof(data_block_t, footer));
@@ -27,6 +33,7 @@ std::uint32_t read_chunk(chunk_read& chunk)
 {
     std::uint8_t* const to = efs_ctx.page_buf;
     constexpr std::uint32_t header_bytes = sizeof(efs_chunk_header_t);
+    spoil(to[offsetof(efs_chunk_header_t, crc)]);
     if (const auto status = EFS_physical_read(chunk.at, header_bytes, to); status != efs_status::ok) return status;
 
     const std::uint32_t length = load<efs_chunk_header_t>(to).length;
@@ -53,7 +60,10 @@ uint32_t EFS_read_and_verify_data_block_header_and_footer(uint32_t physical_bloc
     const geometry geo = current_geometry();
     if (physical_block >= geo.data_blocks()) return efs_status::invalid;
     return read_until(
-        [&] { return EFS_physical_read(geo.data_block_at(physical_block), block_bytes, efs_ctx.page_buf); },
+        [&] {
+            spoil(efs_ctx.page_buf[0]);
+            return EFS_physical_read(geo.data_block_at(physical_block), block_bytes, efs_ctx.page_buf);
+        },
         [] { return block_sound(efs_ctx.page_buf); });
 }
 
