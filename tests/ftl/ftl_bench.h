@@ -1,13 +1,16 @@
-// An FTL mounted by itself over a strict chip: the test says which data pages are in use, as AFS would.
+// An FTL mounted by itself over a strict chip: the test says which data pages are in use, as AFS would. Images and
+// calls are told by words, results as texts.
 #pragma once
 
 #include "ftl/ftl_internal.h"
+#include "tests/support/counted_memory.h"
 #include "tests/support/spi_chip.h"
 #include "tests/support/volume_builder.h"
+#include "yfs/status.h"
 
 #include <gtest/gtest.h>
 
-#include <array>
+#include <cctype>
 #include <map>
 #include <set>
 #include <sstream>
@@ -15,6 +18,7 @@
 namespace yfs::test {
 
 constexpr std::uint32_t none = 0xFFFFFFFF;
+using content = std::vector<std::uint8_t>;
 
 inline std::string hex(std::span<const std::uint8_t> data)
 {
@@ -23,103 +27,131 @@ inline std::string hex(std::span<const std::uint8_t> data)
     return out;
 }
 
-// A volume without files, laid down by words. "eu1" begins an EU; behind it stand fields of its header and slots of its
-// log: page numbers (committed), tN (torn), rN (a record alone), _ (untouched), fN=M (old copies of page N up to slot
-// M), raw=R (this record). dN is a complete data page, dN=R one with this record. By default 6 EUs: two log, three
-// data, the spare; 15 FAT pages, groups at pages 15, 137 and 259. FAT page p holds bytes(64, p), an old copy zeros,
-// data page i bytes(64, i + 1000).
-inline volume plan(const std::string& words, unsigned eus = 6, unsigned data_eus = 3, unsigned files = 100)
-{
-    using number = std::uint32_t; // n: behind the word's name, x: behind its equals sign
-    static const std::map<std::string, void (*)(volume&, unsigned eu, number n, number x)> meaning{
-        {"seq", [](volume& v, unsigned eu, number, number x) { v.eu(eu).seq(x); }},
-        {"src", [](volume& v, unsigned eu, number, number x) { v.eu(eu).src(x); }},
-        {"base", [](volume& v, unsigned eu, number, number x) { v.eu(eu).base_page(x); }},
-        {"erase", [](volume& v, unsigned eu, number, number x) { v.eu(eu).erase_count(x); }},
-        {"commit", [](volume& v, unsigned eu, number, number x) { v.eu(eu).commit(low8(x)); }},
-        {"magic", [](volume& v, unsigned eu, number, number x) { v.eu(eu).magic(x); }},
-        {"magic*", [](volume& v, unsigned eu, number, number x) { v.eu(eu).magic(x, true); }}, // the CRC taken over it
-        {"cut", [](volume& v, unsigned eu, number, number x) { v.eu(eu).header_cut(x); }},
-        {"crc^", [](volume& v, unsigned eu, number, number x) { v.eu(eu).crc_xor(low8(x)); }},
-        {"erased", [](volume& v, unsigned eu, number, number) { v.eu(eu).erased(); }},
-        {"given-up", [](volume& v, unsigned eu, number, number) { v.eu(eu).given_up(); }},
-        {"", [](volume& v, unsigned eu, number n, number) { v.log(eu).page(n, bytes(64, n)); }},
-        {"t", [](volume& v, unsigned eu, number n, number) { v.log(eu).torn(n); }},
-        {"r", [](volume& v, unsigned eu, number n, number) { v.log(eu).torn_record(n); }},
-        {"f", [](volume& v, unsigned eu, number n, number x) { v.log(eu).fill(n, x); }},
-        {"_", [](volume& v, unsigned eu, number, number) { v.log(eu).skip(); }},
-        {"raw", [](volume& v, unsigned eu, number, number x) { v.log(eu).raw_record(low16(x)); }},
-        {"d", [](volume& v, unsigned, number n, number x) { v.dead(n, low8(x)); }}};
-    volume v(eus, data_eus, files);
-    v.without_header().without_auto_log();
-    std::istringstream in(words);
-    unsigned eu = 0;
-    for (std::string word; in >> word;) {
-        const std::string key = word.substr(0, word.find('='));
-        const auto digits = std::min(key.find_first_of("0123456789"), key.size());
-        const auto n = static_cast<number>(std::atoi(key.c_str() + digits));
-        const auto x = key == word ? 0 : static_cast<number>(std::stoul(word.substr(key.size() + 1), nullptr, 0));
-        if (key.starts_with("eu")) {
-            eu = n;
-        } else {
-            meaning.at(key.substr(0, digits))(v, eu, n, x);
+// key, N and M of "keyN-M=X"; without M it is N.
+struct word {
+    explicit word(const std::string& text)
+    {
+        const auto digits = std::min(text.find_first_of("0123456789="), text.size());
+        key = text.substr(0, digits);
+        n = m = static_cast<unsigned>(std::atoi(text.c_str() + digits));
+        if (const auto to = text.find('-', digits); to < text.find('=')) m = low32(std::stoul(text.substr(to + 1)));
+        if (const auto is = text.find('='); is != text.npos) x = low32(std::stoul(text.substr(is + 1), nullptr, 0));
+    }
+    std::string key;
+    unsigned n, m;
+    std::uint32_t x = 0;
+};
+
+// An image by words. "eu1" begins an EU; behind it stand fields of its header and slots of its log: page numbers
+// (committed), tN (torn), rN (a record alone), xN (a wrong CRC), _ (untouched), fN=M (old copies of page N up to slot
+// M), raw=R (this record). dN is a complete data page, dN=R one with this record, uN one in use, bN in use and nothing
+// there. By default 6 EUs: two log, three data, the spare; 15 FAT pages, groups at pages 15, 137 and 259. FAT page p
+// holds bytes(64, p), an old copy zeros, data page i bytes(64, i + 1000).
+struct plan {
+    explicit plan(const std::string& text, unsigned eus = 6, unsigned data_eus = 3, unsigned files = 100)
+        : v(eus, data_eus, files)
+    {
+        static const std::map<std::string, void (*)(plan&, eu_plan&, unsigned n, std::uint32_t x)> meaning{
+            {"seq", [](plan&, eu_plan& e, unsigned, std::uint32_t x) { e.seq(x); }},
+            {"src", [](plan&, eu_plan& e, unsigned, std::uint32_t x) { e.src(x); }},
+            {"base", [](plan&, eu_plan& e, unsigned, std::uint32_t x) { e.base_page(x); }},
+            {"erase", [](plan&, eu_plan& e, unsigned, std::uint32_t x) { e.erase_count(x); }},
+            {"commit", [](plan&, eu_plan& e, unsigned, std::uint32_t x) { e.commit(low8(x)); }},
+            {"magic", [](plan&, eu_plan& e, unsigned, std::uint32_t x) { e.magic(x); }},
+            {"magic*", [](plan&, eu_plan& e, unsigned, std::uint32_t x) { e.magic(x, true); }}, // the CRC over it
+            {"cut", [](plan&, eu_plan& e, unsigned, std::uint32_t x) { e.header_cut(x); }},
+            {"crc^", [](plan&, eu_plan& e, unsigned, std::uint32_t x) { e.crc_xor(low8(x)); }},
+            {"erased", [](plan&, eu_plan& e, unsigned, std::uint32_t) { e.erased(); }},
+            {"given-up", [](plan&, eu_plan& e, unsigned, std::uint32_t) { e.given_up(); }},
+            {"", [](plan&, eu_plan& e, unsigned n, std::uint32_t) { e.page(n, bytes(64, n)); }},
+            {"t", [](plan&, eu_plan& e, unsigned n, std::uint32_t) { e.torn(n); }},
+            {"r", [](plan&, eu_plan& e, unsigned n, std::uint32_t) { e.torn_record(n); }},
+            {"x", [](plan&, eu_plan& e, unsigned n, std::uint32_t) { e.wrong_crc(n); }},
+            {"f", [](plan&, eu_plan& e, unsigned n, std::uint32_t x) { e.fill(n, x); }},
+            {"_", [](plan&, eu_plan& e, unsigned, std::uint32_t) { e.skip(); }},
+            {"raw", [](plan&, eu_plan& e, unsigned, std::uint32_t x) { e.raw_record(low16(x)); }},
+            {"d", [](plan& p, eu_plan&, unsigned n, std::uint32_t x) { p.v.dead(n, low8(x)); }},
+            {"u", [](plan& p, eu_plan&, unsigned n, std::uint32_t) { p.v.dead(n), p.used.insert(n); }},
+            {"b", [](plan& p, eu_plan&, unsigned n, std::uint32_t) { p.used.insert(n); }}};
+        v.without_header().without_auto_log();
+        std::istringstream in(text);
+        eu_plan* eu = &v.eu(0);
+        for (std::string next; in >> next;) {
+            const word w(next);
+            if (w.key == "eu") eu = &v.eu(w.n);
+            for (unsigned n = w.n; n <= w.m && w.key != "eu"; ++n) meaning.at(w.key)(*this, *eu, n, w.x);
         }
     }
-    return v;
-}
+    volume v;
+    std::set<unsigned> used;
+};
 
-using content = std::vector<std::uint8_t>;
-using page_read = std::pair<std::uint32_t, content>; // status and bytes
-
-// The set from, from + step, ... below to.
-inline std::set<unsigned> range(unsigned from, unsigned to, unsigned step = 1)
-{
-    std::set<unsigned> out;
-    for (; from < to; from += step) out.insert(from);
-    return out;
-}
-inline void lay(volume& v, const std::set<unsigned>& data_pages)
-{
-    for (const unsigned i : data_pages) v.dead(i);
-}
-
-class bench {
-public:
-    explicit bench(const volume& v) : image(v.image()), chip(image), ctx{}, guard_(chip)
+struct bench {
+    explicit bench(const plan& p) : image(p.v.image()), used(p.used)
     {
-        ctx.flash_size = static_cast<std::uint32_t>(image.size());
-        ctx.volume_size = v.volume_size();
-        ctx.fat_size = v.fat_size();
-        ctx.files = static_cast<std::uint16_t>(v.files());
-        ctx.chunks = static_cast<std::uint16_t>(v.chunks());
+        ctx.flash_size = low32(image.size());
+        ctx.volume_size = p.v.volume_size();
+        ctx.fat_size = p.v.fat_size();
+        ctx.files = low16(p.v.files());
+        ctx.chunks = low16(p.v.chunks());
         ctx.image = image.data();
-        map_.resize(ctx.chunks / 32U + 1);
-        ctx.alloc_map = map_.data();
+        ctx.alloc_map = map.data();
         chip.keep_journal(true);
     }
+    explicit bench(const std::string& words) : bench(plan(words)) {}
     ~bench() { ftl::release_ftl(&ctx); }
     bench(const bench&) = delete;
     bench& operator=(const bench&) = delete;
 
     std::uint32_t mount() { return afs_physical_ftl_init(&ctx, ctx.flash_size, ftl::flag_allocate); }
-    // Mounts, with these data pages in use.
-    std::uint32_t open(const std::set<unsigned>& used = {})
+    // Mounts, with the pages in use.
+    std::uint32_t open()
     {
-        for (const unsigned i : used) map_[i >> 5] |= 1U << (i & 31U);
+        for (const unsigned i : used) map[i >> 5] |= 1U << (i & 31U);
         const std::uint32_t status = mount();
         return status != 0 ? status : afs_physical_ftl_set_allocation_map(&ctx);
     }
-    ftl_context& ftl() { return *ctx.ftl; }
-    ftl_eu_entry& eu(unsigned i) { return ctx.ftl->eu_table[i]; }
-    bool in_use(unsigned index) const { return ((map_[index >> 5] >> (index & 31U)) & 1U) != 0; }
-    std::uint32_t va(unsigned index) const { return ctx.fat_size + index * 64; }
 
-    // A page as the FTL reads it.
-    page_read read(std::uint32_t at)
+    // What a page holds: "=" for what it should, "zeros", "other", or the status.
+    std::string get(std::uint32_t va, const content& due)
     {
         content buf(64, 0xEE);
-        const std::uint32_t status = afs_physical_ftl_read_page(&ctx, at, 64, buf.data());
-        return {status, buf};
+        const std::uint32_t status = afs_physical_ftl_read_page(&ctx, va, 64, buf.data());
+        if (status != 0) return std::to_string(status);
+        return buf == due ? "=" : buf == content(64) ? "zeros" : "other";
+    }
+    // Calls by words: w and W write FAT and data pages, t and T trim them, g and G get them; a allocates ("#N"), r
+    // reclaims an EU, o opens one as it is, k goes by kind; F is a step of a full reclaim, E the end of the
+    // reserved-files mode, m a mount. Their statuses, of a range the sum.
+    std::string run(const std::string& script)
+    {
+        std::string out;
+        std::istringstream in(script);
+        for (std::string next; in >> next;) {
+            const word w(next);
+            std::uint32_t status = 0;
+            std::uint16_t cid = 0;
+            std::string text;
+            for (unsigned n = w.n; n <= w.m; ++n) {
+                const bool data = std::isupper(w.key[0]) != 0;
+                const std::uint32_t va = n * 64 + (data ? ctx.fat_size : 0);
+                const content due = bytes(64, n + (data ? 1000 : 0));
+                const auto what = std::tolower(w.key[0]);
+                if (what == 'w') status += afs_physical_ftl_write_page(&ctx, va, 64, due.data());
+                if (what == 't') status += afs_physical_ftl_trim_page(&ctx, va);
+                if (what == 'g' && text.empty()) text = get(va, due);
+                if (what == 'g' && text != get(va, due)) text = "mixed";
+            }
+            if (w.key == "a") status = afs_physical_ftl_allocate_page(&ctx, &cid);
+            if (w.key == "a" && status == 0) text.append("#").append(std::to_string(cid - ctx.files));
+            if (w.key == "r" || w.key == "o") status = ftl::reclaim_eu(&ctx, w.n, w.key == "r" ? 1 : 0);
+            if (w.key == "k") status = ftl::reclaim_eu_wrapper(&ctx, w.n);
+            if (w.key == "F") status = afs_physical_ftl_force_full_reclaim(&ctx);
+            if (w.key == "E") status = afs_physical_ftl_end_reserved_files_mode(&ctx);
+            if (w.key == "m") status = open();
+            out += (text.empty() ? std::to_string(status) : text) + " ";
+        }
+        return out;
     }
 
     // What a mount can find out again: roles, counts, the page map.
@@ -138,15 +170,12 @@ public:
             if (f.page_map[p].slot != 0xFF) out << p << "@" << +f.page_map[p].eu << "/" << +f.page_map[p].slot << " ";
         return out.str();
     }
-    // All of it.
-    std::string tables() const
+    // Where the log and the allocator go on.
+    std::string ends() const
     {
         std::ostringstream out;
-        const ftl_context& f = *ctx.ftl;
-        out << layout() << "\nlog " << f.log_eu << "/" << f.log_slot << " last " << f.last_page << " alloc "
-            << f.alloc_next << ".." << f.alloc_end << " asked " << +f.alloc_flush_asked << "\nused";
-        for (unsigned i = 0; i < ctx.chunks; ++i)
-            if (in_use(i)) out << " " << i;
+        out << "log " << ctx.ftl->log_eu << "/" << ctx.ftl->log_slot << " last " << ctx.ftl->last_page << ", alloc "
+            << ctx.ftl->alloc_next << ".." << ctx.ftl->alloc_end;
         return out.str();
     }
     // The layout that a fresh mount of the image finds.
@@ -166,23 +195,42 @@ public:
     std::string story() const
     {
         std::ostringstream out;
-        const char* space = "";
         for (const chip_change& c : chip.journal()) {
-            out << std::exchange(space, " ") << (c.kind == chip_call::erase ? "E" : "") << c.addr / ftl::eu_size << ":"
-                << c.addr % ftl::eu_size;
+            out << (c.kind == chip_call::erase ? "E" : "") << c.addr / ftl::eu_size << ":" << c.addr % ftl::eu_size;
             if (c.kind == chip_call::write && c.len > 4) out << "+" << c.len;
             if (c.kind == chip_call::write && c.len <= 4) out << "=" << hex(c.bytes);
+            out << " ";
         }
         return out.str();
     }
 
-    std::vector<std::uint8_t> image;
-    nor_chip chip;
-    afs_context ctx;
-
-private:
-    std::vector<std::uint32_t> map_;
-    spi_chip_guard guard_;
+    content image;
+    nor_chip chip{image};
+    std::set<unsigned> used;
+    std::vector<std::uint32_t> map = std::vector<std::uint32_t>(1024);
+    afs_context ctx{};
+    spi_chip_guard guard{chip};
 };
+
+// A row of a table: an image, calls, and what they answered, did and left: statuses | story | ends. Memory then agrees
+// with what a mount finds.
+struct script {
+    const char* name;
+    std::string image;
+    const char* calls;
+    const char* expected;
+    unsigned eus = 6, data_eus = 3, files = 100;
+};
+inline void check(std::initializer_list<script> rows)
+{
+    for (const script& r : rows) {
+        SCOPED_TRACE(r.name);
+        bench b(plan(r.image, r.eus, r.data_eus, r.files));
+        ASSERT_EQ(b.open(), 0U);
+        const std::string answers = b.run(r.calls);
+        EXPECT_EQ(answers + "| " + b.story() + "| " + b.ends(), r.expected);
+        EXPECT_EQ(b.layout(), b.layout_after_mount());
+    }
+}
 
 } // namespace yfs::test

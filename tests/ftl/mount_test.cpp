@@ -1,7 +1,6 @@
 // What a mount makes of the headers and records that it finds. One table for all of it: the image in words, and what
 // the tables say afterwards.
 #include "tests/ftl/ftl_bench.h"
-#include "tests/support/counted_memory.h"
 #include "yfs/medium.h"
 
 namespace yfs::test {
@@ -13,49 +12,49 @@ struct row {
     const char* expected; // or the status
 };
 
-// Roles: seq, spare with its erase count, the log's end and its last page.
-std::string roles(bench& b)
-{
-    const ftl_context& f = b.ftl();
-    std::ostringstream out;
-    out << "seq " << f.seq << " spare " << f.spare_eu << " erased " << b.eu(f.spare_eu).erase_count << " log "
-        << f.log_eu << "/" << f.log_slot << " last " << f.last_page << (f.missing_commit != 0 ? " uncommitted" : "");
-    return out.str();
-}
-
-void check(std::initializer_list<row> rows, std::string (*show)(bench&))
+void check_mounts(const std::string& common, std::initializer_list<row> rows, std::string (*show)(bench&))
 {
     for (const row& r : rows) {
-        bench b(plan(r.words));
+        bench b(common + r.words);
         const auto before = b.image;
-        const std::uint32_t status = b.mount();
+        const std::uint32_t status = b.open();
         EXPECT_EQ(status != 0 ? std::to_string(status) : show(b), r.expected) << r.name << ": " << r.words;
         EXPECT_EQ(b.image, before) << r.name;
     }
 }
 
+// Roles: seq, spare with its erase count, the log's end and its last page.
+std::string roles(bench& b)
+{
+    const ftl_context& f = *b.ctx.ftl;
+    std::ostringstream out;
+    out << "seq " << f.seq << " spare " << f.spare_eu << " erased " << f.eu_table[f.spare_eu].erase_count << " log "
+        << f.log_eu << "/" << f.log_slot << " last " << f.last_page << (f.missing_commit != 0 ? " uncommitted" : "");
+    return out.str();
+}
+
 TEST(FtlMount, FreshFormat)
 {
-    bench b(plan(""));
+    bench b("");
     ASSERT_EQ(b.open(), 0U);
-    EXPECT_EQ(b.tables(), "seq 5 spare 5\n"
-                          "eu 0: erased 1 base 0 seq 1 dirty 120 free 1\n"
-                          "eu 1: erased 1 base 0 seq 2 dirty 120 free 1\n"
-                          "eu 2: erased 1 base 15 seq 3 dirty 122 free 122\n"
-                          "eu 3: erased 1 base 137 seq 4 dirty 122 free 122\n"
-                          "eu 4: erased 1 base 259 seq 5 dirty 122 free 122\n"
-                          "eu 5: erased 1 base 0\n"
-                          "\nlog 0/0 last 0 alloc 244..366 asked 0\nused");
-    EXPECT_EQ(b.ftl().eu_count * 10 + b.ftl().log_eu_count, 62);
+    EXPECT_EQ(b.layout() + b.ends(), "seq 5 spare 5\n"
+                                     "eu 0: erased 1 base 0 seq 1 dirty 120 free 1\n"
+                                     "eu 1: erased 1 base 0 seq 2 dirty 120 free 1\n"
+                                     "eu 2: erased 1 base 15 seq 3 dirty 122 free 122\n"
+                                     "eu 3: erased 1 base 137 seq 4 dirty 122 free 122\n"
+                                     "eu 4: erased 1 base 259 seq 5 dirty 122 free 122\n"
+                                     "eu 5: erased 1 base 0\n"
+                                     "log 0/0 last 0, alloc 244..366");
     EXPECT_EQ(b.ctx.ftl->page_map[0].eu, 0xFF);
-    EXPECT_EQ(b.ftl().alloc_check_flash, 1);
+    EXPECT_EQ(b.ctx.ftl->log_eu_count + b.ctx.ftl->alloc_check_flash, 2 + 1);
     EXPECT_EQ(b.chip.counters().bytes_read, 6U * 20 + 3U * 122);
 }
 
 TEST(FtlMount, Headers)
 {
     constexpr const char* usual = "seq 5 spare 5 erased 1 log 0/0 last 0";
-    check(
+    check_mounts(
+        "",
         {{"old magic, CRC over it", "eu2 magic*=0x82416801", usual},
          {"old magic, CRC over the usual one", "eu2 magic=0x82416801", usual},
          {"other magic, CRC over the usual one", "eu2 magic=0xAA050887", usual},
@@ -73,9 +72,6 @@ TEST(FtlMount, Headers)
          {"a newer one names it", "eu0 seq=9 src=5", "seq 9 spare 5 erased 1 log 1/0 last 0"},
          {"of equals the later scanned counts", "eu3 seq=5 src=1", usual},
          {"and not the earlier", "eu3 seq=5 src=5 eu4 src=1", "5"},
-         {"numbers below the count name EU 0",
-          "eu0 given-up eu1 seq=4 eu2 seq=4 eu3 seq=4 eu4 seq=4 eu5 magic=0xAA557887 seq=4",
-          "seq 5 spare 0 erased 1 log 0/0 last 0"},
          {"given up: its count is kept", "eu5 erase=77", "seq 5 spare 5 erased 77 log 0/0 last 0"},
          {"erased: the others' average", "eu0 erase=100 eu1 erase=15 eu5 erased",
           "seq 5 spare 5 erased 23 log 0/0 last 0"},
@@ -84,115 +80,111 @@ TEST(FtlMount, Headers)
          {"the header written in part", "eu0 erase=100 eu5 magic=0xAA557887 cut=4",
           "seq 5 spare 5 erased 20 log 0/0 last 0"}},
         roles);
-    bench old(plan("eu0 erase=100 eu5 erase=77 magic*=0x82416801"));
+    bench below("eu0 given-up eu1 seq=4 eu2 seq=4 eu3 seq=4 eu4 seq=4 eu5 magic=0xAA557887 seq=4");
+    ASSERT_EQ(below.mount(), 0U); // numbers below the count name EU 0
+    EXPECT_EQ(roles(below), "seq 5 spare 0 erased 1 log 0/0 last 0");
+    bench old("eu0 erase=100 eu5 erase=77 magic*=0x82416801");
     std::fill_n(old.image.begin() + 5 * 8192, 4, std::uint8_t{0}); // given up under the old magic
     ASSERT_EQ(old.mount(), 0U);
-    EXPECT_EQ(old.eu(5).erase_count, 77U);
+    EXPECT_EQ(old.ctx.ftl->eu_table[5].erase_count, 77U);
 }
 
 // EU 5 has the new header of a reclaim without commit; its source may be given up.
 TEST(FtlMount, SettlesAnInterruptedReclaim)
 {
     const auto show = [](bench& b) {
-        return roles(b) + " base " + std::to_string(b.eu(5).base_page) + " dirty " + std::to_string(b.eu(5).dirty);
+        const ftl_eu_entry& eu = b.ctx.ftl->eu_table[5];
+        return roles(b) + " base " + std::to_string(eu.base_page) + " dirty " + std::to_string(eu.dirty);
     };
-    check({{"data, source stands", "eu0 3 eu5 magic=0xAA557887 seq=6 src=2 base=15 commit=0xFF",
-            "seq 5 spare 5 erased 1 log 0/1 last 3 base 0 dirty 0"},
-           {"data, source given up", "eu0 3 eu5 magic=0xAA557887 seq=6 src=2 base=15 commit=0xFF eu2 given-up",
-            "seq 6 spare 2 erased 1 log 0/1 last 3 uncommitted base 15 dirty 0"},
-           {"source half given up", "eu0 3 eu5 magic=0xAA557887 seq=6 src=2 base=15 commit=0xFF eu2 magic=0xAA550000",
-            "seq 6 spare 2 erased 1 log 0/1 last 3 uncommitted base 15 dirty 0"},
-           {"another given up", "eu0 3 eu5 magic=0xAA557887 seq=6 src=2 base=15 commit=0xFF eu3 given-up", "5"},
-           {"torn in its erase count", "eu0 3 eu5 magic=0xAA557887 seq=6 erase=0xFF000000 commit=0xFF",
-            "seq 5 spare 5 erased 1 log 0/1 last 3 base 0 dirty 0"},
-           {"log, source stands", "eu0 3 eu5 magic=0xAA557887 seq=6 src=0 commit=0xFF 4 5",
-            "seq 5 spare 5 erased 1 log 0/1 last 3 base 0 dirty 0"},
-           {"log, blank", "eu0 3 eu5 magic=0xAA557887 seq=6 src=1 commit=0xFF eu1 given-up",
-            "seq 6 spare 1 erased 1 log 0/1 last 3 uncommitted base 0 dirty 120"},
-           {"log, with pages", "eu0 3 eu5 magic=0xAA557887 seq=6 src=1 commit=0xFF 4 5 eu1 given-up",
-            "seq 6 spare 1 erased 1 log 5/2 last 5 uncommitted base 0 dirty 118"},
-           {"log, nothing committed", "eu0 3 eu5 magic=0xAA557887 seq=6 src=1 commit=0xFF t4 eu1 given-up",
-            "seq 6 spare 1 erased 1 log 5/2 last 0 uncommitted base 0 dirty 120"}},
-          show);
+    check_mounts(
+        "eu0 3 eu5 magic=0xAA557887 seq=6 commit=0xFF ",
+        {{"data, source stands", "src=2 base=15", "seq 5 spare 5 erased 1 log 0/1 last 3 base 0 dirty 0"},
+         {"data, source given up", "src=2 base=15 eu2 given-up",
+          "seq 6 spare 2 erased 1 log 0/1 last 3 uncommitted base 15 dirty 122"},
+         {"source half given up", "src=2 base=15 eu2 magic=0xAA550000",
+          "seq 6 spare 2 erased 1 log 0/1 last 3 uncommitted base 15 dirty 122"},
+         {"another given up", "src=2 base=15 eu3 given-up", "5"},
+         {"torn in its erase count", "erase=0xFF000000", "seq 5 spare 5 erased 1 log 0/1 last 3 base 0 dirty 0"},
+         {"log, source stands", "src=0 4 5", "seq 5 spare 5 erased 1 log 0/1 last 3 base 0 dirty 0"},
+         {"log, blank", "src=1 eu1 given-up", "seq 6 spare 1 erased 1 log 0/1 last 3 uncommitted base 0 dirty 120"},
+         {"log, with pages", "src=1 4 5 eu1 given-up",
+          "seq 6 spare 1 erased 1 log 5/2 last 5 uncommitted base 0 dirty 118"},
+         {"log, nothing committed", "src=1 t4 eu1 given-up",
+          "seq 6 spare 1 erased 1 log 5/2 last 0 uncommitted base 0 dirty 120"}},
+        show);
 }
 
 TEST(FtlMount, WalksTheLog)
 {
     const auto show = [](bench& b) {
         std::ostringstream out;
+        const ftl_context& f = *b.ctx.ftl;
         const std::string layout = b.layout();
-        out << b.ftl().log_eu << "/" << b.ftl().log_slot << " last " << b.ftl().last_page << " dirty " << +b.eu(0).dirty
-            << " " << +b.eu(1).dirty << ": " << layout.substr(layout.rfind('\n') + 1);
+        out << f.log_eu << "/" << f.log_slot << " last " << f.last_page << " dirty " << +f.eu_table[0].dirty << " "
+            << +f.eu_table[1].dirty << ": " << layout.substr(layout.rfind('\n') + 1);
         return out.str();
     };
-    check({{"slot 5 torn", "eu0 0 1 2 3 4 t1", "0/7 last 4 dirty 115 120: 0@0/0 1@0/1 2@0/2 3@0/3 4@0/4 "},
-           {"a record alone", "eu0 0 1 r9", "0/4 last 1 dirty 118 120: 0@0/0 1@0/1 "},
-           {"on behind torn slots", "eu0 2 t3 _ 4 t2 _ 4 5", "0/8 last 5 dirty 117 120: 2@0/0 4@0/6 5@0/7 "},
-           {"the first torn", "eu0 t2", "0/2 last 0 dirty 120 120: "},
-           {"the last but one torn", "eu0 2 f1=118 t2", "0/120 last 1 dirty 118 120: 1@0/117 2@0/0 "},
-           {"the last torn", "eu0 2 f1=119 t2", "0/120 last 1 dirty 118 120: 1@0/118 2@0/0 "},
-           {"full", "eu0 2 f1=120", "0/120 last 1 dirty 118 120: 1@0/119 2@0/0 "},
-           {"the later slot wins", "eu0 3 4 3", "0/3 last 3 dirty 118 120: 3@0/2 4@0/1 "},
-           {"the newer EU wins, scanned last", "eu0 seq=6 3 4 eu1 seq=7 src=5 5 3",
-            "1/2 last 3 dirty 119 118: 3@1/1 4@0/1 5@1/0 "},
-           {"scanned first", "eu0 seq=8 src=5 3 4 eu1 seq=7 5 3", "0/2 last 4 dirty 118 119: 3@0/0 4@0/1 5@1/0 "},
-           {"a newer blank EU isn't the log", "eu0 3 4 eu1 seq=7 src=5", "0/2 last 4 dirty 118 120: 3@0/0 4@0/1 "},
-           {"of equals the later scanned", "eu0 seq=7 src=5 3 eu1 seq=7 src=5 4",
-            "1/1 last 4 dirty 119 119: 3@0/0 4@1/0 "},
-           {"without records the oldest", "eu0 seq=5 src=5", "1/0 last 0 dirty 120 120: "},
-           {"the spare not excluded", "eu0 seq=8 src=5 eu1 seq=7", "5/0 last 0 dirty 120 120: "},
-           {"the last FAT page", "eu0 14", "0/1 last 14 dirty 119 120: 14@0/0 "},
-           {"behind the last", "eu0 15", "5"},
-           {"a record out of range", "eu0 1 raw=0x3FFF", "5"},
-           {"behind the last, in an older EU", "eu0 seq=8 src=5 1 eu1 15", "5"}},
-          show);
+    check_mounts(
+        "eu0 ",
+        {{"slot 5 torn", "0 1 2 3 4 t1", "0/7 last 4 dirty 115 120: 0@0/0 1@0/1 2@0/2 3@0/3 4@0/4 "},
+         {"a record alone", "0 1 r9", "0/4 last 1 dirty 118 120: 0@0/0 1@0/1 "},
+         {"on behind torn slots", "2 t3 _ 4 t2 _ 4 5", "0/8 last 5 dirty 117 120: 2@0/0 4@0/6 5@0/7 "},
+         {"the first torn", "t2", "0/2 last 0 dirty 120 120: "},
+         {"the last but one torn", "2 f1=118 t2", "0/120 last 1 dirty 118 120: 1@0/117 2@0/0 "},
+         {"the last torn", "2 f1=119 t2", "0/120 last 1 dirty 118 120: 1@0/118 2@0/0 "},
+         {"full", "2 f1=120", "0/120 last 1 dirty 118 120: 1@0/119 2@0/0 "},
+         {"the later slot wins", "3 4 3", "0/3 last 3 dirty 118 120: 3@0/2 4@0/1 "},
+         {"the newer EU wins, scanned last", "seq=6 3 4 eu1 seq=7 src=5 5 3",
+          "1/2 last 3 dirty 119 118: 3@1/1 4@0/1 5@1/0 "},
+         {"scanned first", "seq=8 src=5 3 4 eu1 seq=7 5 3", "0/2 last 4 dirty 118 119: 3@0/0 4@0/1 5@1/0 "},
+         {"a newer blank EU isn't the log", "3 4 eu1 seq=7 src=5", "0/2 last 4 dirty 118 120: 3@0/0 4@0/1 "},
+         {"of equals the later scanned", "seq=7 src=5 3 eu1 seq=7 src=5 4", "1/1 last 4 dirty 119 119: 3@0/0 4@1/0 "},
+         {"without records the oldest", "seq=5 src=5", "1/0 last 0 dirty 120 120: "},
+         {"the spare not excluded", "seq=8 src=5 eu1 seq=7", "5/0 last 0 dirty 120 120: "},
+         {"the last FAT page", "14", "0/1 last 14 dirty 119 120: 14@0/0 "},
+         {"behind the last", "15", "5"},
+         {"a record out of range", "1 raw=0x3FFF", "5"},
+         {"behind the last, in an older EU", "seq=8 src=5 1 eu1 15", "5"}},
+        show);
 }
 
 TEST(FtlMount, AllocationMap)
 {
-    struct map_row {
-        const char* name;
-        const char* words;
-        std::set<unsigned> dead, used;
-        const char* expected; // dirty and free of EU 3 (chunks 122 to 243), the open group
+    const auto show = [](bench& b) { // EU 3 has chunks 122 to 243
+        const ftl_eu_entry& eu = b.ctx.ftl->eu_table[3];
+        return std::to_string(eu.dirty) + " " + std::to_string(eu.free) + b.ends().substr(b.ends().find(','));
     };
-    for (const map_row& r : {map_row{"in use", "d122 d243", {}, {122, 243}, "120 120 244..366"},
-                             {"dead and begun", "d122 d123=0x7F", {}, {}, "122 120 244..366"},
-                             {"in use and blank", "", {}, {130}, "5"},
-                             {"in use and begun", "d130=0x7F", {}, {130}, "5"},
-                             {"the newest with room", "d122 d123", range(244, 366), {122}, "121 120 124..244"},
-                             {"newest by number", "eu3 seq=9 src=5 d122", {}, {}, "122 121 123..244"},
-                             {"none with room", "", range(0, 366), {}, "122 0 4294967295..0"},
-                             {"a group below the data area", "eu3 base=14", {}, {}, "5"},
-                             {"a group behind the last chunk", "eu3 base=382", {}, {}, "5"}}) {
-        volume v = plan(r.words);
-        lay(v, r.dead);
-        bench b(v);
-        const std::uint32_t status = b.open(r.used);
-        std::ostringstream found;
-        found << +b.eu(3).dirty << " " << +b.eu(3).free << " " << b.ftl().alloc_next << ".." << b.ftl().alloc_end;
-        EXPECT_EQ(status != 0 ? std::to_string(status) : found.str(), r.expected) << r.name;
-    }
+    check_mounts("",
+                 {{"in use", "u122 u243", "120 120, alloc 244..366"},
+                  {"dead and begun", "d122 d123=0x7F", "122 120, alloc 244..366"},
+                  {"in use and blank", "b130", "5"},
+                  {"in use and begun", "b130 d130=0x7F", "5"},
+                  {"the newest with room", "u122 d123 d244-365", "121 120, alloc 124..244"},
+                  {"newest by number", "eu3 seq=9 src=5 d122", "122 121, alloc 123..244"},
+                  {"none with room", "d0-365", "122 0, alloc 4294967295..0"},
+                  {"a group below the data area", "eu3 base=14", "5"},
+                  {"a group behind the last chunk", "eu3 base=382", "5"}},
+                 show);
 }
 
 TEST(FtlMount, EveryReadAndAllocationCanFail)
 {
-    const volume v = plan("eu0 3 4 eu1 5");
+    const plan p("eu0 3 4 eu1 5");
     const std::uint64_t reads = 6 + 2 + 3; // headers, two logs with records, records of data EUs
     for (std::uint64_t n = 1; n <= reads + 1; ++n) {
-        bench b(v);
+        bench b(p);
         b.chip.fail(chip_call::read, n, chip_fault::before);
         EXPECT_EQ(b.open(), n <= reads ? 5U : 0U) << "read " << n;
     }
     const auto held = live_blocks();
     for (std::uint64_t n = 1; n <= 4; ++n) {
-        bench b(v);
+        bench b(p);
         fail_allocation(n);
         EXPECT_EQ(b.open(), n <= 3 ? 12U : 0U) << "allocation " << n;
     }
     fail_allocation(0);
     EXPECT_EQ(live_blocks(), held);
-    bench b(v);
+    bench b(p);
     EXPECT_EQ(b.open() + b.open(), 0U);                                // a second mount releases the first
     EXPECT_EQ(afs_physical_ftl_init(&b.ctx, b.ctx.flash_size, 0), 0U); // or goes on with its tables
     EXPECT_EQ(live_blocks(), held + 3);
@@ -201,26 +193,20 @@ TEST(FtlMount, EveryReadAndAllocationCanFail)
     EXPECT_EQ(gpBuffer, b.image.data());
 }
 
-// Bytes of data area by the number of EUs; 256 can't be told from none, a lone EU without a header is the spare.
+// Groups of data by the number of EUs; 256 can't be told from none, a lone EU without a header is the spare.
 TEST(FtlMount, Sizes)
 {
-    for (const auto& [eus, groups, status] : std::initializer_list<std::array<std::uint32_t, 3>>{{0, 0, 5},
-                                                                                                 {1, 0, 0},
-                                                                                                 {2, 0, 5},
-                                                                                                 {3, 1, 5},
-                                                                                                 {11, 9, 5},
-                                                                                                 {12, 10, 5},
-                                                                                                 {24, 21, 5},
-                                                                                                 {255, 233, 5},
-                                                                                                 {256, 234, 5}}) {
-        content image(eus * std::size_t{8192}, 0xFF);
+    using size = std::vector<std::uint32_t>;
+    for (const size& r : {size{0, 0, 5}, size{1, 0, 0}, size{2, 0, 5}, size{3, 1, 5}, size{11, 9, 5}, size{12, 10, 5},
+                          size{24, 21, 5}, size{255, 233, 5}, size{256, 234, 5}}) {
+        content image(r[0] * std::size_t{8192}, 0xFF);
         nor_chip chip(image);
         const spi_chip_guard guard(chip);
         afs_context ctx{};
-        ctx.flash_size = ctx.fat_size = ctx.volume_size = eus * 8192;
-        EXPECT_EQ(afs_physical_ftl_get_data_vas(&ctx, 1234), groups * 7808) << eus;
-        EXPECT_EQ(afs_physical_ftl_init(&ctx, ctx.flash_size, ftl::flag_allocate), status) << eus;
-        EXPECT_EQ(chip.counters().reads, std::min(eus % 256, 2U)) << eus; // two without a header end it
+        ctx.flash_size = ctx.fat_size = ctx.volume_size = r[0] * 8192;
+        EXPECT_EQ(afs_physical_ftl_get_data_vas(&ctx, 1234), r[1] * 7808) << r[0];
+        EXPECT_EQ(afs_physical_ftl_init(&ctx, ctx.flash_size, ftl::flag_allocate), r[2]) << r[0];
+        EXPECT_EQ(chip.counters().reads, std::min(r[0] % 256, 2U)) << r[0]; // two without a header end it
         ftl::release_ftl(&ctx);
     }
 }
