@@ -139,8 +139,9 @@ struct bench {
                 const auto what = std::tolower(w.key[0]);
                 if (what == 'w') status += afs_physical_ftl_write_page(&ctx, va, 64, due.data());
                 if (what == 't') status += afs_physical_ftl_trim_page(&ctx, va);
-                if (what == 'g' && text.empty()) text = get(va, due);
-                if (what == 'g' && text != get(va, due)) text = "mixed";
+                if (what != 'g') continue;
+                const std::string got = get(va, due);
+                text = n == w.n || text == got ? got : "mixed";
             }
             if (w.key == "a") status = afs_physical_ftl_allocate_page(&ctx, &cid);
             if (w.key == "a" && status == 0) text.append("#").append(std::to_string(cid - ctx.files));
@@ -170,12 +171,14 @@ struct bench {
             if (f.page_map[p].slot != 0xFF) out << p << "@" << +f.page_map[p].eu << "/" << +f.page_map[p].slot << " ";
         return out.str();
     }
-    // Where the log and the allocator go on.
+    // Where the log goes on, behind which page, and the allocator's cursor with the end of its group.
     std::string ends() const
     {
         std::ostringstream out;
-        out << "log " << ctx.ftl->log_eu << "/" << ctx.ftl->log_slot << " last " << ctx.ftl->last_page << ", alloc "
-            << ctx.ftl->alloc_next << ".." << ctx.ftl->alloc_end;
+        const ftl_context& f = *ctx.ftl;
+        out << f.log_eu << "/" << f.log_slot << " after " << f.last_page << ", ";
+        if (f.alloc_next != none) out << f.alloc_next << "..";
+        out << f.alloc_end;
         return out.str();
     }
     // The layout that a fresh mount of the image finds.
@@ -190,16 +193,17 @@ struct bench {
         return found;
     }
 
-    // The changes of the flash so far: EU:offset=bytes of short writes, EU:offset+length of long ones, E and EU:offset
-    // of erases.
+    // The changes of the flash so far: EU:offset=bytes of short writes, EU:offset+length of long ones, EN and EN' for
+    // an EU's two blocks erased.
     std::string story() const
     {
         std::ostringstream out;
         for (const chip_change& c : chip.journal()) {
-            out << (c.kind == chip_call::erase ? "E" : "") << c.addr / ftl::eu_size << ":" << c.addr % ftl::eu_size;
-            if (c.kind == chip_call::write && c.len > 4) out << "+" << c.len;
-            if (c.kind == chip_call::write && c.len <= 4) out << "=" << hex(c.bytes);
-            out << " ";
+            const unsigned eu = c.addr / ftl::eu_size, offset = c.addr % ftl::eu_size;
+            if (c.kind == chip_call::erase) out << "E" << eu << (offset != 0 ? "' " : " ");
+            if (c.kind == chip_call::erase) continue;
+            out << eu << ":" << offset << (c.len > 4 ? '+' : '=');
+            out << (c.len > 4 ? std::to_string(c.len) : hex(c.bytes)) << " ";
         }
         return out.str();
     }
@@ -217,19 +221,16 @@ struct bench {
 struct script {
     const char* name;
     std::string image;
-    const char* calls;
-    const char* expected;
-    unsigned eus = 6, data_eus = 3, files = 100;
+    const char *calls, *expected;
 };
-inline void check(std::initializer_list<script> rows)
+inline void check(std::initializer_list<script> rows, unsigned eus = 6, unsigned data_eus = 3, unsigned files = 100)
 {
     for (const script& r : rows) {
-        SCOPED_TRACE(r.name);
-        bench b(plan(r.image, r.eus, r.data_eus, r.files));
+        bench b(plan(r.image, eus, data_eus, files));
         ASSERT_EQ(b.open(), 0U);
         const std::string answers = b.run(r.calls);
-        EXPECT_EQ(answers + "| " + b.story() + "| " + b.ends(), r.expected);
-        EXPECT_EQ(b.layout(), b.layout_after_mount());
+        EXPECT_EQ(answers + "| " + b.story() + "| " + b.ends(), r.expected) << r.name;
+        EXPECT_EQ(b.layout(), b.layout_after_mount()) << r.name;
     }
 }
 

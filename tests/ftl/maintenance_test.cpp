@@ -10,8 +10,7 @@ TEST(FtlFormat, LaysTheHeaders)
     ASSERT_EQ(b.mount(), 0U);
     std::fill(b.image.begin(), b.image.end(), std::uint8_t{0x11}); // whatever stood there
     EXPECT_EQ(afs_physical_ftl_format(&b.ctx, 1), 0U);
-    EXPECT_EQ(b.story(), "E0:0 E0:4096 0:0+17 0:17=00 E1:0 E1:4096 1:0+17 1:17=00 "
-                         "E2:0 E2:4096 2:0+17 2:17=00 E3:0 E3:4096 3:0+17 3:17=00 ");
+    EXPECT_EQ(b.story(), "E0 E0' 0:0+17 0:17=00 E1 E1' 1:0+17 1:17=00 E2 E2' 2:0+17 2:17=00 E3 E3' 3:0+17 3:17=00 ");
     const char* const headers[] = {"877855aa010000000100000001000000b100", "877855aa0200000001000000020000006c00",
                                    "877855aa0300000001000000030008008f00", "00000000040000000100000004000000d100"};
     for (unsigned eu = 0; eu < 4; ++eu) EXPECT_EQ(hex({&b.image[eu * 8192], 18}), headers[eu]) << eu;

@@ -44,7 +44,7 @@ TEST(FtlMount, FreshFormat)
                                      "eu 3: erased 1 base 137 seq 4 dirty 122 free 122\n"
                                      "eu 4: erased 1 base 259 seq 5 dirty 122 free 122\n"
                                      "eu 5: erased 1 base 0\n"
-                                     "log 0/0 last 0, alloc 244..366");
+                                     "0/0 after 0, 244..366");
     EXPECT_EQ(b.ctx.ftl->page_map[0].eu, 0xFF);
     EXPECT_EQ(b.ctx.ftl->log_eu_count + b.ctx.ftl->alloc_check_flash, 2 + 1);
     EXPECT_EQ(b.chip.counters().bytes_read, 6U * 20 + 3U * 122);
@@ -155,13 +155,13 @@ TEST(FtlMount, AllocationMap)
         return std::to_string(eu.dirty) + " " + std::to_string(eu.free) + b.ends().substr(b.ends().find(','));
     };
     check_mounts("",
-                 {{"in use", "u122 u243", "120 120, alloc 244..366"},
-                  {"dead and begun", "d122 d123=0x7F", "122 120, alloc 244..366"},
+                 {{"in use", "u122 u243", "120 120, 244..366"},
+                  {"dead and begun", "d122 d123=0x7F", "122 120, 244..366"},
                   {"in use and blank", "b130", "5"},
                   {"in use and begun", "b130 d130=0x7F", "5"},
-                  {"the newest with room", "u122 d123 d244-365", "121 120, alloc 124..244"},
-                  {"newest by number", "eu3 seq=9 src=5 d122", "122 121, alloc 123..244"},
-                  {"none with room", "d0-365", "122 0, alloc 4294967295..0"},
+                  {"the newest with room", "u122 d123 d244-365", "121 120, 124..244"},
+                  {"newest by number", "eu3 seq=9 src=5 d122", "122 121, 123..244"},
+                  {"none with room", "d0-365", "122 0, 0"},
                   {"a group below the data area", "eu3 base=14", "5"},
                   {"a group behind the last chunk", "eu3 base=382", "5"}},
                  show);
