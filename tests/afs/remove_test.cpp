@@ -77,36 +77,6 @@ TEST(AfsRemove, GivesFatPagesBack)
     }
 }
 
-TEST(AfsRemove, EveryWriteCanFail)
-{
-    volume v(6, 3, 100);
-    v.file(file, bytes(300)).in_chunks({3, 1, 300, 0, 9});
-    for (unsigned i = 0; i < 8; ++i) {
-        const bool mark = i >= 4, there = mark || i < 3;
-        bench b(v);
-        ASSERT_EQ(b.open(), 0U);
-        b.chip.fail(chip_call::write, i % 4 + 1, chip_fault::before);
-        EXPECT_EQ(mark ? afs_mark_zombie_file(&b.ctx, 8) : afs_deletefile(&b.ctx, file), i % 4 < 3 ? 5U : 0U);
-        b.chip.power_on();
-        for (int mounts = 0; mounts < 2; ++mounts) { // every cached line was dropped
-            EXPECT_EQ(b.read(file).has_value(), there);
-            EXPECT_EQ(b.in_use(), there ? 5U : 0U);
-            ASSERT_EQ(b.reopen(), 0U);
-        }
-    }
-    // A chain that can't be read any more: the file is gone, what is left of it stays in use until the next mount.
-    bench b(v);
-    ASSERT_EQ(b.open(), 0U);
-    cache_invalidate(&b.ctx);
-    std::uint16_t head = 0;
-    ASSERT_EQ(afs_get_next_cid(&b.ctx, file, &head), 0U);
-    b.chip.fail(chip_call::read, 6,
-                chip_fault::before); // the blank slot, three read-backs of the commit, two FAT pages
-    EXPECT_EQ(afs_deletefile(&b.ctx, file), 5U);
-    EXPECT_EQ(b.read(file), std::nullopt);
-    EXPECT_EQ((words{b.in_use(), b.reopen(), b.in_use()}), (words{2, 0, 0}));
-}
-
 TEST(AfsMaintenance, Forwards)
 {
     afs_context unopened{};

@@ -1,7 +1,6 @@
 // What a mount makes of the headers and records that it finds. One table for all of it: the image in words, and what
 // the tables say afterwards.
 #include "tests/ftl/ftl_bench.h"
-#include "yfs/medium.h"
 
 namespace yfs::test {
 namespace {
@@ -165,32 +164,6 @@ TEST(FtlMount, AllocationMap)
                   {"a group below the data area", "eu3 base=14", "5"},
                   {"a group behind the last chunk", "eu3 base=382", "5"}},
                  show);
-}
-
-TEST(FtlMount, EveryReadAndAllocationCanFail)
-{
-    const plan p("eu0 3 4 eu1 5");
-    const std::uint64_t reads = 6 + 2 + 3; // headers, two logs with records, records of data EUs
-    for (std::uint64_t n = 1; n <= reads + 1; ++n) {
-        bench b(p);
-        b.chip.fail(chip_call::read, n, chip_fault::before);
-        EXPECT_EQ(b.open(), n <= reads ? 5U : 0U) << "read " << n;
-    }
-    const auto held = live_blocks();
-    for (std::uint64_t n = 1; n <= 4; ++n) {
-        bench b(p);
-        fail_allocation(n);
-        EXPECT_EQ(b.open(), n <= 3 ? 12U : 0U) << "allocation " << n;
-    }
-    fail_allocation(0);
-    EXPECT_EQ(live_blocks(), held);
-    bench b(p);
-    EXPECT_EQ(b.open() + b.open(), 0U);                                // a second mount releases the first
-    EXPECT_EQ(afs_physical_ftl_init(&b.ctx, b.ctx.flash_size, 0), 0U); // or goes on with its tables
-    EXPECT_EQ(live_blocks(), held + 3);
-    gpBuffer = nullptr;
-    EXPECT_EQ(afs_physical_ftl_init(&b.ctx, b.ctx.flash_size, ftl::flag_attach), 0U);
-    EXPECT_EQ(gpBuffer, b.image.data());
 }
 
 // Groups of data by the number of EUs; 256 can't be told from none, a lone EU without a header is the spare.
