@@ -14,44 +14,36 @@ volume small()
     return v.empty(8);
 }
 
+// Page size, lines, files, flash size, flags: which of them is another, and the status.
 TEST(AfsOpen, Arguments)
 {
-    using row = std::tuple<unsigned, unsigned, unsigned, unsigned, unsigned, unsigned>;
-    for (const auto& [page_size, lines, files, flash_size, flags, status] :
-         {row{64, 2, 65, 0xC000, 0x25, 0}, row{64, 1000, 2048, 0xC000, 0x25, 0}, row{64, 1, 100, 0xC000, 0x25, 22},
-          row{64, 1001, 100, 0xC000, 0x25, 22}, row{0, 10, 100, 0xC000, 0x25, 22}, row{63, 10, 100, 0xC000, 0x25, 22},
-          row{96, 10, 100, 0xC000, 0x25, 22}, row{65536, 10, 100, 0xC000, 0x25, 22}, row{64, 10, 64, 0xC000, 0x25, 22},
-          row{64, 10, 2049, 0xC000, 0x25, 22}, row{64, 10, 100, 0x7FFF, 0x25, 22}, row{64, 10, 100, 0x200001, 0x25, 22},
-          row{64, 10, 100, 0xC000, 0x21, 22}, row{64, 10, 100, 0xC000, 0x23, 22}, row{64, 10, 100, 0xC000, 0x27, 22},
-          row{64, 10, 100, 0xC000, 0x05, 22}}) { // 0x05: no FTL yet
+    for (const words& r :
+         {words{0, 0, 22}, words{0, 63, 22}, words{0, 96, 22}, words{0, 65536, 22}, words{1, 1, 22}, words{1, 2, 0},
+          words{1, 1000, 0}, words{1, 1001, 22}, words{2, 64, 22}, words{2, 65, 0}, words{2, 2048, 0},
+          words{2, 2049, 22}, words{3, 0x7FFF, 22}, words{3, 0x200001, 22}, words{4, 0x21, 22}, words{4, 0x23, 22},
+          words{4, 0x27, 22}, words{4, 0x05, 22}}) { // 0x05: no FTL yet
+        words with{64, 10, 100, 0xC000, 0x25};
+        with[r[0]] = r[1];
         bench b(small());
-        EXPECT_EQ(afs_init(&b.ctx, b.image.data(), page_size, lines, files, 0, flash_size, flags, 0, 0), status)
-            << page_size << " " << lines << " " << files << " " << flash_size << " " << flags;
-        EXPECT_EQ(afs_init(nullptr, b.image.data(), 64, 10, 100, 0, 0xC000, 0x25, 0, 0), 22U);
+        EXPECT_EQ(afs_init(&b.ctx, b.image.data(), with[0], with[1], with[2], 0, with[3], with[4], 0, 0), r[2]) << r[1];
     }
+    EXPECT_EQ(afs_init(nullptr, nullptr, 64, 10, 100, 0, 0xC000, 0x25, 0, 0), 22U);
 }
 
 TEST(AfsOpen, RefusesAHeaderThatMakesNoSense)
 {
-    EXPECT_EQ(
-        (words{low32(afs::fat_size_of(100, 493)), low32(afs::fat_size_of(100, 533)), low32(afs::fat_size_of(100, 534)),
-               low32(afs::chunks_of(32768, 100)), low32(afs::chunks_of(213, 100)), low32(afs::chunks_of(279, 100)),
-               low32(afs::chunks_of(280, 100))}),
-        (words{1216, 1280, 1344, 493, 0, 0, 1}));
     constexpr std::uint32_t most = 255 * 8192;
-    using row = std::tuple<unsigned, std::uint32_t, unsigned, unsigned>;
-    for (const auto& [eus, volume_size, files, status] :
-         {row{6, 24384, 65, 0}, row{6, 24384, 64, 5}, row{6, 24384, 0, 5}, row{6, 0xC000, 100, 0},
-          row{6, 0xC001, 100, 5}, row{6, 0xFFFFFFFF, 100, 5}, row{6, 0, 100, 5}, // above the flash
-          row{6, 213, 100, 5}, row{6, 255, 100, 5},            // short of the heads, short of the FAT's last page
-          row{6, 0xC000, 0xFFFF, 5}, row{255, most, 34943, 0}, // chunk ids up to 0xFFFD
-          row{255, most, 34944, 5}}) {
-        volume v(eus, 0, 100);
-        v.header().volume_size = volume_size;
-        v.header().files = low16(files);
+    for (const words& r :
+         {words{6, 24384, 65, 0}, words{6, 24384, 64, 5}, words{6, 24384, 0, 5}, words{6, 0xC000, 100, 0},
+          words{6, 0xC001, 100, 5}, words{6, 0xFFFFFFFF, 100, 5}, words{6, 0, 100, 5}, // above the flash, nothing
+          words{6, 213, 100, 5}, words{6, 255, 100, 5},                                // short of the FAT
+          words{6, 0xC000, 0xFFFF, 5}, words{255, most, 34943, 0}, words{255, most, 34944, 5}}) { // ids to 0xFFFD
+        volume v(r[0], 0, 100);
+        v.header().volume_size = r[1];
+        v.header().files = low16(r[2]);
         bench b(v);
         const auto before = b.image;
-        EXPECT_EQ(b.open(), status) << volume_size << " " << files;
+        EXPECT_EQ(b.open(), r[3]) << r[1] << " " << r[2];
         EXPECT_EQ(b.image, before);
     }
     volume v = small();
@@ -132,12 +124,11 @@ TEST(AfsOpen, Flags)
 
     bench again(small());
     again.ctx.idle_reclaim_enabled = 1;
-    EXPECT_EQ(again.open() + again.open(0x05), 0U); // over the FTL that it has
+    EXPECT_EQ((words{again.open(), again.open(0x05), again.ctx.idle_reclaim_enabled}), (words{0, 0, 1})); // its own FTL
     EXPECT_EQ(again.read(file), bytes(300));
-    EXPECT_EQ(again.ctx.idle_reclaim_enabled, 1);
     afs_free_context(&again.ctx);
-    EXPECT_EQ(again.open(0x65), 0U); // zeroed
-    EXPECT_TRUE(again.ctx.idle_reclaim_enabled == 0 && again.ctx.staging == nullptr);
+    EXPECT_EQ((words{again.open(0x65), again.ctx.idle_reclaim_enabled}), (words{0, 0})); // zeroed
+    EXPECT_EQ(again.ctx.staging, nullptr);
 }
 
 TEST(AfsOpen, CreatesAndFormats)
@@ -186,14 +177,12 @@ TEST(AfsOpen, ZombiesEnd)
 // A reclaim cut between the end of its source and its commit byte: a writable open finishes it, as its last act.
 TEST(AfsOpen, WritesAMissingCommitByte)
 {
-    for (const auto& [corrupt, torn, flags, status] : {std::tuple(false, false, 0x25U, 0U),
-                                                       {false, false, 0x2D, 0},
-                                                       {true, false, 0x25, 5},
-                                                       {false, true, 0x25, 5}}) {
+    for (const words& r : {words{0, 0x25, 0}, words{0, 0x2D, 0}, words{1, 0x25, 5}, words{2, 0x25, 5}}) {
+        const std::uint32_t flags = r[1], status = r[2];
         volume v = small();
-        if (corrupt) v.fat(9, 65);                     // a head that can't be
-        if (torn) v.file(9, bytes(5)).record(0, 0x7F); // a page that isn't complete
-        v.swap(2, 5).eu(2).base_page(15);              // given up; EU 5 takes over
+        if (r[0] == 1) v.fat(9, 65);                        // a head that can't be
+        if (r[0] == 2) v.file(9, bytes(5)).record(0, 0x7F); // a page that isn't complete
+        v.swap(2, 5).eu(2).base_page(15);                   // given up; EU 5 takes over
         v.eu(5).seq(6).src(2).commit(0xFF);
         bench b(v);
         auto want = b.image;

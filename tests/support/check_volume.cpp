@@ -25,11 +25,12 @@ testing::AssertionResult holds(const inspect::picture& picture, const contents& 
 {
     const contents found = contents_of(picture);
     testing::AssertionResult result(found == expected);
-    for (const auto& [number, content] : found)
-        if (!expected.contains(number)) result << "\n  file " << number << " isn't expected";
-    for (const auto& [number, content] : expected)
-        if (!found.contains(number) || found.at(number) != content)
-            result << "\n  file " << number << (found.contains(number) ? " isn't as it must be" : " is missing");
+    for (unsigned i = 0; i < picture.file.size() && !result; ++i) {
+        const auto is = found.find(i), must = expected.find(i);
+        if (is == found.end() && must != expected.end()) result << "\n  file " << i << " is missing";
+        if (is != found.end() && (must == expected.end() || is->second != must->second))
+            result << "\n  file " << i << " isn't as it must be";
+    }
     return result;
 }
 
@@ -39,12 +40,11 @@ bool file_reads_as(const contents& files, unsigned number)
     std::uint32_t size = 0;
     const std::uint32_t status = dfs_getsize(number, &size);
     if (expected == files.end()) return status == afs_status::not_found;
-    std::vector<std::uint8_t> got(size + 1);
     std::uint32_t len = size + 1;
-    if (status != afs_status::ok || dfs_read(number, 0, &len, got.data()) != afs_status::ok || len != size)
-        return false;
+    std::vector<std::uint8_t> got(len);
+    const bool reads = status == afs_status::ok && dfs_read(number, 0, &len, got.data()) == afs_status::ok;
     got.resize(size);
-    return got == expected->second;
+    return reads && len == size && got == expected->second;
 }
 
 testing::AssertionResult reads_as(const contents& files)

@@ -27,26 +27,21 @@ bool allocation_failed()
     return s_failed;
 }
 
-static void* allocate(std::size_t size, int fill)
-{
-    if (s_fail_in != 0 && --s_fail_in == 0) {
-        s_failed = true;
-        return nullptr;
-    }
-    ++s_live;
-    return std::memset(std::malloc(size), fill, size);
-}
-
 } // namespace yfs::test
 
 void* LtAllocateMemory(size_t size)
 {
-    return yfs::test::allocate(size, 0xA7); // nobody may count on zeros here
+    using namespace yfs::test;
+    s_failed = s_failed || s_fail_in == 1;
+    if (s_fail_in != 0 && --s_fail_in == 0) return nullptr;
+    ++s_live;
+    return std::memset(std::malloc(size), 0xA7, size); // nobody may count on zeros here
 }
 
 void* LtAllocateZeroMemory(size_t size)
 {
-    return yfs::test::allocate(size, 0);
+    void* block = LtAllocateMemory(size);
+    return block == nullptr ? nullptr : std::memset(block, 0, size);
 }
 
 void LtFreeMemory(void* ptr)

@@ -9,13 +9,4 @@ namespace yfs::test {
 // The chip in use; none by default. Image addresses are the chip's.
 void use_efs_chip(nor_chip* chip);
 
-// For the length of a scope.
-class efs_chip_guard {
-public:
-    explicit efs_chip_guard(nor_chip& chip) { use_efs_chip(&chip); }
-    ~efs_chip_guard() { use_efs_chip(nullptr); }
-    efs_chip_guard(const efs_chip_guard&) = delete;
-    efs_chip_guard& operator=(const efs_chip_guard&) = delete;
-};
-
 } // namespace yfs::test
