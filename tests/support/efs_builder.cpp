@@ -34,9 +34,9 @@ blob sealed(blob part)
 std::uint16_t plain_crc16(std::uint16_t initial, const blob& data)
 {
     std::uint32_t crc = initial;
-    for (const std::uint8_t byte : data) {
-        crc ^= std::uint32_t{byte} << 8;
-        for (int bit = 0; bit < 8; ++bit) crc = ((crc << 1) ^ ((crc & 0x8000U) != 0 ? 0x1021U : 0U)) & 0xFFFFU;
+    for (std::size_t bit = 0; bit < data.size() * 8; ++bit) {
+        if (bit % 8 == 0) crc ^= std::uint32_t{data[bit / 8]} << 8;
+        crc = low16((crc << 1) ^ ((crc & 0x8000U) != 0 ? 0x1021U : 0U));
     }
     return low16(crc);
 }
@@ -44,9 +44,9 @@ std::uint16_t plain_crc16(std::uint16_t initial, const blob& data)
 std::uint32_t plain_crc32(const std::uint8_t* data, std::size_t count)
 {
     std::uint32_t crc = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-        crc ^= data[i];
-        for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ ((crc & 1U) != 0 ? 0xEDB88320U : 0U);
+    for (std::size_t bit = 0; bit < count * 8; ++bit) {
+        if (bit % 8 == 0) crc ^= data[bit / 8];
+        crc = (crc >> 1) ^ ((crc & 1U) != 0 ? 0xEDB88320U : 0U);
     }
     return crc;
 }
@@ -131,11 +131,10 @@ efs_volume& efs_volume::chunk(unsigned logical, unsigned offset, unsigned length
 {
     blob covered = bytes_of(le16(low16(length)));
     covered.insert(covered.end(), payload.begin(), payload.end());
-    const std::uint32_t area = area_at(logical);
-    put(area + offset, bytes_of(efs_chunk_header_t{low16(length), plain_crc16(low16(logical), covered)}));
-    put(area + offset + sizeof(efs_chunk_header_t), payload);
-    put_footer(logical);
-    return *this;
+    const std::uint32_t at = area_at(logical) + offset;
+    put(at, bytes_of(efs_chunk_header_t{low16(length), plain_crc16(low16(logical), covered)}));
+    put(at + sizeof(efs_chunk_header_t), payload);
+    return put_footer(logical), *this;
 }
 
 void efs_volume::put_footer(unsigned logical)
@@ -146,15 +145,12 @@ void efs_volume::put_footer(unsigned logical)
 
 efs_volume& efs_volume::file(const efs_file_t& entry, const blob& contents)
 {
-    unsigned logical = entry.first_block, offset = entry.offset;
-    std::size_t length = contents.size();
+    unsigned logical = entry.first_block, offset = entry.offset, length = low16(contents.size());
     auto from = contents.begin();
     do {
         const auto count = std::min<std::ptrdiff_t>(contents.end() - from, chunk_room - offset);
-        chunk(logical++, offset, low16(length), blob(from, from + count));
-        from += count;
-        offset = 0;
-        length = efs::no_file;
+        chunk(logical++, offset, length, blob(from, from + count));
+        from += count, offset = 0, length = efs::no_file;
     } while (from != contents.end());
     return *this;
 }
@@ -177,11 +173,8 @@ blob make_autogen_table(std::uint32_t rows)
         words.resize(words.size() + 11, unread);
         add({first_block << 16 | 0xEE00EEEE, max_size << 16 | offset, unread}); // of first_block the low byte counts
     }
-    blob table;
-    for (const std::uint32_t word : words) {
-        const blob part = bytes_of(le32(word));
-        table.insert(table.end(), part.begin(), part.end());
-    }
+    blob table(words.size() * 4);
+    for (std::size_t i = 0; i < words.size(); ++i) store(&table[i * 4], le32(words[i]));
     return table;
 }
 

@@ -21,10 +21,8 @@ void append(blob& to, const blob& bytes)
 
 _cfg_file_entry_t cfg_record(const cfg_file& file, std::size_t payload_at)
 {
-    return {.fileno = file.fileno,
-            .offset = file.offset.value_or(low32(payload_at)),
-            .size = file.size.value_or(low16(file.payload.size())),
-            .flags = file.flags};
+    return {file.fileno, file.offset.value_or(low32(payload_at)), file.size.value_or(low16(file.payload.size())),
+            file.flags};
 }
 
 } // namespace

@@ -55,14 +55,13 @@ std::vector<std::uint8_t> page_in(const std::vector<std::uint8_t>& fat, unsigned
 
 eu_plan& eu_plan::add(log_slot slot)
 {
-    require(log_.size() < log_slots);
-    log_.push_back(std::move(slot));
-    return *this;
+    require(log.size() < log_slots);
+    return log.push_back(std::move(slot)), *this;
 }
 
 eu_plan& eu_plan::fill(unsigned page, unsigned up_to)
 {
-    while (log_.size() < up_to) old(page);
+    while (log.size() < up_to) old(page);
     return *this;
 }
 
@@ -86,7 +85,7 @@ eu_plan& volume::make_data(unsigned index, unsigned group)
 
 file_plan& volume::file(unsigned number, std::vector<std::uint8_t> content)
 {
-    file_[number].content_ = std::move(content);
+    file_[number].content = std::move(content);
     return file_[number];
 }
 
@@ -96,14 +95,13 @@ void volume::lay_page(raw& out, unsigned index, std::uint8_t record, std::span<c
 {
     const unsigned slot = index % data_slots;
     const auto first_page = low16(fat_pages() + index - slot);
-    for (unsigned i = 0; i < eus_.size(); ++i) {
-        const eu_plan& e = eus_[i];
-        if (e.header_.base_page != first_page || e.header_.magic == eu_magic_given_up) continue;
-        if (e.header_bytes_ == 0) return;
-        out[eu_at(i) + data_record_at(slot)] = record;
-        store(out.data() + eu_at(i) + data_frame_at(slot), frame_of(data, low16(first_page + slot), sound));
-        return;
-    }
+    const auto owner = std::ranges::find_if(eus_, [&](const eu_plan& e) {
+        return e.header.base_page == first_page && e.header.magic != eu_magic_given_up;
+    });
+    if (owner == eus_.end() || owner->header_bytes == 0) return;
+    std::uint8_t* at = out.data() + eu_at(static_cast<unsigned>(owner - eus_.begin()));
+    at[data_record_at(slot)] = record;
+    store(at + data_frame_at(slot), frame_of(data, low16(first_page + slot), sound));
 }
 
 void volume::lay_files(raw& out, raw& fat) const
@@ -113,27 +111,26 @@ void volume::lay_files(raw& out, raw& fat) const
         store(fat.data() + afs::fat_entry_at(index), le16{value});
     };
     std::set<unsigned> taken;
-    for (const auto& [number, plan] : file_) taken.insert(plan.chunks_.begin(), plan.chunks_.end());
+    for (const auto& [number, plan] : file_) taken.insert(plan.chunks.begin(), plan.chunks.end());
     for (const auto& [index, record] : dead_) taken.insert(index);
 
     unsigned next_free = 0;
     for (const auto& [number, plan] : file_) {
-        const std::span<const std::uint8_t> content = plan.content_;
+        const std::span<const std::uint8_t> content = plan.content;
         const std::size_t needed = (content.size() + page_bytes - 1) / page_bytes;
-        std::vector<unsigned> chain = plan.chunks_;
+        std::vector<unsigned> chain = plan.chunks;
         require(chain.empty() || chain.size() == needed);
         while (chain.size() < needed) {
             while (taken.contains(next_free)) ++next_free;
             chain.push_back(next_free++);
         }
-        std::uint16_t value = chain.empty() ? afs::empty_file : low16((content.size() - 1) % page_bytes + 1);
-        if (plan.last_entry_) value = *plan.last_entry_;
+        std::uint16_t value =
+            plan.last.value_or(chain.empty() ? afs::empty_file : low16((content.size() - 1) % page_bytes + 1));
         for (auto i = static_cast<unsigned>(chain.size()); i-- > 0;) {
             entry(chunk_id(chain[i]), value);
             value = low16(chunk_id(chain[i]));
-            const auto record = plan.records_.find(i);
-            lay_page(out, chain[i], record == plan.records_.end() ? data_rec_complete : record->second,
-                     content.subspan(std::size_t{i} * page_bytes), !plan.wrong_crc_.contains(i));
+            lay_page(out, chain[i], plan.records.contains(i) ? plan.records.at(i) : data_rec_complete,
+                     content.subspan(std::size_t{i} * page_bytes), !plan.wrong_crcs.contains(i));
         }
         entry(number, value);
     }
@@ -148,45 +145,42 @@ void volume::append_missing_pages(const raw& fat, std::vector<eu_plan>& eus) con
         if (page_in(fat, p) != raw(page_bytes)) missing.insert(p);
     std::vector<eu_plan*> logs;
     for (eu_plan& e : eus) {
-        for (const auto& slot : e.log_)
+        for (const auto& slot : e.log)
             if (slot.commit && !slot.raw_record && !slot.data) missing.erase(slot.page);
-        if (e.header_.base_page == 0 && e.header_.magic != eu_magic_given_up) logs.push_back(&e);
+        if (e.header.base_page == 0 && e.header.magic != eu_magic_given_up) logs.push_back(&e);
     }
     // The log's end is the newest EU that has records; behind it come the blank ones, oldest first.
     std::ranges::sort(logs, {},
-                      [](const eu_plan* e) { return std::pair<bool, std::uint32_t>(e->log_.empty(), e->header_.seq); });
-    auto end = std::ranges::find_if(logs, [](const eu_plan* e) { return e->log_.empty(); });
+                      [](const eu_plan* e) { return std::pair<bool, unsigned>(e->log.empty(), e->header.seq); });
+    auto end = std::ranges::find_if(logs, [](const eu_plan* e) { return e->log.empty(); });
     if (end != logs.begin()) --end;
     for (const unsigned p : missing) {
-        while (end != logs.end() && (*end)->log_.size() >= log_slots) ++end;
+        while (end != logs.end() && (*end)->log.size() >= log_slots) ++end;
         require(end != logs.end());
         (*end)->page(p);
     }
 }
 
-void volume::lay_unit(const eu_plan& plan, const raw& fat, std::uint8_t* at)
+static void lay_unit(const eu_plan& plan, const std::vector<std::uint8_t>& fat, std::uint8_t* at)
 {
-    eu_header_t header = plan.header_;
-    const le32 stored = header.magic;
-    if (!plan.own_crc_) header.magic = eu_magic;
-    header.crc = low8(crc8(&header, header_crc_bytes) ^ plan.crc_xor_);
-    header.magic = stored;
+    eu_header_t header = plan.header;
+    if (!plan.own_crc) header.magic = eu_magic;
+    header.crc = low8(crc8(&header, header_crc_bytes) ^ plan.crc_change);
+    header.magic = plan.header.magic;
     std::array<std::uint8_t, sizeof header> bytes;
     store(bytes.data(), header);
-    std::copy_n(bytes.begin(), plan.header_bytes_, at);
+    std::copy_n(bytes.begin(), plan.header_bytes, at);
 
     std::uint16_t last_page = 0;
-    std::uint32_t k = 0;
-    for (const auto& slot : plan.log_) {
+    for (std::uint32_t k = 0; k < plan.log.size(); ++k) {
+        const auto& slot = plan.log[k];
         const std::uint16_t record = slot.raw_record.value_or(low16(chain_value(last_page) ^ slot.page));
         if (slot.record) store(at + log_record_at(k), le16{record});
         if (slot.frame)
             store(at + log_frame_at(k), frame_of(slot.data.value_or(page_in(fat, slot.page)), slot.page, slot.sound));
-        if (slot.commit) {
-            at[log_commit_at(k)] &= log_commit_byte;
-            last_page = low16(chain_value(last_page) ^ record); // as it reads back
-        }
-        ++k;
+        if (!slot.commit) continue;
+        at[log_commit_at(k)] &= log_commit_byte;
+        last_page = low16(chain_value(last_page) ^ record); // as it reads back
     }
 }
 
@@ -198,7 +192,7 @@ std::vector<std::uint8_t> volume::image() const
     std::vector<eu_plan> eus = eus_;
     if (auto_log_) append_missing_pages(fat, eus);
     for (unsigned i = 0; i < eus.size(); ++i)
-        if (eus[i].header_bytes_ != 0) lay_unit(eus[i], fat, out.data() + eu_at(i));
+        if (eus[i].header_bytes != 0) lay_unit(eus[i], fat, out.data() + eu_at(i));
     for (const auto& [address, value] : poke_) out.at(address) = value;
     return out;
 }

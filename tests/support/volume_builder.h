@@ -28,21 +28,20 @@ namespace yfs::test {
 std::vector<std::uint8_t> bytes(std::size_t count, unsigned seed = 1);
 
 // One erase unit's plan.
-class eu_plan {
-public:
+struct eu_plan {
     using raw = std::vector<std::uint8_t>;
 
     // The header. Fields that aren't set keep what a format gives.
-    eu_plan& seq(std::uint32_t value) { return header_.seq = value, *this; }
-    eu_plan& erase_count(std::uint32_t value) { return header_.erase_count = value, *this; }
-    eu_plan& src(unsigned value) { return header_.src_eu = low16(value), *this; }
-    eu_plan& base_page(unsigned value) { return header_.base_page = low16(value), *this; }
-    eu_plan& commit(std::uint8_t value) { return header_.commit = value, *this; }
+    eu_plan& seq(std::uint32_t value) { return header.seq = value, *this; }
+    eu_plan& erase_count(std::uint32_t value) { return header.erase_count = value, *this; }
+    eu_plan& src(unsigned value) { return header.src_eu = low16(value), *this; }
+    eu_plan& base_page(unsigned value) { return header.base_page = low16(value), *this; }
+    eu_plan& commit(std::uint8_t value) { return header.commit = value, *this; }
     // The magic as stored, with the header's checksum over it or, as usual, over the one that is written today.
-    eu_plan& magic(std::uint32_t value, bool crc = false) { return header_.magic = value, own_crc_ = crc, *this; }
-    eu_plan& crc_xor(std::uint8_t value) { return crc_xor_ = value, *this; }
+    eu_plan& magic(std::uint32_t value, bool crc = false) { return header.magic = value, own_crc = crc, *this; }
+    eu_plan& crc_xor(std::uint8_t value) { return crc_change = value, *this; }
     // The header's first `bytes` bytes stand and no more; with 0 the whole unit reads 0xFF.
-    eu_plan& header_cut(unsigned bytes) { return header_bytes_ = bytes, *this; }
+    eu_plan& header_cut(unsigned bytes) { return header_bytes = bytes, *this; }
     eu_plan& erased() { return header_cut(0); }
     // The spare as reclaim leaves it: magic 0, all else as it was.
     eu_plan& given_up() { return magic(ftl::eu_magic_given_up); }
@@ -60,8 +59,6 @@ public:
     eu_plan& torn_record(unsigned page) { return add({.frame = false, .commit = false, .page = low16(page)}); }
     eu_plan& skip() { return add({.record = false, .frame = false, .commit = false}); }
 
-private:
-    friend class volume;
     struct log_slot {
         bool record = true, frame = true, commit = true;
         std::uint16_t page = 0;
@@ -71,29 +68,26 @@ private:
     };
     eu_plan& add(log_slot slot);
 
-    ftl::eu_header_t header_{};
-    bool own_crc_ = false;
-    std::uint8_t crc_xor_ = 0;
-    unsigned header_bytes_ = sizeof(ftl::eu_header_t);
-    std::vector<log_slot> log_;
+    ftl::eu_header_t header{};
+    bool own_crc = false;
+    std::uint8_t crc_change = 0;
+    unsigned header_bytes = sizeof(ftl::eu_header_t);
+    std::vector<log_slot> log;
 };
 
 // A file just added; without in_chunks it takes the lowest free ones when the image is made.
-class file_plan {
-public:
-    file_plan& in_chunks(std::vector<unsigned> indices) { return chunks_ = std::move(indices), *this; }
+struct file_plan {
+    file_plan& in_chunks(std::vector<unsigned> indices) { return chunks = std::move(indices), *this; }
     // Of the chunk at this place in the file: its checksum, its data record; then the value that ends the chain.
-    file_plan& wrong_crc(unsigned position) { return wrong_crc_.insert(position), *this; }
-    file_plan& record(unsigned position, std::uint8_t value) { return records_[position] = value, *this; }
-    file_plan& last_entry(std::uint16_t value) { return last_entry_ = value, *this; }
+    file_plan& wrong_crc(unsigned position) { return wrong_crcs.insert(position), *this; }
+    file_plan& record(unsigned position, std::uint8_t value) { return records[position] = value, *this; }
+    file_plan& last_entry(std::uint16_t value) { return last = value, *this; }
 
-private:
-    friend class volume;
-    std::vector<std::uint8_t> content_;
-    std::vector<unsigned> chunks_;
-    std::map<unsigned, std::uint8_t> records_;
-    std::set<unsigned> wrong_crc_;
-    std::optional<std::uint16_t> last_entry_;
+    std::vector<std::uint8_t> content = {};
+    std::vector<unsigned> chunks = {};
+    std::map<unsigned, std::uint8_t> records = {};
+    std::set<unsigned> wrong_crcs = {};
+    std::optional<std::uint16_t> last = {};
 };
 
 class volume {
@@ -141,7 +135,6 @@ private:
     void lay_files(raw& out, raw& fat) const;
     void lay_page(raw& out, unsigned index, std::uint8_t record, std::span<const std::uint8_t> data, bool sound) const;
     void append_missing_pages(const raw& fat, std::vector<eu_plan>& eus) const;
-    static void lay_unit(const eu_plan& plan, const raw& fat, std::uint8_t* at);
 
     unsigned files_;
     std::uint32_t fat_size_, volume_size_;
