@@ -42,11 +42,8 @@ bool is_header(const chip_change& change)
     return change.len == ftl::header_write_bytes && change.addr % ftl::eu_size == 0;
 }
 
-// Which kinds of unit were reclaimed, by the headers written.
-struct reclaims {
-    bool data = false, log = false;
-    friend bool operator==(const reclaims&, const reclaims&) = default;
-};
+// Whether units of data and of log were reclaimed, by the headers written.
+using reclaims = std::pair<bool, bool>;
 
 // One operation, run once and then cut short at will.
 class cut_run {
@@ -68,7 +65,7 @@ public:
         for (const chip_change& change : journal) {
             if (!is_header(change)) continue;
             const le16 base_page = load<le16>(change.bytes.data() + offsetof(ftl::eu_header_t, base_page));
-            (base_page == 0 ? seen.log : seen.data) = true;
+            (base_page == 0 ? seen.second : seen.first) = true;
         }
         EXPECT_EQ(seen, expected);
     }
@@ -129,9 +126,8 @@ public:
         if (trouble.empty()) return;
         ++lost_;
         if (++the_tally.lost > 10) return; // enough texts
-        ADD_FAILURE() << op_.text() << ", cut in the " << (change.kind == chip_call::erase ? "erase" : "write")
-                      << " of " << change.len << " bytes at " << change.addr << " (EU " << change.addr / ftl::eu_size
-                      << " + " << change.addr % ftl::eu_size << ") after " << bytes_done << " bytes, unfinished bits "
+        ADD_FAILURE() << op_.text() << ", cut after " << bytes_done << " of " << change.len << " bytes in EU "
+                      << change.addr / ftl::eu_size << " + " << change.addr % ftl::eu_size << ", unfinished bits "
                       << unsigned{unfinished} << ": " << trouble;
     }
 

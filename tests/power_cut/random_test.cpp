@@ -24,24 +24,24 @@ struct history {
     unsigned eus, data_eus, files; // data_eus 0: as yfs_make_volume lays it
     unsigned fill;                 // per cent of the chunks that files take, about
     unsigned largest;              // bytes of the largest write
+    std::uint32_t volume_size = 0; // 0: whole groups
 
     friend void PrintTo(const history& h, std::ostream* out) { *out << h.name; }
 };
 
 constexpr history histories[] = {
-    {"4 units", 4, 0, 65, 60, 400},
-    {"4 units, one of log", 4, 2, 65, 50, 300},
-    {"4 units, full", 4, 0, 65, 100, 600},
-    {"8 units", 8, 0, 100, 70, 3000},
-    {"8 units, much log", 8, 3, 300, 90, 800},
-    {"8 units, full", 8, 0, 100, 100, 5000},
-    {"16 units", 16, 0, 1024, 80, 9000},
+    {"4 units", 4, 0, 65, 60, 400},          {"4 units, one of log", 4, 2, 65, 50, 300},
+    {"4 units, full", 4, 0, 65, 100, 600},   {"6 units, the last group not whole", 6, 3, 100, 90, 2000, 346 * 66 + 214},
+    {"8 units", 8, 0, 100, 70, 3000},        {"8 units, much log", 8, 3, 300, 90, 800},
+    {"8 units, full", 8, 0, 100, 100, 5000}, {"16 units", 16, 0, 1024, 80, 9000},
     {"32 units", 32, 0, 2048, 95, 20000},
 };
 
 std::vector<std::uint8_t> lay(const history& h)
 {
-    if (h.data_eus != 0) return volume(h.eus, h.data_eus, h.files).image();
+    volume v(h.eus, std::max(h.data_eus, 1U), h.files);
+    if (h.volume_size != 0) v.header().volume_size = h.volume_size;
+    if (h.data_eus != 0) return v.image();
     std::vector<std::uint8_t> image(std::size_t{h.eus} * ftl::eu_size);
     EXPECT_EQ(yfs_make_volume(image.data(), static_cast<std::uint32_t>(image.size()), h.files), 0U);
     return image;
