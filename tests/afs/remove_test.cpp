@@ -76,6 +76,23 @@ TEST(AfsRemove, GivesFatPagesBack)
     }
 }
 
+// A chain that can't be read any more: the file is gone, what is left of it stays in use until the next mount.
+TEST(AfsRemove, AChainThatCantBeRead)
+{
+    volume v(6, 3, 100);
+    v.file(file, bytes(300)).in_chunks({3, 1, 300, 0, 9});
+    bench b(v);
+    ASSERT_EQ(b.open(), 0U);
+    cache_invalidate(&b.ctx);
+    std::uint16_t head = 0;
+    ASSERT_EQ(afs_get_next_cid(&b.ctx, file, &head), 0U);
+    b.chip.fail(chip_call::read, 6,
+                chip_fault::before); // the blank slot, three read-backs of the commit, two FAT pages
+    EXPECT_EQ(afs_deletefile(&b.ctx, file), 5U);
+    EXPECT_EQ(b.read(file), std::nullopt);
+    EXPECT_EQ((words{b.in_use(), b.reopen(), b.in_use()}), (words{2, 0, 0}));
+}
+
 TEST(AfsMaintenance, Forwards)
 {
     afs_context unopened{};

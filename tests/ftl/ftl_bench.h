@@ -43,10 +43,10 @@ struct word {
 };
 
 // An image by words. "eu1" begins an EU; behind it stand fields of its header and slots of its log: page numbers
-// (committed), tN (torn), rN (a record alone), xN (a wrong CRC), _ (untouched), fN=M (old copies of page N up to slot
-// M), raw=R (this record). dN is a complete data page, dN=R one with this record, uN one in use, bN in use and nothing
-// there. By default 6 EUs: two log, three data, the spare; 15 FAT pages, groups at pages 15, 137 and 259. FAT page p
-// holds bytes(64, p), an old copy zeros, data page i bytes(64, i + 1000).
+// (committed), tN (torn), rN (a record alone), pN (a frame alone), xN (a wrong CRC), _ (untouched), fN=M (old copies of
+// page N up to slot M), raw=R (this record). dN is a complete data page, dN=R one with this record, uN one in use, bN
+// in use and nothing there. By default 6 EUs: two log, three data, the spare; 15 FAT pages, groups at pages 15, 137 and
+// 259. FAT page p holds bytes(64, p), an old copy zeros, data page i bytes(64, i + 1000).
 struct plan {
     explicit plan(const std::string& text, unsigned eus = 6, unsigned data_eus = 3, unsigned files = 100)
         : v(eus, data_eus, files)
@@ -66,6 +66,8 @@ struct plan {
             {"", [](plan&, eu_plan& e, unsigned n, std::uint32_t) { e.page(n, bytes(64, n)); }},
             {"t", [](plan&, eu_plan& e, unsigned n, std::uint32_t) { e.torn(n); }},
             {"r", [](plan&, eu_plan& e, unsigned n, std::uint32_t) { e.torn_record(n); }},
+            {"p", [](plan&, eu_plan& e, unsigned n,
+                     std::uint32_t) { e.add({.record = false, .commit = false, .page = low16(n)}); }},
             {"x", [](plan&, eu_plan& e, unsigned n, std::uint32_t) { e.wrong_crc(n); }},
             {"f", [](plan&, eu_plan& e, unsigned n, std::uint32_t x) { e.fill(n, x); }},
             {"_", [](plan&, eu_plan& e, unsigned, std::uint32_t) { e.skip(); }},

@@ -136,6 +136,8 @@ TEST(FtlReclaim, LogEu)
              "after 9, 244..366"},
             {"room for exactly all", with("f74=20 0-2", room_3), "r0 g0-2",
              "0 = | E7 E7' 1:7982+198 1:252+6 1:259=7f 7:0+17 0:0=00000000 7:17=00 | 1/120 after 2, 244..366"},
+            {"behind a programmed frame", with("f74=20 0-2", "eu1 seq=20 f74=5 p9"), "r0 g0-2",
+             "0 = | E7 E7' 1:28=0000 1:722+198 1:32+6 1:39=7f 7:0+17 0:0=00000000 7:17=00 | 1/10 after 2, 244..366"},
             {"the log is full", with("f74=20 0-2", "eu1 seq=20 f74=120"), "r0 g0-2",
              "0 = | E7 E7' 2:260+198 2:18+6 2:25=7f 7:0+17 0:0=00000000 7:17=00 | 2/3 after 2, 244..366"},
             {"the victim is the log", with("f74=20 0-2", "eu0 seq=20 eu1 74"), "t74 r0 m g0-2",
@@ -144,6 +146,13 @@ TEST(FtlReclaim, LogEu)
              "0 0 0 = | E7 E7' 7:260+198 7:18+6 7:25=7f 7:0+17 0:0=00000000 7:17=00 | 7/3 after 2, 244..366"},
         },
         8, 3, 2000);
+    for (unsigned n = 1; n <= 9;
+         ++n) { // a write fails: all is put back, and the log goes on; the last one can follow later
+        bench b(plan(with(ten, room_3), 8, 3, 2000));
+        ASSERT_EQ(b.open(), 0U);
+        b.chip.fail(chip_call::write, n, chip_fault::before);
+        EXPECT_EQ(b.run("r0 g0-9 w30 g30 m g0-9 g30"), n < 9 ? "5 = 0 = 0 = = " : "0 = 0 = 0 = = ") << n;
+    }
     // One log EU, full of live pages: a reclaim goes through, gains nothing, and there is no other EU to try.
     check({{"without a stale slot", "0-119", "r0 k0 w0 g0-119",
             "38807 28 28 = | E23 E23' 23:260+4092 23:18+124 23:4352+3828 23:142+116 23:259=7f 23:0+17 "
