@@ -12,6 +12,7 @@
 
 #include <cctype>
 #include <map>
+#include <regex>
 #include <set>
 #include <sstream>
 
@@ -195,19 +196,19 @@ struct bench {
         return found;
     }
 
-    // The changes of the flash so far: EU:offset=bytes of short writes, EU:offset+length of long ones, EN and EN' for
-    // an EU's two blocks erased.
+    // The changes of the flash so far: EU:offset=bytes of short writes, EU:offset+length of long ones; EN for an EU
+    // erased, and A>B where B takes over from A by header, end of the source and commit byte.
     std::string story() const
     {
         std::ostringstream out;
         for (const chip_change& c : chip.journal()) {
-            const unsigned eu = c.addr / ftl::eu_size, offset = c.addr % ftl::eu_size;
-            if (c.kind == chip_call::erase) out << "E" << eu << (offset != 0 ? "' " : " ");
-            if (c.kind == chip_call::erase) continue;
-            out << eu << ":" << offset << (c.len > 4 ? '+' : '=');
-            out << (c.len > 4 ? std::to_string(c.len) : hex(c.bytes)) << " ";
+            const bool erases = c.kind == chip_call::erase;
+            out << (erases ? "E" : "") << c.addr / ftl::eu_size << ":" << c.addr % ftl::eu_size;
+            if (!erases) out << (c.len > 4 ? '+' : '=') << (c.len > 4 ? std::to_string(c.len) : hex(c.bytes));
+            out << " ";
         }
-        return out.str();
+        static const std::regex erased("E(\\d+):0 E\\1:4096 "), over("(\\d+):0\\+17 (\\d+):0=00000000 \\1:17=00 ");
+        return std::regex_replace(std::regex_replace(out.str(), erased, "E$1 "), over, "$2>$1 ");
     }
 
     content image;

@@ -27,8 +27,8 @@ std::string roles(bench& b)
 {
     const ftl_context& f = *b.ctx.ftl;
     std::ostringstream out;
-    out << "seq " << f.seq << " spare " << f.spare_eu << " erased " << f.eu_table[f.spare_eu].erase_count << " log "
-        << f.log_eu << "/" << f.log_slot << " last " << f.last_page << (f.missing_commit != 0 ? " uncommitted" : "");
+    out << "seq " << f.seq << ", spare " << f.spare_eu << "*" << f.eu_table[f.spare_eu].erase_count << ", "
+        << b.ends().substr(0, b.ends().find(',')) << (f.missing_commit != 0 ? " uncommitted" : "");
     return out.str();
 }
 
@@ -51,7 +51,7 @@ TEST(FtlMount, FreshFormat)
 
 TEST(FtlMount, Headers)
 {
-    constexpr const char* usual = "seq 5 spare 5 erased 1 log 0/0 last 0";
+    constexpr const char* usual = "seq 5, spare 5*1, 0/0 after 0";
     check_mounts(
         "",
         {{"old magic, CRC over it", "eu2 magic*=0x82416801", usual},
@@ -68,20 +68,18 @@ TEST(FtlMount, Headers)
          {"two uncommitted", "eu3 commit=0xFF eu4 commit=0xFF", "5"},
          {"the newest names another", "eu4 src=3", "5"},
          {"a newer one names another", "eu0 seq=9", "5"},
-         {"a newer one names it", "eu0 seq=9 src=5", "seq 9 spare 5 erased 1 log 1/0 last 0"},
+         {"a newer one names it", "eu0 seq=9 src=5", "seq 9, spare 5*1, 1/0 after 0"},
          {"of equals the later scanned counts", "eu3 seq=5 src=1", usual},
          {"and not the earlier", "eu3 seq=5 src=5 eu4 src=1", "5"},
-         {"given up: its count is kept", "eu5 erase=77", "seq 5 spare 5 erased 77 log 0/0 last 0"},
-         {"erased: the others' average", "eu0 erase=100 eu1 erase=15 eu5 erased",
-          "seq 5 spare 5 erased 23 log 0/0 last 0"},
-         {"wrong CRC", "eu0 erase=100 eu1 erase=19 eu5 erase=77 crc^=1", "seq 5 spare 5 erased 24 log 0/0 last 0"},
-         {"right CRC, magic not 0", "eu0 erase=100 eu5 erase=77 magic=0x100", "seq 5 spare 5 erased 20 log 0/0 last 0"},
-         {"the header written in part", "eu0 erase=100 eu5 magic=0xAA557887 cut=4",
-          "seq 5 spare 5 erased 20 log 0/0 last 0"}},
+         {"given up: its count is kept", "eu5 erase=77", "seq 5, spare 5*77, 0/0 after 0"},
+         {"erased: the others' average", "eu0 erase=100 eu1 erase=15 eu5 erased", "seq 5, spare 5*23, 0/0 after 0"},
+         {"wrong CRC", "eu0 erase=100 eu1 erase=19 eu5 erase=77 crc^=1", "seq 5, spare 5*24, 0/0 after 0"},
+         {"right CRC, magic not 0", "eu0 erase=100 eu5 erase=77 magic=0x100", "seq 5, spare 5*20, 0/0 after 0"},
+         {"the header written in part", "eu0 erase=100 eu5 magic=0xAA557887 cut=4", "seq 5, spare 5*20, 0/0 after 0"}},
         roles);
     bench below("eu0 given-up eu1 seq=4 eu2 seq=4 eu3 seq=4 eu4 seq=4 eu5 magic=0xAA557887 seq=4");
     ASSERT_EQ(below.mount(), 0U); // numbers below the count name EU 0
-    EXPECT_EQ(roles(below), "seq 5 spare 0 erased 1 log 0/0 last 0");
+    EXPECT_EQ(roles(below), "seq 5, spare 0*1, 0/0 after 0");
     bench old("eu0 erase=100 eu5 erase=77 magic*=0x82416801");
     std::fill_n(old.image.begin() + 5 * 8192, 4, std::uint8_t{0}); // given up under the old magic
     ASSERT_EQ(old.mount(), 0U);
@@ -97,19 +95,18 @@ TEST(FtlMount, SettlesAnInterruptedReclaim)
     };
     check_mounts(
         "eu0 3 eu5 magic=0xAA557887 seq=6 commit=0xFF ",
-        {{"data, source stands", "src=2 base=15", "seq 5 spare 5 erased 1 log 0/1 last 3 base 0 dirty 0"},
+        {{"data, source stands", "src=2 base=15", "seq 5, spare 5*1, 0/1 after 3 base 0 dirty 0"},
          {"data, source given up", "src=2 base=15 eu2 given-up",
-          "seq 6 spare 2 erased 1 log 0/1 last 3 uncommitted base 15 dirty 122"},
+          "seq 6, spare 2*1, 0/1 after 3 uncommitted base 15 dirty 122"},
          {"source half given up", "src=2 base=15 eu2 magic=0xAA550000",
-          "seq 6 spare 2 erased 1 log 0/1 last 3 uncommitted base 15 dirty 122"},
+          "seq 6, spare 2*1, 0/1 after 3 uncommitted base 15 dirty 122"},
          {"another given up", "src=2 base=15 eu3 given-up", "5"},
-         {"torn in its erase count", "erase=0xFF000000", "seq 5 spare 5 erased 1 log 0/1 last 3 base 0 dirty 0"},
-         {"log, source stands", "src=0 4 5", "seq 5 spare 5 erased 1 log 0/1 last 3 base 0 dirty 0"},
-         {"log, blank", "src=1 eu1 given-up", "seq 6 spare 1 erased 1 log 0/1 last 3 uncommitted base 0 dirty 120"},
-         {"log, with pages", "src=1 4 5 eu1 given-up",
-          "seq 6 spare 1 erased 1 log 5/2 last 5 uncommitted base 0 dirty 118"},
+         {"torn in its erase count", "erase=0xFF000000", "seq 5, spare 5*1, 0/1 after 3 base 0 dirty 0"},
+         {"log, source stands", "src=0 4 5", "seq 5, spare 5*1, 0/1 after 3 base 0 dirty 0"},
+         {"log, blank", "src=1 eu1 given-up", "seq 6, spare 1*1, 0/1 after 3 uncommitted base 0 dirty 120"},
+         {"log, with pages", "src=1 4 5 eu1 given-up", "seq 6, spare 1*1, 5/2 after 5 uncommitted base 0 dirty 118"},
          {"log, nothing committed", "src=1 t4 eu1 given-up",
-          "seq 6 spare 1 erased 1 log 5/2 last 0 uncommitted base 0 dirty 120"}},
+          "seq 6, spare 1*1, 5/2 after 0 uncommitted base 0 dirty 120"}},
         show);
 }
 

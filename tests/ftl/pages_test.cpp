@@ -17,8 +17,7 @@ TEST(FtlPages, Scripts)
         {"into the blank EU", "eu0 3 1 f4=119 4", "w2 g1-4",
          "0 = | 1:18=590b 1:260+66 1:21=7f | 1/1 after 2, 244..366"},
         {"after a reclaim", "eu0 3 1 f4=120 eu1 seq=9 src=5 3 4 f5=120", "w2 g1-4",
-         "0 = | E5 E5' 5:260+66 5:18=5a0b 5:21=7f 5:0+17 0:0=00000000 5:17=00 5:20=6838 5:326+66 5:23=7f | 5/2 after "
-         "2, 244..366"},
+         "0 = | E5 5:260+66 5:18=5a0b 5:21=7f 0>5 5:20=6838 5:326+66 5:23=7f | 5/2 after 2, 244..366"},
         {"programmed frames are passed by", "eu0 3 p4", "w5 g3 g5",
          "0 = = | 0:20=0000 0:24=0d1e 0:458+66 0:27=7f | 0/4 after 5, 244..366"},
         {"data pages", "u9", "W121 W122 G121-122",
@@ -26,9 +25,9 @@ TEST(FtlPages, Scripts)
         {"never twice", "u9 d10=0x7F d11=0xFE", "W9 W10 W11", "5 5 5 | | 0/0 after 0, 244..366"},
         {"trimmed in memory only", "eu0 3 4 u130", "t5 T131 t3 t3 T130 T130 g3 G130 m g3",
          "0 0 0 0 0 0 zeros zeros 0 = | | 0/2 after 4, 244..366"},
-        {"all dead", "d0-365", "a a", "65533 #0 | E5 E5' 5:0+17 2:0=00000000 5:17=00 | 0/0 after 0, 1..122"},
+        {"all dead", "d0-365", "a a", "65533 #0 | E5 2>5 | 0/0 after 0, 1..122"},
     });
-    check({{"no data EUs", "", "a a", "65533 28 | E3 E3' 3:0+17 0:0=00000000 3:17=00 | 1/0 after 0, 0"}}, 4, 0);
+    check({{"no data EUs", "", "a a", "65533 28 | E3 0>3 | 1/0 after 0, 0"}}, 4, 0);
 }
 
 TEST(FtlRead, ByFlashAlone)
