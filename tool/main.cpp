@@ -57,6 +57,10 @@ constexpr const char* about_put =
     "The file becomes these contents. What the file table allows is the limit, and the tail of files\n"
     "that carry one comes on top. Contents that are there already touch no file.";
 
+constexpr const char* about_check =
+    "A fault: the image doesn't open, or something in use is lost or wrong. A warning: it opens and\n"
+    "reads well, but no orderly history makes this. Exit status 4 if there is a fault.";
+
 // Builds the grammar: each verb fills the options and leaves what to run in `chosen`.
 class grammar {
 public:
@@ -118,6 +122,17 @@ private:
         put_verb.add_option("FILE", given_.source, "Its contents; standard input if absent or -")->type_name("");
 
         add_path(add(app_, "rm", "Remove a file from the volume", remove));
+
+        CLI::App& check_verb = add(app_, "check", "Find every fault in the images, without mounting them", check);
+        check_verb.footer(about_check);
+        check_verb.add_option("IMAGE", given_.images, "AFS images; without one, the images of the set")->type_name("");
+        check_verb.add_flag("-l", given_.long_list, "What is no fault too: the traces of power cuts and of use");
+        add_json(check_verb);
+
+        add(app_, "explain", "What a finding of 'check' means, where it comes from, what helps", explain)
+            .add_option("ID", given_.path, "As 'check' prints it: chain-loop")
+            ->required()
+            ->type_name("");
     }
 
     void add_values()

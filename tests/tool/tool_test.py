@@ -454,6 +454,21 @@ def set_limit(folder, path, limit):
     overwrite("ftbl.bin", table.index(path.encode()) + 64, struct.pack("<I", limit))(folder)
 
 
+class Check(ToolTest):
+    def test_faults_are_told_and_explained(self):
+        folder = self.sample()
+        self.assertEqual(self.ok("check", cwd=folder), b"yfs.img: afs: clean\nefs.img: efs: clean\n")
+        for name, offset in [("yfs.img", 0x2000), ("efs.img", 0)]:
+            overwrite(name, offset, bytes(300))(folder)
+        done = run("check", "--json", cwd=folder)
+        self.assertEqual(done.returncode, 4, done.stderr)
+        images = json.loads(done.stdout)["images"]
+        self.assertTrue(all(image["faults"] for image in images), images)
+        for finding in (f for image in images for f in image["findings"]):
+            self.assertIn(finding["meaning"].encode(), self.ok("explain", finding["id"], cwd=folder))
+        self.assertIn(b"volume-header-missing", run("check", "velor.cfg", cwd=folder).stdout)
+
+
 class Errors(ToolTest):
     def test_refusals(self):
         for fault, status, args, change, says in REFUSALS:
@@ -484,7 +499,7 @@ class Errors(ToolTest):
         self.assertEqual((document["yfs"]["error"], document["zonc"]["records"]), ("volume-damaged", 7))
 
     def test_help(self):
-        for args in [[], ["nvar"], *([verb] for verb in "info ls cat put rm sample".split()),
+        for args in [[], ["nvar"], *([verb] for verb in "info ls cat put rm check explain sample".split()),
                      *(["nvar", verb] for verb in "ls get set".split())]:
             text = self.ok(*args, "--help", cwd=self.root).decode()
             self.assertRegex(text, "Usage: yfs " + " ".join(args))

@@ -1,0 +1,138 @@
+// check and explain: what the second reader finds in an image, and what a finding means. It doesn't mount, so it works
+// on images that no mount takes.
+#include "inspect/efs_picture.h"
+#include "inspect/picture.h"
+#include "tool/output.h"
+#include "tool/session.h"
+#include "tool/verbs.h"
+#include "yfs/efs.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace yfs::tool {
+
+namespace {
+
+using inspect::finding;
+using inspect::severity;
+
+struct checked_image {
+    std::string name;
+    std::string_view kind; // "afs", "efs"
+    std::vector<finding> findings;
+
+    std::uint64_t count(severity level) const
+    {
+        return static_cast<std::uint64_t>(
+            std::count_if(findings.begin(), findings.end(), [=](const finding& f) { return severity_of(f) == level; }));
+    }
+};
+
+// Each number that a finding carries, by its name.
+json::object numbers_of(const finding& f)
+{
+    const std::pair<const char*, std::uint32_t> all[] = {{"address", f.address}, {"eu", f.eu},     {"slot", f.slot},
+                                                         {"page", f.page},       {"file", f.file}, {"chunk", f.chunk},
+                                                         {"block", f.block},     {"map", f.bm},    {"value", f.value}};
+    json::object out;
+    for (const auto& [name, value] : all) {
+        if (value != inspect::none) out.emplace_back(name, value);
+    }
+    return out;
+}
+
+json document_of(const checked_image& image)
+{
+    json::array findings;
+    for (const finding& f : image.findings) {
+        const auto& kind = inspect::kind_of(f.id);
+        json::object one = {{"id", kind.name}, {"severity", to_string(kind.level)}, {"meaning", kind.meaning}};
+        for (auto& member : numbers_of(f)) one.push_back(std::move(member));
+        findings.emplace_back(std::move(one));
+    }
+    return json::object{{"path", image.name},
+                        {"kind", image.kind},
+                        {"faults", image.count(severity::fault)},
+                        {"warnings", image.count(severity::warning)},
+                        {"findings", std::move(findings)}};
+}
+
+std::string text_of(const checked_image& image, bool all)
+{
+    std::string out;
+    for (const finding& f : image.findings) {
+        if (all || severity_of(f) != severity::info)
+            out += fmt::format("  {}: {}\n", to_string(severity_of(f)), describe(f));
+    }
+    const std::uint64_t faults = image.count(severity::fault), warnings = image.count(severity::warning);
+    return fmt::format("{}: {}: {}\n", image.name, image.kind,
+                       faults + warnings == 0
+                           ? "clean"
+                           : fmt::format("{}, {}", count_of(faults, "fault"), count_of(warnings, "warning"))) +
+           out;
+}
+
+checked_image check_afs(const working_copy& image)
+{
+    return {image.name(), "afs", inspect::inspect_image(image.before).findings};
+}
+
+checked_image check_efs(const session& set, const working_copy& image)
+{
+    const std::uint32_t status =
+        load_autogen_data(set.ftbl.before.data(), set.set.sku, static_cast<std::uint32_t>(set.ftbl.before.size()));
+    if (status != 0 || g_efs_autogen_data_loaded == 0) {
+        throw failure(fault::efs_damaged,
+                      fmt::format("{}: the file table has no layout of an EFS for SKU {}", image.name(), set.set.sku),
+                      "without the layout nobody can tell where the files of an EFS begin");
+    }
+    return {image.name(), "efs", inspect::inspect_efs(image.before, inspect::loaded_efs_plan()).findings};
+}
+
+std::vector<checked_image> check_set(const std::string& named)
+{
+    const session set(named);
+    std::vector<checked_image> out;
+    if (set.yfs) out.push_back(check_afs(*set.yfs));
+    if (set.efs) out.push_back(check_efs(set, *set.efs));
+    return out;
+}
+
+} // namespace
+
+exit_status check(const options& given)
+{
+    std::vector<checked_image> images;
+    if (given.images.empty()) images = check_set(given.set);
+    for (const std::string& path : given.images) {
+        bytes contents = read_file(path);
+        images.push_back({path, "afs", inspect::inspect_image(contents).findings});
+    }
+    std::uint64_t faults = 0;
+    json::array documents;
+    std::string text;
+    for (const checked_image& image : images) {
+        faults += image.count(severity::fault);
+        documents.push_back(document_of(image));
+        text += text_of(image, given.long_list);
+    }
+    print(given.json ? json(json::object{{"schema", "yfs.check/1"}, {"images", std::move(documents)}}).dump() : text);
+    return faults == 0 ? exit_status::done : exit_status::damaged;
+}
+
+exit_status explain(const options& given)
+{
+    const inspect::finding_kind* const kind = inspect::kind_named(given.path);
+    if (kind == nullptr) {
+        throw failure(fault::unknown_path, fmt::format("no finding has the id {}", given.path),
+                      "'yfs check' prints the ids");
+    }
+    const auto value = kind->value_name.empty() ? std::string() : fmt::format("\nIts value is {}.\n", kind->value_name);
+    print(fmt::format("{} ({})\n{}\n\n{}\n{}", kind->name, to_string(kind->level), kind->meaning, kind->explanation,
+                      value));
+    return exit_status::done;
+}
+
+} // namespace yfs::tool
