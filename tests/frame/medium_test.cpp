@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 
 namespace {
@@ -81,7 +82,7 @@ TEST(Memory, HostAddressIsTheSumOfTwoHalves)
 #else
     constexpr std::uint64_t place = 0x123450000;
 #endif
-    auto* wanted = reinterpret_cast<void*>(place);
+    auto* const wanted = std::bit_cast<void*>(place);
     void* page = mmap(wanted, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
     if (page != wanted) GTEST_SKIP() << "the address is taken";
     const auto a = static_cast<std::uint32_t>(std::min<std::uint64_t>(place, 0xFFFFF000));

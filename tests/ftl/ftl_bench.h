@@ -12,7 +12,6 @@
 
 #include <cctype>
 #include <map>
-#include <regex>
 #include <set>
 #include <sstream>
 
@@ -190,7 +189,7 @@ struct bench {
         ftl_context* kept = std::exchange(ctx.ftl, nullptr);
         std::uint32_t status = mount();
         if (status == 0) status = afs_physical_ftl_set_allocation_map(&ctx);
-        const std::string found = status == 0 ? layout() : "mount " + std::to_string(status);
+        std::string found = status == 0 ? layout() : "mount " + std::to_string(status);
         ftl::release_ftl(&ctx);
         ctx.ftl = kept;
         return found;
@@ -200,15 +199,27 @@ struct bench {
     // erased, and A>B where B takes over from A by header, end of the source and commit byte.
     std::string story() const
     {
-        std::ostringstream out;
+        std::vector<std::string> told;
         for (const chip_change& c : chip.journal()) {
-            const bool erases = c.kind == chip_call::erase;
-            out << (erases ? "E" : "") << c.addr / ftl::eu_size << ":" << c.addr % ftl::eu_size;
-            if (!erases) out << (c.len > 4 ? '+' : '=') << (c.len > 4 ? std::to_string(c.len) : hex(c.bytes));
-            out << " ";
+            std::ostringstream out;
+            const unsigned eu = c.addr / ftl::eu_size, offset = c.addr % ftl::eu_size;
+            const std::string header = std::to_string(eu) + ":0+17", given_up = ":0=00000000";
+            const std::size_t n = told.size();
+            if (c.kind == chip_call::erase) {
+                out << "E" << eu << (offset == 0 ? " half" : "");
+                if (offset != 0 && n != 0 && told.back() == out.str() + " half") told.pop_back();
+            } else if (offset == 17 && n >= 2 && told[n - 2] == header && told[n - 1].ends_with(given_up)) {
+                out << told[n - 1].substr(0, told[n - 1].find(':')) << ">" << eu;
+                told.resize(n - 2);
+            } else {
+                out << eu << ":" << offset << (c.len > 4 ? '+' : '=');
+                out << (c.len > 4 ? std::to_string(c.len) : hex(c.bytes));
+            }
+            told.push_back(out.str());
         }
-        static const std::regex erased("E(\\d+):0 E\\1:4096 "), over("(\\d+):0\\+17 (\\d+):0=00000000 \\1:17=00 ");
-        return std::regex_replace(std::regex_replace(out.str(), erased, "E$1 "), over, "$2>$1 ");
+        std::string all;
+        for (const std::string& word : told) all.append(word).append(" ");
+        return all;
     }
 
     content image;
