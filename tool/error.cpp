@@ -19,6 +19,7 @@ constexpr fault_row fault_table[] = {
     {fault::set_missing, exit_status::usage, "set-missing"},
     {fault::set_invalid, exit_status::usage, "set-invalid"},
     {fault::file_unreadable, exit_status::failed, "file-unreadable"},
+    {fault::unknown_image, exit_status::damaged, "unknown-image"},
     {fault::table_damaged, exit_status::damaged, "table-damaged"},
     {fault::volume_damaged, exit_status::damaged, "volume-damaged"},
     {fault::volume_incomplete, exit_status::damaged, "volume-incomplete"}, // a deployed volume without a value's file
@@ -34,8 +35,11 @@ constexpr fault_row fault_table[] = {
     {fault::unknown_records, exit_status::failed, "unknown-records"}, // a rebuild would lose them
     {fault::would_overwrite, exit_status::failed, "would-overwrite"},
     {fault::binary_to_terminal, exit_status::usage, "binary-to-terminal"},
+    {fault::check_failed, exit_status::failed, "check-failed"}, // a change would leave faults, or touch other files
+    {fault::locked, exit_status::failed, "locked"},             // another program is changing the same file
     {fault::save_failed, exit_status::failed, "save-failed"},
     {fault::output_failed, exit_status::failed, "output-failed"},
+    {fault::interrupted, exit_status::interrupted, "interrupted"},
     {fault::library, exit_status::failed, "library"}, // an answer that no other id covers
 };
 

@@ -10,10 +10,11 @@ namespace yfs::tool {
 
 enum class exit_status : int {
     done = 0,
-    no = 1,      // what was asked for isn't there
+    no = 1,      // not there, it differs, or faults were found and repaired
     damaged = 4, // an image or a table contradicts its format
     failed = 8,
     usage = 16,
+    interrupted = 32, // by a signal; nothing was left half done
 };
 
 enum class fault {
@@ -21,6 +22,7 @@ enum class fault {
     set_missing,
     set_invalid,
     file_unreadable,
+    unknown_image,
     table_damaged,
     volume_damaged,
     volume_incomplete,
@@ -36,8 +38,11 @@ enum class fault {
     unknown_records,
     would_overwrite,
     binary_to_terminal,
+    check_failed,
+    locked,
     save_failed,
     output_failed,
+    interrupted,
     library,
 };
 

@@ -151,6 +151,10 @@ file_row file_table::resolve(const std::string& path) const
         const auto named = std::find_if(rows_.begin(), rows_.end(), same);
         return named == rows_.end() ? *nameless : *named; // a name brings its limit and its tail along
     }
+    if (origin_.empty()) {
+        throw failure(fault::unknown_path, fmt::format("{}: no file table, so no names", printable(path)),
+                      "afs#17 names a file by its number; a set file (--set) or --ftbl FILE --sku N brings the names");
+    }
     throw failure(fault::unknown_path, fmt::format("{} has no {} for this SKU", origin_, printable(path)),
                   "'yfs ls' and 'yfs nvar ls' list the paths there are; /home/ in front may be left out");
 }

@@ -39,6 +39,8 @@ file_row row_of_place(file_system where, std::uint16_t index);
 
 class file_table {
 public:
+    // Knows no name; files are reached by their places.
+    file_table() = default;
     // Makes `ftbl` the library's active table; the buffer has to outlive that. Fails with table_damaged, or set_invalid
     // for a SKU that the table doesn't have.
     file_table(const set_file& set, const bytes& ftbl);

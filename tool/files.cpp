@@ -1,14 +1,22 @@
 #include "tool/files.h"
 
 #include "tool/error.h"
+#include "tool/interrupt.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
+#include <memory>
+#include <optional>
 #include <set>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -121,6 +129,57 @@ void sync_folder(const fs::path& folder)
 
 } // namespace
 
+file_lock::~file_lock()
+{
+    if (fd_ >= 0) ::close(fd_); // the lock goes with it
+}
+
+namespace {
+
+bool same_file(const struct stat& a, const struct stat& b)
+{
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// A save puts a new file in the old one's place, and whoever waited for the old one holds a lock on nothing then.
+std::optional<file_lock> try_lock(const fs::path& path, bool& gone)
+{
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    gone = fd < 0;
+    if (gone) return {};
+    file_lock lock(fd);
+    struct stat held = {}, there = {};
+    if (::flock(fd, LOCK_EX | LOCK_NB) != 0) return {};
+    if (::fstat(fd, &held) != 0 || ::stat(path.c_str(), &there) != 0 || !same_file(held, there)) return {};
+    return lock;
+}
+
+} // namespace
+
+std::vector<file_lock> lock_files(const std::vector<fs::path>& paths)
+{
+    using namespace std::chrono_literals;
+    const auto patience = std::chrono::steady_clock::now() + 10s;
+    std::vector<file_lock> locks;
+    std::set<fs::path> taken;
+    for (const fs::path& path : paths) {
+        std::error_code ignored;
+        const fs::path real = fs::weakly_canonical(path, ignored);
+        if (path == "-" || !taken.insert(real).second) continue;
+        for (bool gone = false; !gone; std::this_thread::sleep_for(20ms)) {
+            stop_if_interrupted();
+            if (auto lock = try_lock(real, gone)) {
+                locks.push_back(*std::move(lock));
+                break;
+            }
+            if (std::chrono::steady_clock::now() < patience) continue;
+            throw failure(fault::locked, fmt::format("{} is being changed by another program", path.string()),
+                          "try again when it has ended");
+        }
+    }
+    return locks;
+}
+
 bytes read_file(const fs::path& path, std::uint64_t limit)
 {
     const auto fail = [&](const std::string& why) {
@@ -137,6 +196,8 @@ bytes read_file(const fs::path& path, std::uint64_t limit)
         const ssize_t n = ::read(in.get(), contents.data() + held, step);
         contents.resize(held + (n > 0 ? static_cast<std::size_t>(n) : 0));
         if (n < 0 && errno != EINTR) fail(reason(errno));
+        stop_if_interrupted();
+        if (n < 0) continue;
         if (n == 0) return contents;
         if (contents.size() > limit) fail(fmt::format("it holds more than {} bytes", limit));
     }
@@ -147,13 +208,40 @@ void save_list::add(fs::path target, bytes contents)
     entries_.push_back({std::move(target), std::move(contents)});
 }
 
+void save_list::add_range(const fs::path& target, std::uint64_t offset, const bytes& contents)
+{
+    const fs::path real = follow_links(target);
+    auto found = std::find_if(entries_.begin(), entries_.end(), [&](const entry& each) { return each.target == real; });
+    if (found == entries_.end()) {
+        entries_.push_back({real, read_file(real, UINT64_MAX)});
+        found = std::prev(entries_.end());
+    }
+    if (found->contents.size() < offset + contents.size())
+        throw failure(fault::save_failed, fmt::format("{} has become shorter meanwhile", target.string()));
+    std::copy(contents.begin(), contents.end(), found->contents.begin() + static_cast<std::ptrdiff_t>(offset));
+}
+
+void save_list::keep_old_files(const std::string& suffix)
+{
+    std::vector<entry> backups;
+    for (const entry& each : entries_) {
+        const fs::path real = follow_links(each.target);
+        std::error_code ignored;
+        if (fs::exists(real, ignored)) backups.push_back({fs::path(real).concat(suffix), read_file(real, UINT64_MAX)});
+    }
+    backups_ = std::move(backups);
+}
+
 void save_list::commit()
 {
+    stop_if_interrupted();
+    const uninterrupted whole;
     std::vector<std::unique_ptr<temporary>> ready;
-    for (const entry& each : entries_) {
-        ready.push_back(std::make_unique<temporary>(each.target));
-        ready.back()->fill(each.contents);
-    }
+    for (const auto* list : {&backups_, &entries_})
+        for (const entry& each : *list) {
+            ready.push_back(std::make_unique<temporary>(each.target));
+            ready.back()->fill(each.contents);
+        }
 
     // COMMIT: each rename puts one file in force. The images come before the table, as in a host's own run: a value
     // that an image already holds is taken from there, whatever an older table says.

@@ -153,6 +153,7 @@ void release_run()
 
 host_run::host_run(session& set) : set_(set)
 {
+    if (set.bare()) set.refuse_bare("a value");
     YZonInitParams params{};
     params.velorCfg = buffer_of(set.velor.now);
     params.zonCfg = buffer_of(set.zonc);

@@ -5,7 +5,6 @@
 #include "tool/output.h"
 #include "tool/session.h"
 #include "tool/verbs.h"
-#include "yfs/efs.h"
 
 #include <fmt/format.h>
 
@@ -74,29 +73,33 @@ std::string text_of(const checked_image& image, bool all)
            out;
 }
 
-checked_image check_afs(const working_copy& image)
+checked_image check_image(const image_ref& ref, const bytes& contents, image_kind kind)
 {
-    return {image.name(), "afs", inspect::inspect_image(image.before).findings};
+    if (kind == image_kind::afs) return {ref.text, "afs", inspect::inspect_image(contents).findings};
+    return {ref.text, "efs", inspect::inspect_efs(contents, plan_for(ref, contents)).findings};
 }
 
-checked_image check_efs(const session& set, const working_copy& image)
+// An image whose name in the set tells its kind is that, however little of it is left.
+std::vector<checked_image> check_set(const source& from)
 {
-    const std::uint32_t status =
-        load_autogen_data(set.ftbl.before.data(), set.set.sku, static_cast<std::uint32_t>(set.ftbl.before.size()));
-    if (status != 0 || g_efs_autogen_data_loaded == 0) {
-        throw failure(fault::efs_damaged,
-                      fmt::format("{}: the file table has no layout of an EFS for SKU {}", image.name(), set.set.sku),
-                      "without the layout nobody can tell where the files of an EFS begin");
-    }
-    return {image.name(), "efs", inspect::inspect_efs(image.before, inspect::loaded_efs_plan()).findings};
-}
-
-std::vector<checked_image> check_set(const std::string& named)
-{
-    const session set(named);
+    const session set(from);
     std::vector<checked_image> out;
-    if (set.yfs) out.push_back(check_afs(*set.yfs));
-    if (set.efs) out.push_back(check_efs(set, *set.efs));
+    if (set.yfs) out.push_back(check_image(set.yfs->ref, set.yfs->before, image_kind::afs));
+    if (set.efs) out.push_back(check_image(set.efs->ref, set.efs->before, image_kind::efs));
+    return out;
+}
+
+// Any number of images; a file table of --ftbl or of the set tells where the files of an EFS are.
+std::vector<checked_image> check_images(const source& from)
+{
+    source tables = from;
+    tables.tables_only = true;
+    const session loaded(tables);
+    std::vector<checked_image> out;
+    for (const std::string& name : from.images) {
+        const working_copy copy = read_copy(parse_image(name));
+        out.push_back(check_image(copy.ref, copy.before, kind_of(copy.ref, copy.before)));
+    }
     return out;
 }
 
@@ -104,12 +107,7 @@ std::vector<checked_image> check_set(const std::string& named)
 
 exit_status check(const options& given)
 {
-    std::vector<checked_image> images;
-    if (given.images.empty()) images = check_set(given.set);
-    for (const std::string& path : given.images) {
-        bytes contents = read_file(path);
-        images.push_back({path, "afs", inspect::inspect_image(contents).findings});
-    }
+    const std::vector<checked_image> images = given.images.empty() ? check_set(given) : check_images(given);
     std::uint64_t faults = 0;
     json::array documents;
     std::string text;

@@ -142,7 +142,7 @@ void add_efs(part& out, std::uint64_t files)
 
 exit_status info(const options& given)
 {
-    session set(given.set);
+    session set(given);
     volume images(set);
 
     part ftbl("ftbl", set.ftbl);

@@ -1,40 +1,55 @@
-// What each verb does. The grammar, in main.cpp, fills the options; a verb prints its data and answers the exit status,
-// or throws a failure.
+// What each verb does. The grammar fills the options; a verb prints its data and answers the exit status, or throws a
+// failure.
 #pragma once
 
+#include "tool/changes.h"
 #include "tool/error.h"
+#include "tool/session.h"
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace yfs::tool {
 
-struct options {
-    std::string set;                 // --set; empty: the working directory
-    std::string path;                // of a file or a value
-    std::string source = "-";        // put: the file with the contents
+struct options : source {
+    change_flags change;
+    std::string path;                // of a file or a value; explain: an id; dump: what to show
+    std::string source_file = "-";   // put: the file with the contents
     std::string value;               // nvar set: FILE, utf8:TEXT or hex:BYTES
-    std::string folder;              // sample
-    std::vector<std::string> images; // check; empty: those of the set
+    std::string folder;              // sample, extract, import
+    std::vector<std::string> inputs; // diff: the two sides
+    std::string format;              // completion: the shell
     bool json = false;               // one document instead of text
-    bool long_list = false;          // ls -l
-    bool force = false;              // binary data to a terminal
+    bool long_list = false;          // -l
+    bool force = false;              // binary data to a terminal; what is in the way is overwritten
     bool drop_unknown = false;       // nvar set: a rebuild may lose records
 };
 
+// look
 exit_status info(const options& given);
 exit_status list_files(const options& given);
+exit_status stat_file(const options& given);
 exit_status cat(const options& given);
+exit_status extract(const options& given);
+exit_status disk_free(const options& given);
+exit_status check(const options& given);
+
+// change
 exit_status put(const options& given);
 exit_status remove(const options& given);
+exit_status import(const options& given);
 
-exit_status check(const options& given);
-exit_status explain(const options& given);
-
+// values
 exit_status list_values(const options& given);
 exit_status get_value(const options& given);
 exit_status set_value(const options& given);
 
+// make
 exit_status make_sample(const options& given);
+
+// support
+exit_status explain(const options& given);
 
 } // namespace yfs::tool

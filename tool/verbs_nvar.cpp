@@ -1,4 +1,5 @@
 // The verbs about values: what a host sees by name, after defaults, zonc.cfg and a deployed volume are merged.
+#include "tool/changes.h"
 #include "tool/host_run.h"
 #include "tool/output.h"
 #include "tool/tables.h"
@@ -132,22 +133,21 @@ void check_all_limits(const session& set, const host_run& run, const file_row& c
     }
 }
 
-// What has changed, in the order in which it may take effect: the images, the table, and the set file if it has to name
-// the table from now on.
-save_list changes(const session& set, const bytes& table)
+// Ends the run: the values are in the images, and in a zonc.cfg that the set names from now on.
+void put_values_back(session& set, host_run& run, changes& done)
 {
-    save_list list;
-    for (const auto* image : {&set.yfs, &set.efs}) {
-        if (*image && (*image)->changed()) list.add((*image)->path, (*image)->now);
+    for (const file_row& row : set.table.rows()) {
+        if (run.get(row)) done.touch(row);
     }
-    const bytes before = set.zonc ? set.zonc->before : bytes();
-    bytes partition = make_partition(before, table);
-    if (partition != before) list.add(set.set.locate(set.set.zonc.value_or(new_zonc_name)), std::move(partition));
-    if (!set.set.zonc) {
-        const std::string text = set_file_with_zonc(set.set, new_zonc_name);
-        list.add(set.set.path, bytes(text.begin(), text.end()));
+    const bytes table = run.finish();
+    if (set.zonc) {
+        set.zonc->replace(make_partition(set.zonc->before, table));
+        return;
     }
-    return list;
+    done.add_file(set.set.locate(set.set.zonc.value_or(new_zonc_name)), make_partition({}, table));
+    if (set.set.zonc) return;
+    const std::string text = set_file_with_zonc(set.set, new_zonc_name);
+    done.add_file(set.set.path, bytes(text.begin(), text.end()));
 }
 
 void check_new_zonc(const session& set)
@@ -164,7 +164,7 @@ void check_new_zonc(const session& set)
 
 exit_status list_values(const options& given)
 {
-    session set(given.set);
+    session set(given);
     const host_run run(set);
     using enum text_table::align;
     text_table lines({right, right, left, left, left});
@@ -188,7 +188,7 @@ exit_status list_values(const options& given)
 
 exit_status get_value(const options& given)
 {
-    session set(given.set);
+    session set(given);
     const file_row row = set.table.resolve(given.path);
     const host_run run(set);
     const auto value = run.get(row);
@@ -205,7 +205,7 @@ exit_status get_value(const options& given)
 
 exit_status set_value(const options& given)
 {
-    session set(given.set);
+    session set(given, access::change);
     const file_row row = set.table.resolve(given.path);
     const bytes contents = parse_value(given.value);
     check_size(row, contents.size());
@@ -232,10 +232,9 @@ exit_status set_value(const options& given)
 
     const std::size_t old_size = old->contents.size();
     run.set(row, contents);
-    save_list list = changes(set, run.finish());
-    list.commit();
-    note(fmt::format("{}: {} -> {}; saved {}", printable(row.path), old_size, bytes_text(contents.size()),
-                     list.names()));
+    changes done(set, given.change);
+    put_values_back(set, run, done);
+    done.save(fmt::format("{}: {} -> {}", printable(row.path), old_size, bytes_text(contents.size())));
     return exit_status::done;
 }
 

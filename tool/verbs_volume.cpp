@@ -1,4 +1,5 @@
 // The verbs about the files of the images: ls, cat, put, rm.
+#include "tool/changes.h"
 #include "tool/output.h"
 #include "tool/tables.h"
 #include "tool/verbs.h"
@@ -52,7 +53,7 @@ void check_limit(const file_row& row, std::size_t size)
 // A deployed volume has to hold every value that velor.cfg lists as available, or no host can take the values over.
 void warn_if_a_value_needs(const session& set, const volume& images, const file_row& row)
 {
-    if (!images.deployed() || (row.attributes & attribute_unread) != 0) return;
+    if (set.bare() || !images.deployed() || (row.attributes & attribute_unread) != 0) return;
     for (const cfg_record& record : read_cfg_records(set.velor.now, set.velor.name())) {
         if (!record.available || record.fileno != row.fileno) continue;
         note(fmt::format(
@@ -63,19 +64,11 @@ void warn_if_a_value_needs(const session& set, const volume& images, const file_
     }
 }
 
-void save_image(const working_copy& image, const std::string& what)
-{
-    save_list changed;
-    changed.add(image.path, image.now);
-    changed.commit();
-    note(fmt::format("{}; saved {}", what, changed.names()));
-}
-
 } // namespace
 
 exit_status list_files(const options& given)
 {
-    session set(given.set);
+    session set(given);
     volume images(set);
     images.mount_afs();
     images.mount_efs();
@@ -102,7 +95,7 @@ exit_status list_files(const options& given)
 
 exit_status cat(const options& given)
 {
-    session set(given.set);
+    session set(given);
     const file_row row = set.table.resolve(given.path);
     volume images(set);
     images.mount(row.where);
@@ -112,9 +105,9 @@ exit_status cat(const options& given)
 
 exit_status put(const options& given)
 {
-    session set(given.set);
+    session set(given, access::change);
     const file_row row = set.table.resolve(given.path);
-    const bytes contents = read_file(given.source);
+    const bytes contents = read_file(given.source_file);
     check_limit(row, contents.size());
 
     volume images(set);
@@ -130,15 +123,16 @@ exit_status put(const options& given)
         note(fmt::format("warning: {} ends with a tail of {} bytes behind its value; {} can't hold it",
                          printable(row.path), row.tail(), bytes_text(contents.size())));
     }
-    save_image(images.image_of(row),
-               fmt::format("{}: {} -> {}", printable(row.path), old_size ? fmt::format("{}", *old_size) : "new",
-                           bytes_text(contents.size())));
+    changes done(set, given.change);
+    done.touch(row);
+    done.save(fmt::format("{}: {} -> {}", printable(row.path), old_size ? fmt::format("{}", *old_size) : "new",
+                          bytes_text(contents.size())));
     return exit_status::done;
 }
 
 exit_status remove(const options& given)
 {
-    session set(given.set);
+    session set(given, access::change);
     const file_row row = set.table.resolve(given.path);
     volume images(set);
     images.mount(row.where);
@@ -146,7 +140,9 @@ exit_status remove(const options& given)
     if (!size) images.refuse_absent(row);
     images.remove(row);
     warn_if_a_value_needs(set, images, row);
-    save_image(images.image_of(row), fmt::format("{}: removed, {}", printable(row.path), bytes_text(*size)));
+    changes done(set, given.change);
+    done.touch(row);
+    done.save(fmt::format("{}: removed, {}", printable(row.path), bytes_text(*size)));
     return exit_status::done;
 }
 

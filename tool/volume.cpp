@@ -64,7 +64,7 @@ void volume::mount_afs()
         fmt::format("{} ({}) holds no volume that mounts", set_.yfs->name(), bytes_text(image.size()));
     if (status == afs_status::invalid) {
         throw failure(fault::volume_damaged, fmt::format("{}: such an image has 32768 to 2097152 bytes", what),
-                      "\"yfs\" in the set file has to name the volume's partition alone, not a whole flash dump");
+                      "name the volume's partition alone, FILE@OFFSET+SIZE inside a dump; 'yfs scan FILE' finds it");
     }
     throw failure(fault::volume_damaged,
                   fmt::format("{}: its erase units, volume header or file chains contradict each other (status {})",
@@ -78,10 +78,12 @@ void volume::mount_efs()
     bytes& image = set_.efs->now;
     const std::string what = fmt::format("{} ({})", set_.efs->name(), bytes_text(image.size()));
     if (g_efs_autogen_data_loaded == 0) {
-        throw failure(
-            fault::efs_damaged,
-            fmt::format("{} can't be mounted: {} has no EFS layout for SKU {}", what, set_.set.ftbl, set_.set.sku),
-            "drop \"efs\" from the set file, or name the file table that belongs to the image");
+        throw failure(fault::efs_damaged,
+                      set_.set.ftbl.empty()
+                          ? fmt::format("{}: where the files of an EFS begin is told by a file table", what)
+                          : fmt::format("{} can't be mounted: {} has no EFS layout for SKU {}", what, set_.set.ftbl,
+                                        set_.set.sku),
+                      "name the file table that belongs to the image: --ftbl FILE --sku N, or a set file");
     }
     if (image.size() < EFS_get_efs_size()) {
         throw failure(fault::efs_damaged, fmt::format("{} is too short: the layout in {} takes {} bytes", what,
@@ -117,8 +119,9 @@ void volume::need(const file_row& row) const
     const bool on_efs = row.where == file_system::efs;
     throw failure(fault::no_volume,
                   fmt::format("{} is stored on {}, and {} names no such image", printable(row.path),
-                              on_efs ? "EFS" : "AFS", set_.set.path.string()),
-                  fmt::format("add \"{}\": \"IMAGE\" to the set file", on_efs ? "efs" : "yfs"));
+                              on_efs ? "EFS" : "AFS", set_.bare() ? "-i" : set_.set.path.string()),
+                  set_.bare() ? std::string("name it with -i IMAGE")
+                              : fmt::format("add \"{}\": \"IMAGE\" to the set file", on_efs ? "efs" : "yfs"));
 }
 
 std::vector<stored_file> volume::files() const

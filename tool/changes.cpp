@@ -1,0 +1,199 @@
+#include "tool/changes.h"
+
+#include "inspect/picture.h"
+#include "tool/error.h"
+#include "tool/output.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+
+namespace yfs::tool {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using inspect::finding;
+using inspect::severity;
+
+// An image as a reader sees it that knows nothing of the code that wrote it.
+struct contents_view {
+    std::vector<finding> faults;
+    std::map<std::uint32_t, bytes> files;
+
+    void keep_faults(const std::vector<finding>& all)
+    {
+        std::copy_if(all.begin(), all.end(), std::back_inserter(faults),
+                     [](const finding& f) { return severity_of(f) == severity::fault; });
+    }
+};
+
+contents_view view_afs(std::span<const std::uint8_t> image)
+{
+    contents_view view;
+    const inspect::picture picture = inspect::inspect_image(image);
+    view.keep_faults(picture.findings);
+    for (std::uint32_t file = 0; file < picture.file.size(); ++file) {
+        if (auto contents = inspect::read_file(picture, file)) view.files.emplace(file, *std::move(contents));
+    }
+    return view;
+}
+
+contents_view view_efs(const image_ref& ref, std::span<const std::uint8_t> image)
+{
+    contents_view view;
+    const inspect::efs_picture picture = inspect::inspect_efs(image, plan_for(ref, image));
+    view.keep_faults(picture.findings);
+    for (std::uint32_t file = 0; file < picture.files.size(); ++file) {
+        if (auto contents = inspect::read_file(picture, file)) view.files.emplace(file, *std::move(contents));
+    }
+    return view;
+}
+
+// A fault that the image didn't have before; null if there is none. What was damaged already may stay so.
+const finding* new_fault(const contents_view& before, const contents_view& after)
+{
+    for (const finding& fault : after.faults) {
+        const auto same = [&](const finding& old) { return old.id == fault.id && old.file == fault.file; };
+        if (std::none_of(before.faults.begin(), before.faults.end(), same)) return &fault;
+    }
+    return nullptr;
+}
+
+std::uint64_t differing_bytes(const bytes& a, const bytes& b)
+{
+    const std::size_t common = std::min(a.size(), b.size());
+    std::uint64_t count = std::max(a.size(), b.size()) - common;
+    for (std::size_t i = 0; i < common; ++i) count += a[i] != b[i] ? 1 : 0;
+    return count;
+}
+
+} // namespace
+
+void changes::add_file(fs::path target, bytes contents)
+{
+    others_.emplace_back(std::move(target), std::move(contents));
+}
+
+std::vector<const working_copy*> changes::changed_copies() const
+{
+    std::vector<const working_copy*> list;
+    for (const auto* copy : {&set_.yfs, &set_.efs, &set_.zonc}) { // images before the table, as in a host's own run
+        if (*copy && (*copy)->changed()) list.push_back(&**copy);
+    }
+    return list;
+}
+
+bool changes::empty() const
+{
+    return changed_copies().empty() && others_.empty();
+}
+
+void changes::check(const working_copy& image, image_kind kind) const
+{
+    const bool afs = kind == image_kind::afs;
+    const contents_view before = afs ? view_afs(image.before) : view_efs(image.ref, image.before);
+    const contents_view after = afs ? view_afs(image.now) : view_efs(image.ref, image.now);
+    if (const finding* fault = new_fault(before, after)) {
+        throw failure(fault::check_failed,
+                      fmt::format("{}: the change would leave a fault, so nothing was saved: {}", image.name(),
+                                  inspect::describe(*fault)),
+                      fmt::format("'yfs check {}' tells what the image has already", image.name()));
+    }
+    if (any_file_) return;
+    const file_system where = afs ? file_system::afs : file_system::efs;
+    std::map<std::uint32_t, bytes> left = before.files, right = after.files;
+    for (const auto& [system, index] : touched_) {
+        if (system != where) continue;
+        left.erase(index);
+        right.erase(index);
+    }
+    if (left == right) return;
+    const auto [a, b] = std::mismatch(left.begin(), left.end(), right.begin(), right.end());
+    const std::uint32_t other = a == left.end() ? b->first : b == right.end() ? a->first : std::min(a->first, b->first);
+    throw failure(fault::check_failed, fmt::format("{}: the change would alter {}#{} too, so nothing was saved",
+                                                   image.name(), to_string(kind), other));
+}
+
+save_list changes::files_to_save() const
+{
+    save_list list;
+    for (const working_copy* copy : changed_copies()) {
+        if (copy->ref.size)
+            list.add_range(copy->ref.path, copy->ref.offset, copy->now);
+        else
+            list.add(copy->ref.path, copy->now);
+    }
+    for (const auto& [path, contents] : others_) list.add(path, contents);
+    if (flags_.backup) list.keep_old_files(*flags_.backup);
+    return list;
+}
+
+std::string changes::summary() const
+{
+    std::vector<std::string> parts;
+    for (const working_copy* copy : changed_copies())
+        parts.push_back(
+            fmt::format("{} ({} differ)", copy->name(), bytes_text(differing_bytes(copy->before, copy->now))));
+    for (const auto& [path, contents] : others_) parts.push_back(path.string());
+    return fmt::format("{}", fmt::join(parts, ", "));
+}
+
+// One image goes whole, out of its dump, into the file; several files go into a folder, each by its own name.
+void changes::save_elsewhere() const
+{
+    const std::vector<const working_copy*> copies = changed_copies();
+    std::error_code ignored;
+    const bool folder = flags_.output.ends_with('/') || fs::is_directory(flags_.output, ignored);
+    if (!folder && copies.size() + others_.size() != 1) {
+        throw failure(fault::usage,
+                      fmt::format("{} files change, and -o names one: {}", copies.size() + others_.size(), summary()),
+                      "-o FOLDER/ takes all of them");
+    }
+    if (flags_.output == "-") {
+        print_contents(copies.empty() ? others_.front().second : copies.front()->now, false);
+        return;
+    }
+    if (folder) fs::create_directories(flags_.output, ignored);
+    save_list list;
+    const auto target = [&](const fs::path& path) {
+        return folder ? flags_.output / path.filename() : fs::path(flags_.output);
+    };
+    for (const working_copy* copy : copies) list.add(target(copy->ref.path), copy->now);
+    for (const auto& [path, contents] : others_) list.add(target(path), contents);
+    list.commit();
+}
+
+void changes::save(const std::string& what)
+{
+    if (empty()) {
+        note(fmt::format("{}; nothing changed", what));
+        return;
+    }
+    for (const image_kind kind : {image_kind::afs, image_kind::efs}) {
+        if (const auto& image = set_.image(kind); image && image->changed()) check(*image, kind);
+    }
+    if (flags_.dry_run) {
+        note(fmt::format("{}; would save {}", what, summary()));
+        return;
+    }
+    const std::vector<const working_copy*> copies = changed_copies();
+    const bool from_stream =
+        std::any_of(copies.begin(), copies.end(), [](const auto* c) { return c->ref.is_stream(); });
+    if (from_stream && flags_.output.empty()) {
+        throw failure(fault::usage, "an image from standard input needs a place for the result",
+                      "-o FILE, or -o - for standard output");
+    }
+    if (!flags_.output.empty()) {
+        save_elsewhere();
+        note(fmt::format("{}; saved into {}", what, flags_.output == "-" ? "standard output" : flags_.output));
+        return;
+    }
+    save_list list = files_to_save();
+    list.commit();
+    note(fmt::format("{}; saved {}", what, list.names()));
+}
+
+} // namespace yfs::tool

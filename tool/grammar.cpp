@@ -1,0 +1,254 @@
+#include "tool/grammar.h"
+
+#include "tool/text.h"
+#include "tool/words.h"
+
+#include <CLI/CLI.hpp>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace yfs::tool {
+
+namespace {
+
+constexpr const char* about =
+    "Reads and edits the file-system partitions and configuration values of a firmware image.\n"
+    "\n"
+    "A set file, yfs.json, says which files belong together. It is looked for in the working\n"
+    "directory, or named with --set. 'yfs sample DIR' makes a set to try everything on:\n"
+    "\n"
+    "  yfs sample demo && cd demo          a file table, velor.cfg, zonc.cfg and a volume\n"
+    "  yfs nvar ls                         every configuration value, by name\n"
+    "  yfs nvar set net/uplink utf8:lte0   change one of them\n"
+    "  yfs ls -l                           the files in the volume\n";
+
+constexpr const char* about_all =
+    "Paths are those of the file table; /home/ in front may be left out, and afs#17 or efs#3 names a\n"
+    "file by its number. A change is made on a copy, which replaces the old file in one step: a failed\n"
+    "or interrupted command leaves the file as it was.\n"
+    "\n"
+    "Exit status: 0 done, 1 not there, 4 damaged image or table, 8 failed, 16 wrong usage.\n"
+    "Keys of yfs.json: sku, ftbl, velor, and where the set has them zonc, yfs, efs. Paths count from\n"
+    "its folder.";
+
+constexpr const char* about_nvar =
+    "A value in force comes from velor.cfg (the defaults), from zonc.cfg (before the defaults) and,\n"
+    "where the volume is deployed, from the stored files (before both). 'set' writes every value back\n"
+    "into a deployed volume and builds a new zonc.cfg that holds them all.";
+
+constexpr const char* about_nvar_ls =
+    "Flags: w can be set; t its stored file ends in a tail behind the value; u is not taken\n"
+    "from the volume.";
+
+constexpr const char* about_nvar_set =
+    "The value is checked against its limit before anything runs. Images are saved before zonc.cfg,\n"
+    "whose partition header is kept. A set without zonc.cfg gets one, and its key in the set file.\n"
+    "\n"
+    "  yfs nvar set net/uplink utf8:lte0\n"
+    "  yfs nvar set net/mac 'hex:02 00 5e 10 00 17'\n"
+    "  yfs nvar set boot/splash logo.bin";
+
+constexpr const char* about_put =
+    "The file becomes these contents. What the file table allows is the limit, and the tail of files\n"
+    "that carry one comes on top. Contents that are there already touch no file.";
+
+constexpr const char* about_check =
+    "A fault: the image doesn't open, or something in use is lost or wrong. A warning: it opens and\n"
+    "reads well, but no orderly history makes this. Exit status 4 if there is a fault.";
+
+// Builds the grammar: each verb fills the options and leaves what to run in `chosen`.
+class grammar {
+public:
+    explicit grammar(command& parsed) : parsed_(parsed), given_(parsed.given), app_(about, "yfs")
+    {
+        app_.get_formatter()->label("SUBCOMMAND", "VERB");
+        app_.get_formatter()->label("REQUIRED", "");
+        app_.require_subcommand(0, 1);
+        app_.set_version_flag("--version", "yfs " YFS_VERSION, "Print the version and exit");
+        add_set(app_);
+        add_files();
+        add_values();
+        add(app_, "sample", "Make a complete set to try the tool on", make_sample)
+            .add_option("DIR", given_.folder, "A folder for it, made if it isn't there")
+            ->required()
+            ->type_name("");
+        app_.footer(about_all); // last: verbs would inherit it
+    }
+
+    CLI::App& app() { return app_; }
+
+private:
+    void add_set(CLI::App& sub)
+    {
+        sub.set_help_flag("-h,--help", "Print this help and exit");
+        sub.add_option("--set", given_.set, "The set file, or the folder that holds yfs.json")->type_name("FILE");
+    }
+    // For verbs about files: the images may be named, and a file table for them.
+    void add_image_options(CLI::App& sub)
+    {
+        sub.add_option("-i,--image", given_.images, "An image in place of the set's: FILE, FILE@OFFSET+SIZE, or -")
+            ->type_name("IMAGE")
+            ->expected(1)
+            ->take_all();
+        add_table_options(sub);
+    }
+    void add_table_options(CLI::App& sub)
+    {
+        sub.add_option("--ftbl", given_.ftbl, "The file table, in place of the set's")->type_name("FILE");
+        sub.add_option("--sku", given_.sku, "The SKU in the file table, in place of the set's")->type_name("N");
+    }
+    // For verbs about images.
+    void add_image_arguments(CLI::App& sub)
+    {
+        sub.add_option("IMAGE", given_.images, "FILE, FILE@OFFSET+SIZE or -; without one, the images of the set")
+            ->type_name("");
+        add_table_options(sub);
+    }
+    void add_change_options(CLI::App& sub)
+    {
+        sub.add_flag("-n,--dry-run", given_.change.dry_run, "Only say what would change");
+        sub.add_option("--backup", given_.change.backup, "Keep the old files, with this suffix (.bak)")
+            ->type_name("SUFFIX")
+            ->expected(0, 1)
+            ->default_str(".bak");
+        sub.add_option("-o,--output", given_.change.output, "Write into this file or folder, or -, and leave the old")
+            ->type_name("FILE");
+    }
+    CLI::App& add(CLI::App& parent, const char* name, const char* help, verb run)
+    {
+        CLI::App& sub = *parent.add_subcommand(name, help)->group("Verbs");
+        add_set(sub);
+        if (run != nullptr) sub.callback([this, run] { parsed_.run = run; });
+        return sub;
+    }
+    void add_json(CLI::App& sub) { sub.add_flag("--json", given_.json, "One JSON document instead of text"); }
+    void add_force(CLI::App& sub) { sub.add_flag("--force", given_.force, "Binary data to a terminal, too"); }
+    void add_path(CLI::App& sub)
+    {
+        sub.add_option("PATH", given_.path, "As in the file table: /home/net/uplink, or net/uplink")
+            ->required()
+            ->type_name("");
+    }
+
+    void add_files()
+    {
+        CLI::App& info_verb = add(app_, "info", "What belongs to the set, and what state it is in", info);
+        add_image_arguments(info_verb);
+        add_json(info_verb);
+
+        CLI::App& ls = add(app_, "ls", "List the files stored in the images", list_files);
+        ls.add_flag("-l", given_.long_list, "With size, limit, attributes and place");
+        add_image_options(ls);
+        add_json(ls);
+
+        CLI::App& cat_verb = add(app_, "cat", "Write a stored file to standard output", cat);
+        add_path(cat_verb);
+        add_image_options(cat_verb);
+        add_force(cat_verb);
+
+        CLI::App& put_verb = add(app_, "put", "Store a file in the volume, in place of the old one", put);
+        put_verb.footer(about_put);
+        add_path(put_verb);
+        put_verb.add_option("FILE", given_.source_file, "Its contents; standard input if absent or -")->type_name("");
+        add_image_options(put_verb);
+        add_change_options(put_verb);
+
+        CLI::App& rm = add(app_, "rm", "Remove a file from the volume", remove);
+        add_path(rm);
+        add_image_options(rm);
+        add_change_options(rm);
+
+        CLI::App& check_verb = add(app_, "check", "Find every fault in the images, without mounting them", check);
+        check_verb.footer(about_check);
+        add_image_arguments(check_verb);
+        check_verb.add_flag("-l", given_.long_list, "What is no fault too: the traces of power cuts and of use");
+        add_json(check_verb);
+
+        add(app_, "explain", "What a finding of 'check' means, where it comes from, what helps", explain)
+            .add_option("ID", given_.path, "As 'check' prints it: chain-loop")
+            ->required()
+            ->type_name("");
+    }
+
+    void add_values()
+    {
+        CLI::App& nvar = add(app_, "nvar", "Configuration values, by name: ls, get, set", nullptr);
+
+        nvar.require_subcommand(0, 1);
+        CLI::App& ls = add(nvar, "ls", "List every value in force", list_values);
+        ls.footer(about_nvar_ls);
+        add_json(ls);
+
+        CLI::App& get = add(nvar, "get", "Write one value to standard output", get_value);
+        add_path(get);
+        add_json(get);
+        add_force(get);
+
+        CLI::App& set = add(nvar, "set", "Change one value", set_value);
+        set.footer(about_nvar_set);
+        add_path(set);
+        set.add_option("VALUE", given_.value, "utf8:TEXT, hex:BYTES, or a file that holds it (- for standard input)")
+            ->required()
+            ->type_name("");
+        add_change_options(set);
+        set.add_flag("--drop-unknown", given_.drop_unknown,
+                     "Let go of records of zonc.cfg that the file table doesn't know");
+        nvar.footer(about_nvar);
+    }
+
+    command& parsed_;
+    options& given_;
+    CLI::App app_;
+};
+
+// The first word of `args` that should have been a verb and is none; empty if they all are.
+std::string wrong_verb(CLI::App& app, int argc, char** argv, std::vector<std::string>& known)
+{
+    CLI::App* at = &app;
+    for (int i = 1; i < argc; ++i) {
+        const std::string word = argv[i];
+        if (word.starts_with("-")) {
+            const CLI::Option* option = at->get_option_no_throw(word);
+            if (option != nullptr && option->get_items_expected_max() > 0) ++i;
+            continue;
+        }
+        const std::vector<CLI::App*> subs = at->get_subcommands({});
+        if (subs.empty()) return {};
+        const auto next =
+            std::find_if(subs.begin(), subs.end(), [&](const CLI::App* sub) { return sub->get_name() == word; });
+        if (next == subs.end()) {
+            for (const CLI::App* sub : subs) known.push_back(sub->get_name());
+            return word;
+        }
+        at = *next;
+    }
+    return {};
+}
+
+} // namespace
+
+command parse_command_line(int argc, char** argv)
+{
+    command parsed;
+    grammar words(parsed);
+    try {
+        words.app().parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
+        return {{}, nullptr, words.app().help() + "\n"};
+    } catch (const CLI::CallForVersion& version) {
+        return {{}, nullptr, std::string(version.what()) + "\n"};
+    } catch (const CLI::ParseError& error) {
+        std::vector<std::string> known;
+        const std::string word = wrong_verb(words.app(), argc, argv, known);
+        if (word.empty())
+            throw failure(fault::usage, error.what(), "'yfs --help' and 'yfs VERB --help' tell what there is");
+        throw failure(fault::usage, fmt::format("there is no verb '{}'", printable(word)),
+                      fmt::format("did you mean '{}'? 'yfs --help' lists the verbs", nearest(word, known)));
+    }
+    if (parsed.run == nullptr) throw failure(fault::usage, "no verb", "'yfs --help' lists the verbs");
+    return parsed;
+}
+
+} // namespace yfs::tool
