@@ -3,6 +3,7 @@
 #include "inspect/picture.h"
 #include "tool/error.h"
 #include "tool/output.h"
+#include "tool/verbs.h"
 
 #include <fmt/format.h>
 
@@ -194,6 +195,15 @@ void changes::save(const std::string& what)
     save_list list = files_to_save();
     list.commit();
     note(fmt::format("{}; saved {}", what, list.names()));
+}
+
+exit_status make_change(const options& given)
+{
+    session set(given, access::change);
+    changes done(set, given.change);
+    const std::string what = given.how(set, given, done);
+    done.save(what);
+    return done.status;
 }
 
 } // namespace yfs::tool

@@ -2,6 +2,7 @@
 // that the verb didn't mean has to be what it was, and then all that changed is saved together.
 #pragma once
 
+#include "tool/error.h"
 #include "tool/session.h"
 
 #include <set>
@@ -19,7 +20,7 @@ struct change_flags {
 
 class changes {
 public:
-    changes(session& set, const change_flags& flags) : set_(set), flags_(flags) {}
+    changes(session& set, change_flags flags) : set_(set), flags_(std::move(flags)) {}
 
     // The verb means this file.
     void touch(const file_row& row) { touched_.emplace(row.where, row.index); }
@@ -30,6 +31,8 @@ public:
 
     // Nothing has changed so far.
     bool empty() const;
+    // What the verb ends with once all is saved; done, unless it says otherwise.
+    exit_status status = exit_status::done;
     // Fails with check_failed, save_failed, usage.
     void save(const std::string& what);
 
@@ -41,7 +44,7 @@ private:
     std::vector<const working_copy*> changed_copies() const;
 
     session& set_;
-    const change_flags& flags_;
+    change_flags flags_;
     std::set<std::pair<file_system, std::uint32_t>> touched_;
     bool any_file_ = false;
     std::vector<std::pair<std::filesystem::path, bytes>> others_;

@@ -54,6 +54,10 @@ constexpr const char* about_put =
     "The file becomes these contents. What the file table allows is the limit, and the tail of files\n"
     "that carry one comes on top. Contents that are there already touch no file.";
 
+constexpr const char* about_extract =
+    "Paths become folders below DIR. A part of a path that no file may have as its name, and each byte\n"
+    "that isn't printable, is written as %XX, so that no name leads out of DIR.";
+
 constexpr const char* about_check =
     "A fault: the image doesn't open, or something in use is lost or wrong. A warning: it opens and\n"
     "reads well, but no orderly history makes this. Exit status 4 if there is a fault.";
@@ -68,12 +72,16 @@ public:
         app_.require_subcommand(0, 1);
         app_.set_version_flag("--version", "yfs " YFS_VERSION, "Print the version and exit");
         add_set(app_);
-        add_files();
+        group_ = "Look";
+        add_looks();
+        group_ = "Change";
+        add_edits(app_, make_change);
+        group_ = "Values";
         add_values();
-        add(app_, "sample", "Make a complete set to try the tool on", make_sample)
-            .add_option("DIR", given_.folder, "A folder for it, made if it isn't there")
-            ->required()
-            ->type_name("");
+        group_ = "Make";
+        add_makers();
+        group_ = "Support";
+        add_support();
         app_.footer(about_all); // last: verbs would inherit it
     }
 
@@ -118,13 +126,35 @@ private:
     }
     CLI::App& add(CLI::App& parent, const char* name, const char* help, verb run)
     {
-        CLI::App& sub = *parent.add_subcommand(name, help)->group("Verbs");
+        CLI::App& sub = *parent.add_subcommand(name, help)->group(group_);
         add_set(sub);
         if (run != nullptr) sub.callback([this, run] { parsed_.run = run; });
         return sub;
     }
+    enum class images { any, of_the_set };
+    CLI::App& add_edit(CLI::App& parent, verb run, const char* name, const char* help, edit how,
+                       images from = images::any)
+    {
+        CLI::App& sub = add(parent, name, help, nullptr);
+        sub.callback([this, run, how] {
+            parsed_.run = run;
+            given_.how = how;
+        });
+        if (from == images::any) add_image_options(sub);
+        if (run == make_change) add_change_options(sub);
+        return sub;
+    }
     void add_json(CLI::App& sub) { sub.add_flag("--json", given_.json, "One JSON document instead of text"); }
-    void add_force(CLI::App& sub) { sub.add_flag("--force", given_.force, "Binary data to a terminal, too"); }
+    void add_force(CLI::App& sub, const char* help) { sub.add_flag("--force", given_.force, help); }
+    void add_drop_unknown(CLI::App& sub)
+    {
+        sub.add_flag("--drop-unknown", given_.drop_unknown,
+                     "Let go of records of zonc.cfg that the file table doesn't know");
+    }
+    void add_folder(CLI::App& sub, const char* help)
+    {
+        sub.add_option("DIR", given_.folder, help)->required()->type_name("");
+    }
     void add_path(CLI::App& sub)
     {
         sub.add_option("PATH", given_.path, "As in the file table: /home/net/uplink, or net/uplink")
@@ -132,7 +162,7 @@ private:
             ->type_name("");
     }
 
-    void add_files()
+    void add_looks()
     {
         CLI::App& info_verb = add(app_, "info", "What belongs to the set, and what state it is in", info);
         add_image_arguments(info_verb);
@@ -143,40 +173,49 @@ private:
         add_image_options(ls);
         add_json(ls);
 
+        CLI::App& stat = add(app_, "stat", "All about one file, down to its places on the flash", stat_file);
+        add_path(stat);
+        add_image_options(stat);
+        add_json(stat);
+
         CLI::App& cat_verb = add(app_, "cat", "Write a stored file to standard output", cat);
         add_path(cat_verb);
         add_image_options(cat_verb);
-        add_force(cat_verb);
+        add_force(cat_verb, "Binary data to a terminal, too");
 
-        CLI::App& put_verb = add(app_, "put", "Store a file in the volume, in place of the old one", put);
-        put_verb.footer(about_put);
-        add_path(put_verb);
-        put_verb.add_option("FILE", given_.source_file, "Its contents; standard input if absent or -")->type_name("");
-        add_image_options(put_verb);
-        add_change_options(put_verb);
-
-        CLI::App& rm = add(app_, "rm", "Remove a file from the volume", remove);
-        add_path(rm);
-        add_image_options(rm);
-        add_change_options(rm);
+        CLI::App& extract_verb = add(app_, "extract", "Every stored file into a folder", extract);
+        extract_verb.footer(about_extract);
+        add_folder(extract_verb, "A folder for them, made if it isn't there");
+        add_image_options(extract_verb);
+        add_force(extract_verb, "Replace files that are there already");
 
         CLI::App& check_verb = add(app_, "check", "Find every fault in the images, without mounting them", check);
         check_verb.footer(about_check);
         add_image_arguments(check_verb);
         check_verb.add_flag("-l", given_.long_list, "What is no fault too: the traces of power cuts and of use");
         add_json(check_verb);
+    }
 
-        add(app_, "explain", "What a finding of 'check' means, where it comes from, what helps", explain)
-            .add_option("ID", given_.path, "As 'check' prints it: chain-loop")
-            ->required()
-            ->type_name("");
+    // The edits: verbs of their own, and each to be tried by trace, cut and torture.
+    void add_edits(CLI::App& parent, verb run)
+    {
+        CLI::App& put = add_edit(parent, run, "put", "Store a file in the volume, in place of the old one", put_file);
+        put.footer(about_put);
+        add_path(put);
+        put.add_option("FILE", given_.source_file, "Its contents; standard input if absent or -")->type_name("");
+
+        add_path(add_edit(parent, run, "rm", "Remove a file from the volume", remove_file));
+
+        CLI::App& import =
+            add_edit(parent, run, "import", "Store every file of a folder, as 'extract' names them", import_folder);
+        add_folder(import, "The folder");
     }
 
     void add_values()
     {
         CLI::App& nvar = add(app_, "nvar", "Configuration values, by name: ls, get, set", nullptr);
-
         nvar.require_subcommand(0, 1);
+        nvar.footer(about_nvar);
         CLI::App& ls = add(nvar, "ls", "List every value in force", list_values);
         ls.footer(about_nvar_ls);
         add_json(ls);
@@ -184,23 +223,39 @@ private:
         CLI::App& get = add(nvar, "get", "Write one value to standard output", get_value);
         add_path(get);
         add_json(get);
-        add_force(get);
+        add_force(get, "Binary data to a terminal, too");
 
-        CLI::App& set = add(nvar, "set", "Change one value", set_value);
+        add_value_edits(nvar, make_change);
+    }
+    void add_value_edits(CLI::App& nvar, verb run)
+    {
+        CLI::App& set = add_edit(nvar, run, "set", "Change one value", set_value, images::of_the_set);
         set.footer(about_nvar_set);
         add_path(set);
         set.add_option("VALUE", given_.value, "utf8:TEXT, hex:BYTES, or a file that holds it (- for standard input)")
             ->required()
             ->type_name("");
-        add_change_options(set);
-        set.add_flag("--drop-unknown", given_.drop_unknown,
-                     "Let go of records of zonc.cfg that the file table doesn't know");
-        nvar.footer(about_nvar);
+        add_drop_unknown(set);
+    }
+
+    void add_makers()
+    {
+        CLI::App& sample = add(app_, "sample", "Make a complete set to try the tool on", make_sample);
+        add_folder(sample, "A folder for it, made if it isn't there");
+    }
+
+    void add_support()
+    {
+        add(app_, "explain", "What a finding of 'check' means, where it comes from, what helps", explain)
+            .add_option("ID", given_.path, "As 'check' prints it: chain-loop")
+            ->required()
+            ->type_name("");
     }
 
     command& parsed_;
     options& given_;
     CLI::App app_;
+    std::string group_ = "Verbs";
 };
 
 // The first word of `args` that should have been a verb and is none; empty if they all are.

@@ -2,7 +2,7 @@
 // failure.
 #pragma once
 
-#include "tool/changes.h"
+#include "tool/edits.h"
 #include "tool/error.h"
 #include "tool/session.h"
 
@@ -14,6 +14,7 @@
 namespace yfs::tool {
 
 struct options : source {
+    edit how = nullptr; // for make_change and the verbs that try a change
     change_flags change;
     std::string path;                // of a file or a value; explain: an id; dump: what to show
     std::string source_file = "-";   // put: the file with the contents
@@ -33,18 +34,14 @@ exit_status list_files(const options& given);
 exit_status stat_file(const options& given);
 exit_status cat(const options& given);
 exit_status extract(const options& given);
-exit_status disk_free(const options& given);
 exit_status check(const options& given);
 
 // change
-exit_status put(const options& given);
-exit_status remove(const options& given);
-exit_status import(const options& given);
+exit_status make_change(const options& given);
 
 // values
 exit_status list_values(const options& given);
 exit_status get_value(const options& given);
-exit_status set_value(const options& given);
 
 // make
 exit_status make_sample(const options& given);

@@ -3,6 +3,7 @@
 #include "tool/host_run.h"
 #include "tool/output.h"
 #include "tool/tables.h"
+#include "tool/value_text.h"
 #include "tool/verbs.h"
 #include "tool/volume.h"
 
@@ -43,18 +44,6 @@ json::object to_json(const file_row& row, const value_in_force& value)
                   fmt::format("no value of {} is in force: {} has none, or zonc.cfg takes it away", printable(row.path),
                               set.velor.name()),
                   "'yfs nvar ls' lists the values that are; 'yfs cat' reads the stored file itself");
-}
-
-// "utf8:TEXT", "hex:BYTES", or the contents of a file.
-bytes parse_value(const std::string& text)
-{
-    constexpr std::string_view utf8 = "utf8:";
-    constexpr std::string_view hex = "hex:";
-    if (text.starts_with(utf8)) return {text.begin() + utf8.size(), text.end()};
-    if (!text.starts_with(hex)) return read_file(text);
-    if (auto value = parse_hex(std::string_view(text).substr(hex.size()))) return *std::move(value);
-    throw failure(fault::usage, fmt::format("'{}' isn't hex", printable(text)),
-                  "two digits a byte, as in hex:00ff10 or 'hex:00 ff 10'");
 }
 
 void check_size(const file_row& row, std::size_t size)
@@ -203,9 +192,8 @@ exit_status get_value(const options& given)
     return exit_status::done;
 }
 
-exit_status set_value(const options& given)
+std::string set_value(session& set, const options& given, changes& done)
 {
-    session set(given, access::change);
     const file_row row = set.table.resolve(given.path);
     const bytes contents = parse_value(given.value);
     check_size(row, contents.size());
@@ -223,19 +211,15 @@ exit_status set_value(const options& given)
             fmt::format("'yfs put {} FILE' replaces the stored file as a whole, tail included", printable(row.path)));
     }
     if (std::equal(contents.begin(), contents.end(), old->contents.begin(), old->contents.end())) {
-        note(fmt::format("{} holds these {} already; nothing changed", printable(row.path),
-                         bytes_text(contents.size())));
-        return exit_status::done;
+        return fmt::format("{} holds these {} already", printable(row.path), bytes_text(contents.size()));
     }
     check_losses(set, run, given.drop_unknown);
     check_all_limits(set, run, row);
 
     const std::size_t old_size = old->contents.size();
     run.set(row, contents);
-    changes done(set, given.change);
     put_values_back(set, run, done);
-    done.save(fmt::format("{}: {} -> {}", printable(row.path), old_size, bytes_text(contents.size())));
-    return exit_status::done;
+    return fmt::format("{}: {} -> {}", printable(row.path), old_size, bytes_text(contents.size()));
 }
 
 } // namespace yfs::tool
