@@ -213,7 +213,8 @@ private:
 
     void add_values()
     {
-        CLI::App& nvar = add(app_, "nvar", "Configuration values, by name: ls, get, set", nullptr);
+        CLI::App& nvar =
+            add(app_, "nvar", "Configuration values, by name: ls, get, set, export, import, diff", nullptr);
         nvar.require_subcommand(0, 1);
         nvar.footer(about_nvar);
         CLI::App& ls = add(nvar, "ls", "List every value in force", list_values);
@@ -226,6 +227,15 @@ private:
         add_force(get, "Binary data to a terminal, too");
 
         add_value_edits(nvar, make_change);
+
+        add(nvar, "export", "Every value in force as a document for 'import' and 'diff'", export_values);
+        CLI::App& diff = add(nvar, "diff", "Compare the values of two sets, or of exported documents", diff_values);
+        diff.footer("Exit status 0 if they are the same, 1 if they differ.");
+        diff.add_option("SIDES", given_.inputs, "Two of: a set file, its folder, an exported document")
+            ->required()
+            ->expected(2)
+            ->type_name("");
+        add_json(diff);
     }
     void add_value_edits(CLI::App& nvar, verb run)
     {
@@ -236,6 +246,11 @@ private:
             ->required()
             ->type_name("");
         add_drop_unknown(set);
+
+        CLI::App& import = add_edit(nvar, run, "import", "Change values as an exported document tells, in one run",
+                                    import_values, images::of_the_set);
+        import.add_option("FILE", given_.source_file, "The document; standard input if absent or -")->type_name("");
+        add_drop_unknown(import);
     }
 
     void add_makers()

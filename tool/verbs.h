@@ -42,6 +42,8 @@ exit_status make_change(const options& given);
 // values
 exit_status list_values(const options& given);
 exit_status get_value(const options& given);
+exit_status export_values(const options& given);
+exit_status diff_values(const options& given);
 
 // make
 exit_status make_sample(const options& given);

@@ -1,11 +1,9 @@
-// The verbs about values: what a host sees by name, after defaults, zonc.cfg and a deployed volume are merged.
-#include "tool/changes.h"
+// The verbs that read values: what a host sees by name, after defaults, zonc.cfg and a deployed volume are merged.
+#include "tool/edit_values.h"
 #include "tool/host_run.h"
 #include "tool/output.h"
-#include "tool/tables.h"
-#include "tool/value_text.h"
+#include "tool/values_document.h"
 #include "tool/verbs.h"
-#include "tool/volume.h"
 
 #include <fmt/format.h>
 
@@ -15,8 +13,6 @@
 namespace yfs::tool {
 
 namespace {
-
-constexpr const char* new_zonc_name = "zonc.bin";
 
 std::string flags_of(const file_row& row, const value_in_force& value)
 {
@@ -36,117 +32,6 @@ json::object to_json(const file_row& row, const value_in_force& value)
             {"fileno", row.fileno},
             {"place", row.place()},
             {"value", to_hex(value.contents)}};
-}
-
-[[noreturn]] void refuse_absent(const session& set, const file_row& row)
-{
-    throw failure(fault::no_value,
-                  fmt::format("no value of {} is in force: {} has none, or zonc.cfg takes it away", printable(row.path),
-                              set.velor.name()),
-                  "'yfs nvar ls' lists the values that are; 'yfs cat' reads the stored file itself");
-}
-
-void check_size(const file_row& row, std::size_t size)
-{
-    const auto on_efs = row.where == file_system::efs ? largest_on_efs(row) : std::nullopt;
-    if (on_efs && size > *on_efs) {
-        throw failure(fault::too_large, fmt::format("can't set {}: {}, and EFS, where it is stored, takes {} at most",
-                                                    printable(row.path), bytes_text(size), *on_efs));
-    }
-    if (size > row.limit || size > largest_value) {
-        throw failure(fault::too_large,
-                      fmt::format("can't set {}: {}, and its limit is {}", printable(row.path), bytes_text(size),
-                                  std::min(row.limit, largest_value)),
-                      row.limit > largest_value ? "no record of zonc.cfg carries more"
-                                                : "the file table sets that limit");
-    }
-    if (size == 0 && row.where == file_system::efs) {
-        throw failure(fault::empty_on_efs,
-                      fmt::format("can't set {} to nothing: it is stored on EFS, which takes no empty file from a host",
-                                  printable(row.path)),
-                      "give it at least one byte");
-    }
-}
-
-std::string name_list(const std::vector<std::string>& names)
-{
-    constexpr std::size_t shown = 5;
-    std::string text;
-    for (std::size_t i = 0; i < std::min(names.size(), shown); ++i) text += (i == 0 ? "" : ", ") + names[i];
-    if (names.size() > shown) text += fmt::format(" and {} more", names.size() - shown);
-    return text;
-}
-
-// The new zonc.cfg holds the values in force and nothing else. What that would lose is told before it happens.
-void check_losses(const session& set, const host_run& run, bool drop_unknown)
-{
-    if (!set.zonc) return;
-    std::vector<std::string> unknown;
-    std::vector<std::string> without_effect;
-    const auto table = table_in_partition(set.zonc->now, set.zonc->name());
-    for (const cfg_record& record : read_cfg_records(table, set.zonc->name())) {
-        const file_row* row = set.table.by_fileno(record.fileno);
-        if (row == nullptr)
-            unknown.push_back(fmt::format("0x{:x}", record.fileno));
-        else if (!run.get(*row))
-            without_effect.push_back(printable(row->path));
-    }
-    if (!unknown.empty() && !drop_unknown) {
-        throw failure(fault::unknown_records,
-                      fmt::format("{} holds {} that {} doesn't know for SKU {}, and a rebuild would lose: fileno {}",
-                                  set.zonc->name(), count_of(unknown.size(), "record"), set.set.ftbl, set.set.sku,
-                                  name_list(unknown)),
-                      "name the file table that belongs to the set, or let them go with --drop-unknown");
-    }
-    if (!unknown.empty()) note(fmt::format("dropped from zonc.cfg: fileno {}", name_list(unknown)));
-    if (!without_effect.empty()) {
-        note(fmt::format(
-            "warning: not in the new zonc.cfg, since no value of them is in force (a default of {} can come "
-            "back): {}",
-            set.set.velor, name_list(without_effect)));
-    }
-}
-
-// One value above its limit stops the whole rebuild.
-void check_all_limits(const session& set, const host_run& run, const file_row& changed)
-{
-    for (const file_row& row : set.table.rows()) {
-        const auto value = run.get(row);
-        if (!value || row.path == changed.path || value->contents.size() <= std::min(value->limit, largest_value))
-            continue;
-        throw failure(fault::too_large,
-                      fmt::format("no new zonc.cfg can be built: the value of {} holds {}, and its limit is {}",
-                                  printable(row.path), bytes_text(value->contents.size()),
-                                  std::min(value->limit, largest_value)),
-                      fmt::format("set that value first: 'yfs nvar set {} ...'", printable(row.path)));
-    }
-}
-
-// Ends the run: the values are in the images, and in a zonc.cfg that the set names from now on.
-void put_values_back(session& set, host_run& run, changes& done)
-{
-    for (const file_row& row : set.table.rows()) {
-        if (run.get(row)) done.touch(row);
-    }
-    const bytes table = run.finish();
-    if (set.zonc) {
-        set.zonc->replace(make_partition(set.zonc->before, table));
-        return;
-    }
-    done.add_file(set.set.locate(set.set.zonc.value_or(new_zonc_name)), make_partition({}, table));
-    if (set.set.zonc) return;
-    const std::string text = set_file_with_zonc(set.set, new_zonc_name);
-    done.add_file(set.set.path, bytes(text.begin(), text.end()));
-}
-
-void check_new_zonc(const session& set)
-{
-    const auto path = set.set.locate(new_zonc_name);
-    if (set.set.zonc || !std::filesystem::exists(std::filesystem::symlink_status(path))) return;
-    throw failure(
-        fault::would_overwrite,
-        fmt::format("{} exists, but {} doesn't name it as its zonc.cfg", path.string(), set.set.path.string()),
-        fmt::format("add \"zonc\": \"{}\" to the set file, or move that file away", new_zonc_name));
 }
 
 } // namespace
@@ -181,7 +66,7 @@ exit_status get_value(const options& given)
     const file_row row = set.table.resolve(given.path);
     const host_run run(set);
     const auto value = run.get(row);
-    if (!value) refuse_absent(set, row);
+    if (!value) refuse_absent_value(set, row);
     if (given.json) {
         json::object document = {{"schema", "yfs.nvar-get/1"}};
         for (json::member& member : to_json(row, *value)) document.push_back(std::move(member));
@@ -192,34 +77,66 @@ exit_status get_value(const options& given)
     return exit_status::done;
 }
 
-std::string set_value(session& set, const options& given, changes& done)
+exit_status export_values(const options& given)
 {
-    const file_row row = set.table.resolve(given.path);
-    const bytes contents = parse_value(given.value);
-    check_size(row, contents.size());
-    check_new_zonc(set);
+    session set(given);
+    print(to_document(values_in_force(set), set.set.sku).dump());
+    return exit_status::done;
+}
 
-    host_run run(set);
-    const auto old = run.get(row);
-    if (!old) refuse_absent(set, row);
-    if (!old->modifiable) {
-        throw failure(
-            fault::not_modifiable,
-            fmt::format("can't set {}: the volume is deployed, and there the stored file ends in a tail of {} bytes "
-                        "made for this very value (attribute bit 0), so no rebuild writes it",
-                        printable(row.path), row.tail()),
-            fmt::format("'yfs put {} FILE' replaces the stored file as a whole, tail included", printable(row.path)));
-    }
-    if (std::equal(contents.begin(), contents.end(), old->contents.begin(), old->contents.end())) {
-        return fmt::format("{} holds these {} already", printable(row.path), bytes_text(contents.size()));
-    }
-    check_losses(set, run, given.drop_unknown);
-    check_all_limits(set, run, row);
+namespace {
 
-    const std::size_t old_size = old->contents.size();
-    run.set(row, contents);
-    put_values_back(set, run, done);
-    return fmt::format("{}: {} -> {}", printable(row.path), old_size, bytes_text(contents.size()));
+// A value that two sides hold differently; a side without it has none.
+struct value_difference {
+    std::string path;
+    const bytes* left;
+    const bytes* right;
+};
+
+std::vector<value_difference> compare(const named_values& left, const named_values& right)
+{
+    std::vector<value_difference> list;
+    for (const auto& [path, value] : left) {
+        const auto other = right.find(path);
+        if (other == right.end())
+            list.push_back({path, &value, nullptr});
+        else if (other->second != value)
+            list.push_back({path, &value, &other->second});
+    }
+    for (const auto& [path, value] : right) {
+        if (!left.contains(path)) list.push_back({path, nullptr, &value});
+    }
+    std::sort(list.begin(), list.end(), [](const auto& a, const auto& b) { return a.path < b.path; });
+    return list;
+}
+
+std::string side_text(char sign, const std::string& path, const bytes* value)
+{
+    constexpr std::size_t width = 60;
+    if (value == nullptr) return {};
+    return fmt::format("{} {}  {}  {}\n", sign, printable(path), bytes_text(value->size()), preview(*value, width));
+}
+
+} // namespace
+
+exit_status diff_values(const options& given)
+{
+    const named_values left = read_values(given.inputs[0]);
+    const named_values right = read_values(given.inputs[1]);
+    std::string text;
+    json::array list;
+    for (const auto& [path, a, b] : compare(left, right)) {
+        text += side_text('-', path, a) + side_text('+', path, b);
+        list.emplace_back(json::object{{"path", printable(path)},
+                                       {"left", a == nullptr ? json() : json(to_hex(*a))},
+                                       {"right", b == nullptr ? json() : json(to_hex(*b))}});
+    }
+    const bool same = list.empty();
+    if (given.json)
+        print(json(json::object{{"schema", "yfs.nvar-diff/1"}, {"differences", std::move(list)}}).dump());
+    else
+        print(text);
+    return same ? exit_status::done : exit_status::no;
 }
 
 } // namespace yfs::tool
