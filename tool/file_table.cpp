@@ -36,6 +36,14 @@ std::string name_of(const ftbl_file_entry_t& entry)
     return {entry.name, ::strnlen(entry.name, sizeof entry.name)};
 }
 
+void activate(const bytes& ftbl, std::uint32_t sku, const std::string& name)
+{
+    if (load_file_table(ftbl.data(), sku, static_cast<std::uint32_t>(ftbl.size())) == 0) return;
+    throw failure(fault::table_damaged, fmt::format("{} isn't a file table: {} bytes", name, ftbl.size()),
+                  "it begins with FTBL, holds at least 1024 bytes and at most 10 SKUs, and the lists of all SKUs "
+                  "lie inside it");
+}
+
 std::vector<ftbl_sku_entry_t> read_skus(const bytes& ftbl)
 {
     std::vector<ftbl_sku_entry_t> skus(load<ftbl_header_t>(ftbl.data()).sku_count);
@@ -93,13 +101,17 @@ file_row row_of_place(file_system where, std::uint16_t index)
     return row;
 }
 
+std::vector<std::uint32_t> skus_in(const bytes& ftbl, const std::string& name)
+{
+    activate(ftbl, 0, name);
+    std::vector<std::uint32_t> skus;
+    for (const ftbl_sku_entry_t& sku : read_skus(ftbl)) skus.push_back(sku.sku);
+    return skus;
+}
+
 file_table::file_table(const set_file& set, const bytes& ftbl) : origin_(set.locate(set.ftbl).string())
 {
-    if (load_file_table(ftbl.data(), set.sku, static_cast<std::uint32_t>(ftbl.size())) != 0) {
-        throw failure(fault::table_damaged, fmt::format("{} isn't a file table: {} bytes", origin_, ftbl.size()),
-                      "it begins with FTBL, holds at least 1024 bytes and at most 10 SKUs, and the lists of all SKUs "
-                      "lie inside it");
-    }
+    activate(ftbl, set.sku, origin_);
     const std::vector<ftbl_sku_entry_t> skus = read_skus(ftbl);
     for (const ftbl_sku_entry_t& sku : skus) skus_.push_back(sku.sku);
     const auto own = std::find(skus_.begin(), skus_.end(), set.sku);

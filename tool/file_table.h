@@ -37,6 +37,9 @@ inline constexpr std::uint16_t attribute_long_tail = 0x0040; // with attribute_t
 inline constexpr std::uint32_t no_limit = UINT32_MAX;
 file_row row_of_place(file_system where, std::uint16_t index);
 
+// The SKUs that a file table has. Fails with table_damaged.
+std::vector<std::uint32_t> skus_in(const bytes& ftbl, const std::string& name);
+
 class file_table {
 public:
     // Knows no name; files are reached by their places.

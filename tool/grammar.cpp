@@ -236,6 +236,34 @@ private:
             ->expected(2)
             ->type_name("");
         add_json(diff);
+
+        CLI::App& cfg = add(app_, "cfg", "Configuration tables by themselves: ls, unpack, pack", nullptr);
+        cfg.require_subcommand(0, 1);
+        CLI::App& records = add(cfg, "ls", "List the records of cfg tables", list_records);
+        records.add_option("FILE", given_.inputs, "Tables or partitions of one; without one, those of the set")
+            ->type_name("");
+        add_table_options(records);
+        add_json(records);
+        CLI::App& unpack = add(cfg, "unpack", "A table as a document that 'pack' takes", unpack_table);
+        unpack.add_option("FILE", given_.inputs, "A table, or a partition of one")
+            ->required()
+            ->expected(1)
+            ->type_name("");
+        add_table_options(unpack);
+        CLI::App& pack = add(cfg, "pack", "Make a table, or a partition, of a document", pack_table);
+        pack.add_option("FILE", given_.source_file, "The document; standard input if absent or -")->type_name("");
+        pack.add_option("-o,--output", given_.change.output, "Write into this file; standard output if absent or -")
+            ->type_name("FILE");
+        add_force(pack, "Binary data to a terminal, too");
+
+        CLI::App& ftbl = add(app_, "ftbl", "File tables: ls", nullptr);
+        ftbl.require_subcommand(0, 1);
+        CLI::App& rows = add(ftbl, "ls", "List the files that a file table names", list_file_table);
+        rows.add_option("FILE", given_.inputs, "The table; without one, that of the set")
+            ->expected(0, 1)
+            ->type_name("");
+        rows.add_option("--sku", given_.sku, "Only of this SKU")->type_name("N");
+        add_json(rows);
     }
     void add_value_edits(CLI::App& nvar, verb run)
     {
@@ -257,6 +285,31 @@ private:
     {
         CLI::App& sample = add(app_, "sample", "Make a complete set to try the tool on", make_sample);
         add_folder(sample, "A folder for it, made if it isn't there");
+
+        CLI::App& mkfs = add(app_, "mkfs", "Make an empty image: afs, efs", nullptr);
+        mkfs.require_subcommand(0, 1);
+        CLI::App& afs = add(mkfs, "afs", "An AFS volume", make_afs);
+        add_target(afs);
+        afs.add_option("--size", given_.size, "Bytes: 32K to 2040K, in steps of 8K")
+            ->required()
+            ->transform(CLI::AsSizeValue(false))
+            ->type_name("N");
+        afs.add_option("--files", given_.files, "File numbers that it has room for (1024)")->type_name("N");
+        CLI::App& efs = add(mkfs, "efs", "An EFS image, as the file table lays it out", make_efs);
+        add_target(efs);
+        add_table_options(efs);
+
+        CLI::App& set = add(app_, "set", "Set files: init", nullptr);
+        set.require_subcommand(0, 1);
+        CLI::App& init = add(set, "init", "Write yfs.json by looking at the files of a folder", init_set);
+        add_folder(init, "The folder");
+        init.add_option("--sku", given_.sku, "The SKU, where the file table has several")->type_name("N");
+        add_force(init, "Replace a set file that is there already");
+    }
+    void add_target(CLI::App& sub)
+    {
+        sub.add_option("FILE", given_.path, "The new image")->required()->type_name("");
+        add_force(sub, "Replace a file that is there already");
     }
 
     void add_support()

@@ -107,31 +107,23 @@ bytes make_file_table()
     return out;
 }
 
-// A cfg table of one column of the sample, its payloads packed in the order of the records.
+// A cfg table of one column of the sample.
 bytes make_table(sample_bytes sample_file::*column)
 {
-    bytes records;
-    bytes payloads;
-    std::uint32_t count = 0;
-    for (const sample_file& file : sample_files()) count += (file.*column).what != sample_bytes::kind::none;
-    const std::size_t payloads_at = sizeof(le32) + count * sizeof(_cfg_file_entry_t);
+    std::vector<bytes> payloads; // reserved, since the records point into it
+    std::vector<cfg_record> records;
+    payloads.reserve(sample_files().size());
     for (const sample_file& file : sample_files()) {
         const sample_bytes& value = file.*column;
         if (value.what == sample_bytes::kind::none) continue;
-        const bytes payload = value.make(file.fileno);
-        _cfg_file_entry_t record{};
+        const bytes& payload = payloads.emplace_back(value.make(file.fileno));
+        cfg_record record;
         record.fileno = file.fileno;
-        record.offset = low32(payloads_at + payloads.size());
-        record.size = low16(payload.size());
         record.flags = value.what == sample_bytes::kind::unavailable ? 0 : 1;
-        append_record(records, record);
-        append(payloads, payload);
+        record.payload = payload;
+        records.push_back(record);
     }
-    bytes out;
-    append_record(out, le32(count));
-    append(out, records);
-    append(out, payloads);
-    return out;
+    return make_cfg_table(records);
 }
 
 bytes make_zonc_partition()

@@ -43,7 +43,8 @@ std::vector<cfg_record> read_cfg_records(std::span<const std::uint8_t> table, co
             refuse(name, fmt::format("record {} (fileno 0x{:x}) ends at byte {}, the table at {}", i,
                                      std::uint32_t{entry.fileno}, end, table.size()));
         }
-        records.push_back({entry.fileno, entry.size, (entry.flags & 1U) != 0});
+        const auto payload = entry.size == 0 ? table.first(0) : table.subspan(entry.offset, entry.size);
+        records.push_back({entry.fileno, entry.size, (entry.flags & 1U) != 0, entry.flags, payload});
     }
     return records;
 }
@@ -57,6 +58,51 @@ std::span<const std::uint8_t> table_in_partition(std::span<const std::uint8_t> p
     if (length > rest.size())
         refuse(name, fmt::format("the header tells of a table of {} bytes, {} are there", length, rest.size()));
     return rest.first(length);
+}
+
+cfg_file read_cfg_file(std::span<const std::uint8_t> contents, const std::string& name)
+{
+    cfg_file file;
+    // In a partition the place of the count holds firmware's own bytes: zeros, or a name that is no count.
+    try {
+        file.records = read_cfg_records(contents, name);
+        if (!file.records.empty()) return file;
+    } catch (const failure&) {
+    }
+    file.in_partition = true;
+    file.records = read_cfg_records(table_in_partition(contents, name), name);
+    file.header = contents.first(sizeof(partition_header_t));
+    return file;
+}
+
+bool is_cfg_file(std::span<const std::uint8_t> contents)
+{
+    try {
+        return !read_cfg_file(contents, {}).records.empty();
+    } catch (const failure&) {
+        return false;
+    }
+}
+
+bytes make_cfg_table(const std::vector<cfg_record>& records)
+{
+    bytes out(sizeof(le32) + records.size() * sizeof(_cfg_file_entry_t));
+    store(out.data(), le32(low32(records.size())));
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        const auto& [fileno, size, available, flags, payload] = records[i];
+        if (payload.size() > UINT16_MAX) {
+            throw failure(fault::too_large, fmt::format("record 0x{:x} holds {}; the format carries 65535", fileno,
+                                                        bytes_text(payload.size())));
+        }
+        _cfg_file_entry_t entry{};
+        entry.fileno = fileno;
+        entry.offset = low32(out.size());
+        entry.size = low16(low32(payload.size()));
+        entry.flags = flags;
+        store(out.data() + sizeof(le32) + i * sizeof entry, entry);
+        append(out, payload);
+    }
+    return out;
 }
 
 bytes make_partition(std::span<const std::uint8_t> before, std::span<const std::uint8_t> table)

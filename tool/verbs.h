@@ -22,6 +22,8 @@ struct options : source {
     std::string folder;              // sample, extract, import
     std::vector<std::string> inputs; // diff: the two sides
     std::string format;              // completion: the shell
+    std::uint64_t size = 0;          // mkfs afs
+    std::uint32_t files = 1024;      // mkfs afs
     bool json = false;               // one document instead of text
     bool long_list = false;          // -l
     bool force = false;              // binary data to a terminal; what is in the way is overwritten
@@ -45,8 +47,16 @@ exit_status get_value(const options& given);
 exit_status export_values(const options& given);
 exit_status diff_values(const options& given);
 
+exit_status list_records(const options& given);
+exit_status unpack_table(const options& given);
+exit_status pack_table(const options& given);
+exit_status list_file_table(const options& given);
+
 // make
 exit_status make_sample(const options& given);
+exit_status make_afs(const options& given);
+exit_status make_efs(const options& given);
+exit_status init_set(const options& given);
 
 // support
 exit_status explain(const options& given);
