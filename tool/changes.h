@@ -26,6 +26,8 @@ public:
     void touch(const file_row& row) { touched_.emplace(row.where, row.index); }
     // The verb may change any file, as one that drops damaged data does.
     void touch_all() { any_file_ = true; }
+    // The result is meant to be damaged.
+    void accept_faults() { any_fault_ = true; }
     // A file beside the images.
     void add_file(std::filesystem::path target, bytes contents);
 
@@ -47,6 +49,7 @@ private:
     change_flags flags_;
     std::set<std::pair<file_system, std::uint32_t>> touched_;
     bool any_file_ = false;
+    bool any_fault_ = false;
     std::vector<std::pair<std::filesystem::path, bytes>> others_;
 };
 

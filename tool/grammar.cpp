@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace yfs::tool {
 
@@ -58,6 +59,24 @@ constexpr const char* about_extract =
     "Paths become folders below DIR. A part of a path that no file may have as its name, and each byte\n"
     "that isn't printable, is written as %XX, so that no name leads out of DIR.";
 
+constexpr const char* about_repair =
+    "A mount and idle work mend what they can. Where that isn't enough, the image is built anew from the\n"
+    "files that can be read. If some can't, they are listed and nothing happens, unless --lossy lets them\n"
+    "go. Exit status 0: clean before, 1: repaired, 4: it can't be without a loss.";
+
+constexpr const char* about_batch =
+    "A line is an edit as on the command line, without yfs; lines that begin with # don't count:\n"
+    "\n"
+    "  put net/uplink new.txt\n"
+    "  nvar set net/name 'utf8:bench 4'";
+
+constexpr const char* about_trials =
+    "The edit is written as on the command line and is made on copies; nothing is saved:\n"
+    "\n"
+    "  yfs trace put net/uplink new.txt\n"
+    "  yfs cut --after 7 -o cut.img put net/uplink new.txt\n"
+    "  yfs torture nvar set net/name utf8:bench-4";
+
 constexpr const char* about_check =
     "A fault: the image doesn't open, or something in use is lost or wrong. A warning: it opens and\n"
     "reads well, but no orderly history makes this. Exit status 4 if there is a fault.";
@@ -80,6 +99,8 @@ public:
         add_values();
         group_ = "Make";
         add_makers();
+        group_ = "Test";
+        add_trials();
         group_ = "Support";
         add_support();
         app_.footer(about_all); // last: verbs would inherit it
@@ -131,7 +152,7 @@ private:
         if (run != nullptr) sub.callback([this, run] { parsed_.run = run; });
         return sub;
     }
-    enum class images { any, of_the_set };
+    enum class images { any, of_the_set, as_arguments };
     CLI::App& add_edit(CLI::App& parent, verb run, const char* name, const char* help, edit how,
                        images from = images::any)
     {
@@ -141,6 +162,7 @@ private:
             given_.how = how;
         });
         if (from == images::any) add_image_options(sub);
+        if (from == images::as_arguments) add_image_arguments(sub);
         if (run == make_change) add_change_options(sub);
         return sub;
     }
@@ -209,6 +231,20 @@ private:
         CLI::App& import =
             add_edit(parent, run, "import", "Store every file of a folder, as 'extract' names them", import_folder);
         add_folder(import, "The folder");
+
+        CLI::App& reclaim_verb =
+            add_edit(parent, run, "reclaim", "Win back the room of dead contents", reclaim, images::as_arguments);
+        reclaim_verb.add_flag("--all", given_.all, "Every erase unit, not only those that gain room");
+        add_edit(parent, run, "wipe", "Overwrite dead contents, so that nobody reads them", wipe, images::as_arguments);
+        CLI::App& batch_verb = add_edit(parent, run, "batch", "Several edits, all or none, from a script", batch);
+        batch_verb.footer(about_batch);
+        batch_verb.add_option("FILE", given_.source_file, "The script; standard input if absent or -")->type_name("");
+        if (run != make_change) return; // a repair may build the image anew, which isn't done on the flash
+
+        CLI::App& repair_verb =
+            add_edit(parent, run, "repair", "Mend what 'check' finds", repair, images::as_arguments);
+        repair_verb.footer(about_repair);
+        repair_verb.add_flag("--lossy", given_.lossy, "Let go of files that can't be saved");
     }
 
     void add_values()
@@ -279,6 +315,33 @@ private:
                                     import_values, images::of_the_set);
         import.add_option("FILE", given_.source_file, "The document; standard input if absent or -")->type_name("");
         add_drop_unknown(import);
+    }
+
+    // An edit under another verb, which tries it and saves nothing.
+    CLI::App& add_trial(const char* name, const char* help, verb run)
+    {
+        CLI::App& trial = add(app_, name, help, nullptr);
+        trial.footer(about_trials);
+        trial.require_subcommand(0, 1);
+        const std::string group = std::exchange(group_, "Edits");
+        add_edits(trial, run);
+        CLI::App& nvar = add(trial, "nvar", "Of values: set, import", nullptr);
+        nvar.require_subcommand(0, 1);
+        add_value_edits(nvar, run);
+        group_ = group;
+        return trial;
+    }
+    void add_trials()
+    {
+        add_json(add_trial("trace", "The operations on the flash that an edit makes", trace));
+        CLI::App& cut_verb = add_trial("cut", "The images as they are after some operations of an edit", cut);
+        cut_verb.add_option("--after", given_.after, "So many operations are done")->required()->type_name("N");
+        cut_verb.add_option("--bytes", given_.torn_bytes, "And so many bytes of the next one (0)")->type_name("N");
+        cut_verb
+            .add_option("-o,--output", given_.change.output,
+                        "The file, or for several images the folder, for the result")
+            ->type_name("FILE");
+        add_json(add_trial("torture", "Every cut of an edit, mounted and checked", torture));
     }
 
     void add_makers()

@@ -35,6 +35,16 @@ void print_contents(const bytes& contents, bool force)
     print({reinterpret_cast<const char*>(contents.data()), contents.size()});
 }
 
+void show_progress(std::string_view text)
+{
+    if (::isatty(STDERR_FILENO) == 1) print_error(fmt::format("\r{}\x1b[K", text));
+}
+
+void end_progress()
+{
+    show_progress("");
+}
+
 void note(std::string_view text)
 {
     print_error(fmt::format("yfs: {}\n", text));

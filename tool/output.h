@@ -17,6 +17,10 @@ void print(std::string_view data);
 // unless `force`d.
 void print_contents(const bytes& contents, bool force);
 
+// A line on standard error that the next one replaces; on a terminal only.
+void show_progress(std::string_view text);
+void end_progress();
+
 // On standard error: a line after "yfs: ", or a text as it is.
 void note(std::string_view text);
 void print_error(std::string_view text);

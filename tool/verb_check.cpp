@@ -58,12 +58,23 @@ json document_of(const checked_image& image)
                         {"findings", std::move(findings)}};
 }
 
+// The same trouble in the next slot of the same unit and file: a run of them is one line.
+bool goes_on(const finding& a, const finding& b)
+{
+    return a.id == b.id && a.eu == b.eu && a.file == b.file && a.slot != inspect::none && b.slot == a.slot + 1;
+}
+
 std::string text_of(const checked_image& image, bool all)
 {
     std::string out;
-    for (const finding& f : image.findings) {
-        if (all || severity_of(f) != severity::info)
-            out += fmt::format("  {}: {}\n", to_string(severity_of(f)), describe(f));
+    for (std::size_t i = 0; i < image.findings.size(); ++i) {
+        const finding& f = image.findings[i];
+        if (!all && severity_of(f) == severity::info) continue;
+        std::size_t last = i;
+        while (last + 1 < image.findings.size() && goes_on(image.findings[last], image.findings[last + 1])) ++last;
+        out += fmt::format("  {}: {}\n", to_string(severity_of(f)), describe(f));
+        if (last > i) out += fmt::format("    and the same up to slot {}\n", image.findings[last].slot);
+        i = last;
     }
     const std::uint64_t faults = image.count(severity::fault), warnings = image.count(severity::warning);
     return fmt::format("{}: {}: {}\n", image.name, image.kind,

@@ -28,6 +28,10 @@ struct options : source {
     bool long_list = false;          // -l
     bool force = false;              // binary data to a terminal; what is in the way is overwritten
     bool drop_unknown = false;       // nvar set: a rebuild may lose records
+    bool all = false;                // reclaim: every unit
+    std::uint32_t after = 0;         // cut: operations that are done
+    std::uint32_t torn_bytes = 0;    // cut: bytes of the next one
+    bool lossy = false;              // repair: files that can't be saved may go
 };
 
 // look
@@ -57,6 +61,11 @@ exit_status make_sample(const options& given);
 exit_status make_afs(const options& given);
 exit_status make_efs(const options& given);
 exit_status init_set(const options& given);
+
+// test: what of an edit they try, the options say as for the edit itself
+exit_status trace(const options& given);
+exit_status cut(const options& given);
+exit_status torture(const options& given);
 
 // support
 exit_status explain(const options& given);
