@@ -186,16 +186,15 @@ void refuse_absent_value(const session& set, const file_row& row)
                   "'yfs nvar ls' lists the values that are; 'yfs cat' reads the stored file itself");
 }
 
-std::vector<changed_value> apply_values(session& set, const named_values& values, bool drop_unknown, changes& done)
-{
-    if (set.bare()) set.refuse_bare("a value");
-    const named_values wanted = by_table_path(set, values);
-    check_new_zonc(set);
+namespace {
 
+std::vector<changed_value> run_with(session& set, const named_values& wanted, bool drop_unknown, bool always,
+                                    changes& done)
+{
     host_run run(set);
     std::vector<changed_value> changed;
     const auto to_set = still_to_set(set, run, wanted);
-    if (to_set.empty()) return changed;
+    if (to_set.empty() && !always) return changed;
     check_losses(set, run, drop_unknown);
     check_all_limits(set, run, wanted);
     for (const auto& [row, contents] : to_set) {
@@ -209,6 +208,21 @@ std::vector<changed_value> apply_values(session& set, const named_values& values
     put_values_back(set, run, done);
     check_result(set, expected);
     return changed;
+}
+
+} // namespace
+
+std::vector<changed_value> apply_values(session& set, const named_values& values, bool drop_unknown, changes& done)
+{
+    if (set.bare()) set.refuse_bare("a value");
+    const named_values wanted = by_table_path(set, values);
+    check_new_zonc(set);
+    return run_with(set, wanted, drop_unknown, false, done);
+}
+
+void build_values(session& set, const named_values& values, changes& done)
+{
+    run_with(set, by_table_path(set, values), false, true, done);
 }
 
 std::string set_value(session& set, const options& given, changes& done)

@@ -21,6 +21,9 @@ struct changed_value {
 // unknown_records, check_failed.
 std::vector<changed_value> apply_values(session& set, const named_values& wanted, bool drop_unknown, changes& done);
 
+// The same for a set without zonc.cfg: a table is made in any case, and no file on disk is in its way.
+void build_values(session& set, const named_values& values, changes& done);
+
 [[noreturn]] void refuse_absent_value(const session& set, const file_row& row);
 
 } // namespace yfs::tool

@@ -77,6 +77,16 @@ constexpr const char* about_trials =
     "  yfs cut --after 7 -o cut.img put net/uplink new.txt\n"
     "  yfs torture nvar set net/name utf8:bench-4";
 
+constexpr const char* about_build =
+    "Keys of the set file for it, beside sku, ftbl and velor, which are inputs, and yfs, efs and zonc, which\n"
+    "are made:\n"
+    "\n"
+    "  \"afs\": {\"size\": 131072, \"files\": 128},\n"
+    "  \"files\": {\"/home/net/uplink\": \"uplink.txt\", \"afs#40\": \"hex:00ff\"},\n"
+    "  \"values\": {\"net/uplink\": \"utf8:wan0\"}\n"
+    "\n"
+    "The same inputs make the same bytes; files that would not change are left alone.";
+
 constexpr const char* about_check =
     "A fault: the image doesn't open, or something in use is lost or wrong. A warning: it opens and\n"
     "reads well, but no orderly history makes this. Exit status 4 if there is a fault.";
@@ -361,6 +371,15 @@ private:
         CLI::App& efs = add(mkfs, "efs", "An EFS image, as the file table lays it out", make_efs);
         add_target(efs);
         add_table_options(efs);
+
+        CLI::App& build_verb = add(app_, "build", "Make the images and tables of a set from its inputs", build);
+        build_verb.footer(about_build);
+        build_verb
+            .add_option("-o,--output", given_.change.output, "Into this folder, with all that belongs to the set")
+            ->type_name("DIR");
+        build_verb.add_option("--depfile", given_.depfile, "List the inputs, as make and ninja read it")
+            ->type_name("FILE");
+        add_json(add(app_, "size", "The smallest partitions for what a set holds", smallest_size));
 
         CLI::App& set = add(app_, "set", "Set files: init", nullptr);
         set.require_subcommand(0, 1);

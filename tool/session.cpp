@@ -40,7 +40,7 @@ std::optional<working_copy> read_copy_of(const set_file& set, const std::optiona
 
 bool read_of_set(const source& from)
 {
-    return from.images.empty() && !from.tables_only;
+    return from.images.empty() && !from.tables_only && !from.inputs_only;
 }
 
 std::optional<working_copy> read_zonc(const set_file& set)
@@ -89,7 +89,7 @@ session::session(const source& from, access mode)
       set(find_set(from)),
       ftbl(set.ftbl.empty() ? working_copy() : read_copy(in_set(set, set.ftbl))),
       velor(set.velor.empty() ? working_copy() : read_copy(in_set(set, set.velor))),
-      zonc(read_zonc(set)),
+      zonc(from.inputs_only ? std::nullopt : read_zonc(set)),
       yfs(read_of_set(from) ? read_copy_of(set, set.yfs) : std::nullopt),
       efs(read_of_set(from) ? read_copy_of(set, set.efs) : std::nullopt),
       table(set.ftbl.empty() ? file_table() : file_table(set, ftbl.before))

@@ -20,6 +20,7 @@ struct source {
     std::string ftbl;                 // --ftbl
     std::optional<std::uint32_t> sku; // --sku
     bool tables_only = false;         // no image is read, and there need be no set
+    bool inputs_only = false;         // neither images nor zonc.cfg are read: they are to be made
 };
 
 // A file of the set as it was read, and as it stands now.

@@ -42,7 +42,7 @@ public:
             if (key == "sku") {
                 set_.sku = sku(value);
                 has_sku = true;
-            } else {
+            } else if (key != "afs" && key != "files" && key != "values") { // which only 'build' and 'size' read
                 place_of(key) = name(key, value);
             }
         }

@@ -22,6 +22,7 @@ struct options : source {
     std::string folder;              // sample, extract, import
     std::vector<std::string> inputs; // diff: the two sides
     std::string format;              // completion: the shell
+    std::string depfile;             // build
     std::uint64_t size = 0;          // mkfs afs
     std::uint32_t files = 1024;      // mkfs afs
     bool json = false;               // one document instead of text
@@ -61,6 +62,8 @@ exit_status make_sample(const options& given);
 exit_status make_afs(const options& given);
 exit_status make_efs(const options& given);
 exit_status init_set(const options& given);
+exit_status build(const options& given);
+exit_status smallest_size(const options& given);
 
 // test: what of an edit they try, the options say as for the edit itself
 exit_status trace(const options& given);
