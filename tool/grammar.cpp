@@ -1,5 +1,6 @@
 #include "tool/grammar.h"
 
+#include "tool/completion.h"
 #include "tool/text.h"
 #include "tool/words.h"
 
@@ -90,6 +91,53 @@ constexpr const char* about_build =
 constexpr const char* about_check =
     "A fault: the image doesn't open, or something in use is lost or wrong. A warning: it opens and\n"
     "reads well, but no orderly history makes this. Exit status 4 if there is a fault.";
+
+constexpr const char* about_completion =
+    "  bash: yfs completion bash > ~/.local/share/bash-completion/completions/yfs\n"
+    "  zsh:  yfs completion zsh > a folder of $fpath, as _yfs\n"
+    "  fish: yfs completion fish > ~/.config/fish/completions/yfs.fish";
+
+// The verb of that name; null if there is none, and then `known` has those that there are.
+CLI::App* find_verb(CLI::App& parent, const std::string& word, std::vector<std::string>& known)
+{
+    known.clear();
+    for (CLI::App* sub : parent.get_subcommands({})) {
+        if (sub->get_name() == word) return sub;
+        known.push_back(sub->get_name());
+    }
+    return nullptr;
+}
+
+[[noreturn]] void refuse_verb(const std::string& word, const std::vector<std::string>& known)
+{
+    throw failure(fault::usage, fmt::format("there is no verb '{}'", printable(word)),
+                  known.empty() ? std::string("'yfs --help' lists the verbs")
+                                : fmt::format("did you mean '{}'? 'yfs --help' lists the verbs", nearest(word, known)));
+}
+
+// The grammar as words, for completion.
+verb_word words_of(CLI::App& app, const std::string& path)
+{
+    verb_word out;
+    out.path = path;
+    out.name = app.get_name();
+    out.help = path.empty() ? std::string() : app.get_description();
+    for (const CLI::Option* option : app.get_options()) {
+        if (option->get_positional()) {
+            out.takes_stored_path |= option->get_name() == "PATH";
+            continue;
+        }
+        option_word word;
+        for (const std::string& name : option->get_snames()) word.names.push_back("-" + name);
+        for (const std::string& name : option->get_lnames()) word.names.push_back("--" + name);
+        word.help = option->get_description();
+        word.takes_value = option->get_items_expected_max() > 0;
+        out.options.push_back(std::move(word));
+    }
+    for (CLI::App* sub : app.get_subcommands({}))
+        out.verbs.push_back(words_of(*sub, path.empty() ? sub->get_name() : path + " " + sub->get_name()));
+    return out;
+}
 
 // Builds the grammar: each verb fills the options and leaves what to run in `chosen`.
 class grammar {
@@ -396,10 +444,33 @@ private:
 
     void add_support()
     {
+        CLI::App& completion = add(app_, "completion", "A completion script for a shell", nullptr);
+        completion.footer(about_completion);
+        completion.add_option("SHELL", given_.format, "bash, zsh or fish")->required()->type_name("");
+        completion.callback([this] { parsed_.text = completion_script(words_of(app_, ""), given_.format); });
+
+        CLI::App& help = add(app_, "help", "Print the help of a verb", nullptr);
+        help.add_option("VERB", given_.inputs, "The verb: cat, or nvar set")->type_name("");
+        help.callback([this] { parsed_.text = help_of(given_.inputs); });
+
         add(app_, "explain", "What a finding of 'check' means, where it comes from, what helps", explain)
             .add_option("ID", given_.path, "As 'check' prints it: chain-loop")
             ->required()
             ->type_name("");
+    }
+
+    std::string help_of(const std::vector<std::string>& verbs)
+    {
+        CLI::App* at = &app_;
+        std::string path;
+        for (const std::string& word : verbs) {
+            path += at == &app_ ? "yfs" : " " + at->get_name();
+            std::vector<std::string> known;
+            CLI::App* next = find_verb(*at, word, known);
+            if (next == nullptr) refuse_verb(word, known);
+            at = next;
+        }
+        return at->help(path) + "\n";
     }
 
     command& parsed_;
@@ -408,7 +479,7 @@ private:
     std::string group_ = "Verbs";
 };
 
-// The first word of `args` that should have been a verb and is none; empty if they all are.
+// The first word that should have been a verb and is none; empty if they all are.
 std::string wrong_verb(CLI::App& app, int argc, char** argv, std::vector<std::string>& known)
 {
     CLI::App* at = &app;
@@ -419,15 +490,10 @@ std::string wrong_verb(CLI::App& app, int argc, char** argv, std::vector<std::st
             if (option != nullptr && option->get_items_expected_max() > 0) ++i;
             continue;
         }
-        const std::vector<CLI::App*> subs = at->get_subcommands({});
-        if (subs.empty()) return {};
-        const auto next =
-            std::find_if(subs.begin(), subs.end(), [&](const CLI::App* sub) { return sub->get_name() == word; });
-        if (next == subs.end()) {
-            for (const CLI::App* sub : subs) known.push_back(sub->get_name());
-            return word;
-        }
-        at = *next;
+        if (at->get_subcommands({}).empty()) return {};
+        CLI::App* next = find_verb(*at, word, known);
+        if (next == nullptr) return word;
+        at = next;
     }
     return {};
 }
@@ -449,10 +515,10 @@ command parse_command_line(int argc, char** argv)
         const std::string word = wrong_verb(words.app(), argc, argv, known);
         if (word.empty())
             throw failure(fault::usage, error.what(), "'yfs --help' and 'yfs VERB --help' tell what there is");
-        throw failure(fault::usage, fmt::format("there is no verb '{}'", printable(word)),
-                      fmt::format("did you mean '{}'? 'yfs --help' lists the verbs", nearest(word, known)));
+        refuse_verb(word, known);
     }
-    if (parsed.run == nullptr) throw failure(fault::usage, "no verb", "'yfs --help' lists the verbs");
+    if (parsed.run == nullptr && parsed.text.empty())
+        throw failure(fault::usage, "no verb", "'yfs --help' lists the verbs");
     return parsed;
 }
 
