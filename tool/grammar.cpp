@@ -31,7 +31,8 @@ constexpr const char* about_all =
     "file by its number. A change is made on a copy, which replaces the old file in one step: a failed\n"
     "or interrupted command leaves the file as it was.\n"
     "\n"
-    "Exit status: 0 done, 1 not there, 4 damaged image or table, 8 failed, 16 wrong usage.\n"
+    "Exit status: 0 done, same, clean; 1 no: not there, they differ, or faults were found and repaired;\n"
+    "4 damaged image or table; 8 failed; 16 wrong usage; 32 interrupted.\n"
     "Keys of yfs.json: sku, ftbl, velor, and where the set has them zonc, yfs, efs. Paths count from\n"
     "its folder.";
 
@@ -470,7 +471,9 @@ private:
             if (next == nullptr) refuse_verb(word, known);
             at = next;
         }
-        return at->help(path) + "\n";
+        return at->get_formatter()->make_help(at, path.empty() ? "yfs" : path + " " + at->get_name(),
+                                              CLI::AppFormatMode::Normal) +
+               "\n"; // at->help() would answer for the verb that was parsed, this one
     }
 
     command& parsed_;
