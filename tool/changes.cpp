@@ -1,6 +1,6 @@
 #include "tool/changes.h"
 
-#include "inspect/picture.h"
+#include "tool/contents_view.h"
 #include "tool/error.h"
 #include "tool/output.h"
 #include "tool/verbs.h"
@@ -17,41 +17,6 @@ namespace fs = std::filesystem;
 namespace {
 
 using inspect::finding;
-using inspect::severity;
-
-// An image as a reader sees it that knows nothing of the code that wrote it.
-struct contents_view {
-    std::vector<finding> faults;
-    std::map<std::uint32_t, bytes> files;
-
-    void keep_faults(const std::vector<finding>& all)
-    {
-        std::copy_if(all.begin(), all.end(), std::back_inserter(faults),
-                     [](const finding& f) { return severity_of(f) == severity::fault; });
-    }
-};
-
-contents_view view_afs(std::span<const std::uint8_t> image)
-{
-    contents_view view;
-    const inspect::picture picture = inspect::inspect_image(image);
-    view.keep_faults(picture.findings);
-    for (std::uint32_t file = 0; file < picture.file.size(); ++file) {
-        if (auto contents = inspect::read_file(picture, file)) view.files.emplace(file, *std::move(contents));
-    }
-    return view;
-}
-
-contents_view view_efs(const image_ref& ref, std::span<const std::uint8_t> image)
-{
-    contents_view view;
-    const inspect::efs_picture picture = inspect::inspect_efs(image, plan_for(ref, image));
-    view.keep_faults(picture.findings);
-    for (std::uint32_t file = 0; file < picture.files.size(); ++file) {
-        if (auto contents = inspect::read_file(picture, file)) view.files.emplace(file, *std::move(contents));
-    }
-    return view;
-}
 
 // A fault that the image didn't have before; null if there is none. What was damaged already may stay so.
 const finding* new_fault(const contents_view& before, const contents_view& after)
@@ -94,9 +59,8 @@ bool changes::empty() const
 
 void changes::check(const working_copy& image, image_kind kind) const
 {
-    const bool afs = kind == image_kind::afs;
-    const contents_view before = afs ? view_afs(image.before) : view_efs(image.ref, image.before);
-    const contents_view after = afs ? view_afs(image.now) : view_efs(image.ref, image.now);
+    const contents_view before = view_contents(image.ref, image.before, kind);
+    const contents_view after = view_contents(image.ref, image.now, kind);
     if (const finding* fault = any_fault_ ? nullptr : new_fault(before, after)) {
         throw failure(fault::check_failed,
                       fmt::format("{}: the change would leave a fault, so nothing was saved: {}", image.name(),
@@ -104,7 +68,7 @@ void changes::check(const working_copy& image, image_kind kind) const
                       fmt::format("'yfs check {}' tells what the image has already", image.name()));
     }
     if (any_file_) return;
-    const file_system where = afs ? file_system::afs : file_system::efs;
+    const file_system where = kind == image_kind::afs ? file_system::afs : file_system::efs;
     std::map<std::uint32_t, bytes> left = before.files, right = after.files;
     for (const auto& [system, index] : touched_) {
         if (system != where) continue;

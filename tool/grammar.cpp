@@ -57,6 +57,10 @@ constexpr const char* about_put =
     "The file becomes these contents. What the file table allows is the limit, and the tail of files\n"
     "that carry one comes on top. Contents that are there already touch no file.";
 
+constexpr const char* about_map =
+    "AFS: a row for each erase unit, with its group (of 122 pages) and how often it was erased, and a column\n"
+    "for each two of its slots. EFS: a line for each block. Colour is for terminals; NO_COLOR turns it off.";
+
 constexpr const char* about_extract =
     "Paths become folders below DIR. A part of a path that no file may have as its name, and each byte\n"
     "that isn't printable, is written as %XX, so that no name leads out of DIR.";
@@ -152,6 +156,7 @@ public:
         add_set(app_);
         group_ = "Look";
         add_looks();
+        add_pictures();
         group_ = "Change";
         add_edits(app_, make_change);
         group_ = "Values";
@@ -275,6 +280,38 @@ private:
         add_image_arguments(check_verb);
         check_verb.add_flag("-l", given_.long_list, "What is no fault too: the traces of power cuts and of use");
         add_json(check_verb);
+    }
+
+    void add_pictures()
+    {
+        CLI::App& map_verb = add(app_, "map", "What every part of the images is for", map);
+        map_verb.footer(about_map);
+        add_image_arguments(map_verb);
+        map_verb.add_option("--file", given_.path, "Mark the chunks of this file")->type_name("PATH");
+        map_verb.add_flag("--wear", given_.wear, "How often each unit was erased, in place of its slots");
+        map_verb.add_option("--eu", given_.unit, "One erase unit, slot by slot")->type_name("N");
+        map_verb.add_flag("--ascii", given_.ascii, "Plain characters, no colour");
+        map_verb.add_option("-o,--output", given_.change.output, "Draw a picture: FILE.svg or FILE.html")
+            ->type_name("FILE");
+        add_json(map_verb);
+
+        CLI::App& df = add(app_, "df", "How full the images are, and which files take most", disk_free);
+        add_image_arguments(df);
+        add_json(df);
+
+        CLI::App& diff = add(app_, "diff", "Compare two images, or two sets", diff_images);
+        diff.footer("Exit status 0 if they are the same, 1 if they differ.");
+        diff.add_option("SIDES", given_.inputs, "Two images, or two set files or folders of sets")
+            ->required()
+            ->expected(2)
+            ->type_name("");
+        diff.add_flag("--contents", given_.contents, "Only what the files hold, not the flash under them");
+        diff.add_flag("--values", given_.values, "Only the values in force, of two sets");
+        diff.add_option("-o,--output", given_.change.output,
+                        "Draw the second with all that differs: FILE.svg or FILE.html")
+            ->type_name("FILE");
+        add_table_options(diff);
+        add_json(diff);
     }
 
     // The edits: verbs of their own, and each to be tried by trace, cut and torture.

@@ -16,23 +16,28 @@ namespace yfs::tool {
 struct options : source {
     edit how = nullptr; // for make_change and the verbs that try a change
     change_flags change;
-    std::string path;                // of a file or a value; explain: an id; dump: what to show
-    std::string source_file = "-";   // put: the file with the contents
-    std::string value;               // nvar set: FILE, utf8:TEXT or hex:BYTES
-    std::string folder;              // sample, extract, import
-    std::vector<std::string> inputs; // diff: the two sides
-    std::string format;              // completion: the shell
-    std::string depfile;             // build
-    std::uint64_t size = 0;          // mkfs afs
-    std::uint32_t files = 1024;      // mkfs afs
-    bool json = false;               // one document instead of text
-    bool long_list = false;          // -l
-    bool force = false;              // binary data to a terminal; what is in the way is overwritten
-    bool drop_unknown = false;       // nvar set: a rebuild may lose records
-    bool all = false;                // reclaim: every unit
-    std::uint32_t after = 0;         // cut: operations that are done
-    std::uint32_t torn_bytes = 0;    // cut: bytes of the next one
-    bool lossy = false;              // repair: files that can't be saved may go
+    std::string path;                  // of a file or a value; explain: an id; dump: what to show
+    std::string source_file = "-";     // put: the file with the contents
+    std::string value;                 // nvar set: FILE, utf8:TEXT or hex:BYTES
+    std::string folder;                // sample, extract, import
+    std::vector<std::string> inputs;   // diff: the two sides
+    std::string format;                // completion: the shell
+    std::string depfile;               // build
+    std::uint64_t size = 0;            // mkfs afs
+    std::uint32_t files = 1024;        // mkfs afs
+    bool json = false;                 // one document instead of text
+    bool long_list = false;            // -l
+    bool force = false;                // binary data to a terminal; what is in the way is overwritten
+    bool drop_unknown = false;         // nvar set: a rebuild may lose records
+    bool values = false;               // diff: of two sets
+    bool contents = false;             // diff: not the flash
+    bool ascii = false;                // map
+    bool wear = false;                 // map
+    std::optional<std::uint32_t> unit; // map: this erase unit, slot by slot
+    bool all = false;                  // reclaim: every unit
+    std::uint32_t after = 0;           // cut: operations that are done
+    std::uint32_t torn_bytes = 0;      // cut: bytes of the next one
+    bool lossy = false;                // repair: files that can't be saved may go
 };
 
 // look
@@ -42,6 +47,9 @@ exit_status stat_file(const options& given);
 exit_status cat(const options& given);
 exit_status extract(const options& given);
 exit_status check(const options& given);
+exit_status map(const options& given);
+exit_status diff_images(const options& given);
+exit_status disk_free(const options& given);
 
 // change
 exit_status make_change(const options& given);

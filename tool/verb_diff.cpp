@@ -1,0 +1,236 @@
+// diff: two images, or two sets, by the contents of their files, by the flash under them, and by values.
+#include "tool/contents_view.h"
+#include "tool/error.h"
+#include "tool/map_svg.h"
+#include "tool/output.h"
+#include "tool/values_document.h"
+#include "tool/verbs.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace yfs::tool {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// A file that differs; without a size on a side it isn't there.
+struct file_difference {
+    std::string name;
+    std::optional<std::size_t> left, right;
+};
+
+// An erase unit or a block that differs.
+struct part_difference {
+    std::string name;
+    std::size_t bytes = 0;
+    std::string detail;
+};
+
+struct image_difference {
+    image_kind kind = image_kind::afs;
+    std::string left, right;
+    std::vector<file_difference> files;
+    std::size_t same_files = 0;
+    std::vector<part_difference> parts;
+    std::size_t all_parts = 0;
+    image_map map; // of the right side, with what differs from the left lit
+};
+
+std::vector<file_difference> compare_files(const image_map& names, const contents_view& left,
+                                           const contents_view& right, std::size_t& same)
+{
+    std::vector<file_difference> list;
+    for (const auto& [file, contents] : left.files) {
+        const auto other = right.files.find(file);
+        if (other == right.files.end())
+            list.push_back({names.file_name(file), contents.size(), {}});
+        else if (other->second != contents)
+            list.push_back({names.file_name(file), contents.size(), other->second.size()});
+        else
+            ++same;
+    }
+    for (const auto& [file, contents] : right.files) {
+        if (!left.files.contains(file)) list.push_back({names.file_name(file), {}, contents.size()});
+    }
+    return list;
+}
+
+std::string wear_detail(std::uint32_t left, std::uint32_t right)
+{
+    return left == right ? std::string() : fmt::format("erased {} -> {} times", left, right);
+}
+
+// What of a unit's role, group and wear changed.
+std::string unit_detail(const image_map& left, const image_map& right, std::size_t part)
+{
+    if (right.kind == image_kind::efs) {
+        if (part >= left.blocks.size()) return {};
+        const map_block &a = left.blocks[part], &b = right.blocks[part];
+        const std::string state = a.state == b.state ? std::string() : fmt::format("{} -> {}", a.state, b.state);
+        return fmt::format("{}{}{}", state, state.empty() ? "" : " ",
+                           wear_detail(a.erase_count.value_or(0), b.erase_count.value_or(0)));
+    }
+    if (part >= left.units.size()) return {};
+    const map_unit &a = left.units[part], &b = right.units[part];
+    const std::string role =
+        a.role == b.role ? std::string() : fmt::format("{} -> {}", to_string(a.role), to_string(b.role));
+    return fmt::format("{}{}{}", role, role.empty() ? "" : " ", wear_detail(a.erase_count, b.erase_count));
+}
+
+std::vector<part_difference> compare_parts(const image_map& left, const image_map& right, const bytes& a,
+                                           const bytes& b)
+{
+    const bool afs = right.kind == image_kind::afs;
+    const std::size_t size = afs ? ftl::eu_size : efs::block_bytes;
+    std::vector<part_difference> list;
+    for (std::size_t part = 0; part * size < std::max(a.size(), b.size()); ++part) {
+        std::size_t count = 0;
+        for (std::size_t at = part * size; at < std::min((part + 1) * size, std::max(a.size(), b.size())); ++at)
+            count += at >= a.size() || at >= b.size() || a[at] != b[at] ? 1 : 0;
+        if (count == 0) continue;
+        const bool known = part < (afs ? right.units.size() : right.blocks.size());
+        const std::string name = afs     ? fmt::format("EU {}", part)
+                                 : known ? right.blocks[part].name
+                                         : fmt::format("block at 0x{:x}", part * size);
+        list.push_back({name, count, known ? unit_detail(left, right, part) : std::string()});
+    }
+    return list;
+}
+
+image_difference compare(const session& names, const working_copy& left, const working_copy& right, image_kind kind)
+{
+    image_difference out;
+    out.kind = kind;
+    out.left = left.name();
+    out.right = right.name();
+    out.map = map_of(names, right, kind, &left.before);
+    const image_map before = map_of(names, left, kind);
+    out.files = compare_files(out.map, view_contents(left.ref, left.before, kind),
+                              view_contents(right.ref, right.before, kind), out.same_files);
+    out.parts = compare_parts(before, out.map, left.before, right.before);
+    out.all_parts = kind == image_kind::afs ? out.map.units.size() : out.map.blocks.size();
+    return out;
+}
+
+std::string text_of(const image_difference& diff, bool contents_only)
+{
+    std::string text = fmt::format(
+        "{} {} {}: {}, {} the same\n", diff.left, diff.files.empty() ? "=" : "->", diff.right,
+        count_of(diff.files.size(), "file") + " differ" + (diff.files.size() == 1 ? "s" : ""), diff.same_files);
+    for (const auto& [name, left, right] : diff.files) {
+        text += !left    ? fmt::format("  added    {}, {}\n", name, bytes_text(*right))
+                : !right ? fmt::format("  removed  {}, {}\n", name, bytes_text(*left))
+                         : fmt::format("  changed  {}, {} -> {}\n", name, *left, bytes_text(*right));
+    }
+    if (contents_only) return text;
+    text += fmt::format("  flash: {} of {} differ\n", diff.parts.size(),
+                        count_of(diff.all_parts, diff.kind == image_kind::afs ? "erase unit" : "block"));
+    for (const auto& [name, count, detail] : diff.parts)
+        text += fmt::format("    {}: {}{}{}\n", name, bytes_text(count), detail.empty() ? "" : ", ", detail);
+    return text;
+}
+
+json document_of(const image_difference& diff)
+{
+    json::array files, parts;
+    const auto size = [](const std::optional<std::size_t>& value) {
+        return value ? json(std::uint64_t{*value}) : json();
+    };
+    for (const auto& [name, left, right] : diff.files)
+        files.emplace_back(json::object{{"path", name}, {"left_size", size(left)}, {"right_size", size(right)}});
+    for (const auto& [name, count, detail] : diff.parts)
+        parts.emplace_back(json::object{{"part", name}, {"bytes", std::uint64_t{count}}, {"detail", detail}});
+    return json::object{{"kind", to_string(diff.kind)},
+                        {"left", diff.left},
+                        {"right", diff.right},
+                        {"files", std::move(files)},
+                        {"same", std::uint64_t{diff.same_files}},
+                        {"parts", std::move(parts)}};
+}
+
+bool is_set(const std::string& name)
+{
+    std::error_code ignored;
+    return fs::is_directory(name, ignored) || name.ends_with(".json");
+}
+
+// Both sides' images of each kind, with the tables of the left set, of --ftbl, or of the set that is there.
+std::vector<image_difference> compare_sides(const options& given)
+{
+    const std::string &a = given.inputs[0], &b = given.inputs[1];
+    if (is_set(a) != is_set(b))
+        throw failure(fault::usage, fmt::format("{} and {} aren't both sets, nor both images", a, b));
+    std::vector<image_difference> list;
+    if (is_set(a)) {
+        source right_source, left_source;
+        right_source.set = b;
+        left_source.set = a;
+        const session right(right_source), left(left_source); // the left one's tables stay active
+        for (const image_kind kind : {image_kind::afs, image_kind::efs}) {
+            const auto &one = left.image(kind), &other = right.image(kind);
+            if (one && other) list.push_back(compare(left, *one, *other, kind));
+            if (one.has_value() != other.has_value())
+                throw failure(fault::usage,
+                              fmt::format("only one of {} and {} has an image of {}", a, b, to_string(kind)));
+        }
+        return list;
+    }
+    source tables = given;
+    tables.tables_only = true;
+    const session names(tables);
+    const working_copy left = read_copy(parse_image(a)), right = read_copy(parse_image(b));
+    const image_kind kind = kind_of(left.ref, left.before);
+    if (kind_of(right.ref, right.before) != kind)
+        throw failure(fault::usage, fmt::format("{} and {} are images of different kinds", a, b));
+    list.push_back(compare(names, left, right, kind));
+    return list;
+}
+
+void save_picture(const std::string& target, const std::vector<image_difference>& diffs)
+{
+    const bool page = target.ends_with(".html");
+    if (!page && !target.ends_with(".svg"))
+        throw failure(fault::usage, fmt::format("'{}' is neither .svg nor .html", target), "name one of these");
+    std::vector<image_map> maps;
+    std::string text;
+    for (const image_difference& diff : diffs) {
+        maps.push_back(diff.map);
+        text += text_of(diff, false);
+    }
+    const std::string drawn =
+        page ? map_html(maps, "Difference of two flash images", fmt::format("<pre>{}</pre>\n", escaped_xml(text)))
+             : map_svg(maps);
+    save_list list;
+    list.add(target, {drawn.begin(), drawn.end()});
+    list.commit();
+    note(fmt::format("drew {}", target));
+}
+
+} // namespace
+
+exit_status diff_images(const options& given)
+{
+    if (given.values) return diff_values(given);
+    const std::vector<image_difference> diffs = compare_sides(given);
+    const bool same = std::all_of(diffs.begin(), diffs.end(), [&](const image_difference& diff) {
+        return diff.files.empty() && (given.contents || diff.parts.empty());
+    });
+    if (!given.change.output.empty()) {
+        save_picture(given.change.output, diffs);
+    } else if (given.json) {
+        json::array images;
+        for (const image_difference& diff : diffs) images.push_back(document_of(diff));
+        print(json(json::object{{"schema", "yfs.diff/1"}, {"same", same}, {"images", std::move(images)}}).dump());
+    } else if (!same) {
+        std::string text;
+        for (const image_difference& diff : diffs) text += text_of(diff, given.contents);
+        print(text);
+    }
+    return same ? exit_status::done : exit_status::no;
+}
+
+} // namespace yfs::tool
