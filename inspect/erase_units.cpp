@@ -1,6 +1,7 @@
 // Headers of the erase units, and which part each unit plays: what a mount concludes from them, in the order of index
 // in which it reads.
 #include "inspect/inspect_internal.h"
+#include "inspect/recognize.h"
 
 #include "yfs/medium.h"
 
@@ -9,9 +10,9 @@
 
 namespace yfs::inspect {
 
-namespace {
-
 using namespace ftl;
+
+namespace {
 
 std::uint8_t crc_with(eu_header_t header, std::uint32_t magic)
 {
@@ -31,6 +32,15 @@ bool is_trusted_spare(const eu_header_t& h)
 {
     return h.magic == eu_magic_given_up && (h.crc == crc_with(h, eu_magic) || h.crc == crc_with(h, eu_magic_old));
 }
+
+} // namespace
+
+bool is_erase_unit(const eu_header_t& h)
+{
+    return is_valid(h) || is_trusted_spare(h);
+}
+
+namespace {
 
 struct scan {
     std::uint32_t invalid = none, incomplete = none;

@@ -157,6 +157,7 @@ public:
         group_ = "Look";
         add_looks();
         add_pictures();
+        add_dumps();
         group_ = "Change";
         add_edits(app_, make_change);
         group_ = "Values";
@@ -312,6 +313,35 @@ private:
             ->type_name("FILE");
         add_table_options(diff);
         add_json(diff);
+    }
+
+    void add_dumps()
+    {
+        CLI::App& dump = add(app_, "dump", "Each field beside its bytes: eu, bm, block, cfg, ftbl", nullptr);
+        dump.require_subcommand(0, 1);
+        const auto add_part = [&](const char* name, const char* help, verb run) {
+            CLI::App& part = add(dump, name, help, run);
+            part.add_option("N", given_.number, "Its number, from 0")->required()->type_name("");
+            add_image_options(part);
+            add_json(part);
+        };
+        add_part("eu", "An erase unit of AFS", dump_erase_unit);
+        add_part("bm", "A block map of EFS", dump_block_map);
+        add_part("block", "A data block of EFS", dump_data_block);
+        const auto add_table = [&](const char* name, const char* help, verb run) {
+            CLI::App& table = add(dump, name, help, run);
+            table.add_option("FILE", given_.inputs, "The table, or a partition of one; without one, that of the set")
+                ->expected(0, 1)
+                ->type_name("");
+            add_table_options(table);
+            add_json(table);
+        };
+        add_table("cfg", "A cfg table (of a set: zonc.cfg)", dump_cfg_table);
+        add_table("ftbl", "A file table", dump_file_table);
+
+        CLI::App& scan_verb = add(app_, "scan", "Find the partitions inside a flash dump", scan);
+        scan_verb.add_option("FILE", given_.inputs, "The dump")->required()->expected(1)->type_name("");
+        add_json(scan_verb);
     }
 
     // The edits: verbs of their own, and each to be tried by trace, cut and torture.

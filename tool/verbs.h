@@ -29,6 +29,7 @@ struct options : source {
     bool long_list = false;            // -l
     bool force = false;                // binary data to a terminal; what is in the way is overwritten
     bool drop_unknown = false;         // nvar set: a rebuild may lose records
+    std::uint32_t number = 0;          // dump: of a unit, a map, a block
     bool values = false;               // diff: of two sets
     bool contents = false;             // diff: not the flash
     bool ascii = false;                // map
@@ -50,6 +51,12 @@ exit_status check(const options& given);
 exit_status map(const options& given);
 exit_status diff_images(const options& given);
 exit_status disk_free(const options& given);
+exit_status dump_erase_unit(const options& given);
+exit_status dump_block_map(const options& given);
+exit_status dump_data_block(const options& given);
+exit_status dump_cfg_table(const options& given);
+exit_status dump_file_table(const options& given);
+exit_status scan(const options& given);
 
 // change
 exit_status make_change(const options& given);
