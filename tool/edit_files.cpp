@@ -95,7 +95,8 @@ std::string import_folder(session& set, const options& given, changes& done)
     std::vector<incoming> files;
     for (const folder_file& file : read_folder(given.folder)) {
         const file_row* const named = set.table.find(file.path);
-        const file_row row = named != nullptr ? *named : set.table.resolve(file.path.substr(1)); // afs#17
+        const bool by_place = file.path.starts_with("/afs#") || file.path.starts_with("/efs#");
+        const file_row row = named != nullptr ? *named : set.table.resolve(file.path.substr(by_place ? 1 : 0));
         check_limit(row, file.contents.size());
         files.push_back({row, file.contents});
     }

@@ -185,7 +185,8 @@ private:
         sub.add_option("-i,--image", given_.images, "An image in place of the set's: FILE, FILE@OFFSET+SIZE, or -")
             ->type_name("IMAGE")
             ->expected(1)
-            ->take_all();
+            ->take_all()
+            ->allow_extra_args(false);
         add_table_options(sub);
     }
     void add_table_options(CLI::App& sub)
@@ -229,6 +230,7 @@ private:
         if (from == images::any) add_image_options(sub);
         if (from == images::as_arguments) add_image_arguments(sub);
         if (run == make_change) add_change_options(sub);
+        if (run == trace || run == torture) add_json(sub);
         return sub;
     }
     void add_json(CLI::App& sub) { sub.add_flag("--json", given_.json, "One JSON document instead of text"); }
@@ -455,11 +457,12 @@ private:
         nvar.require_subcommand(0, 1);
         add_value_edits(nvar, run);
         group_ = group;
+        if (run != cut) add_json(trial);
         return trial;
     }
     void add_trials()
     {
-        add_json(add_trial("trace", "The operations on the flash that an edit makes", trace));
+        add_trial("trace", "The operations on the flash that an edit makes", trace);
         CLI::App& cut_verb = add_trial("cut", "The images as they are after some operations of an edit", cut);
         cut_verb.add_option("--after", given_.after, "So many operations are done")->required()->type_name("N");
         cut_verb.add_option("--bytes", given_.torn_bytes, "And so many bytes of the next one (0)")->type_name("N");
@@ -467,7 +470,7 @@ private:
             .add_option("-o,--output", given_.change.output,
                         "The file, or for several images the folder, for the result")
             ->type_name("FILE");
-        add_json(add_trial("torture", "Every cut of an edit, mounted and checked", torture));
+        add_trial("torture", "Every cut of an edit, mounted and checked", torture);
     }
 
     void add_makers()

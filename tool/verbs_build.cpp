@@ -81,6 +81,15 @@ void put_files(session& set, const build_plan& plan)
     end_progress();
 }
 
+void make_images(session& set, const build_plan& plan)
+{
+    if (set.set.yfs) start_image(set, image_kind::afs, set.set.yfs, empty_afs(set, plan));
+    if (set.set.efs) start_image(set, image_kind::efs, set.set.efs, empty_efs(set));
+    put_files(set, plan);
+    changes unsaved(set, {});
+    if (set.set.zonc || !plan.values.empty()) build_values(set, plan.values, unsaved);
+}
+
 // The set as others are to use it: without the keys for building.
 std::string plain_set_file(const set_file& set)
 {
@@ -153,11 +162,7 @@ exit_status build(const options& given)
 {
     session set(inputs_of(given));
     const build_plan plan = read_build_plan(set.set);
-    if (set.set.yfs) start_image(set, image_kind::afs, set.set.yfs, empty_afs(set, plan));
-    if (set.set.efs) start_image(set, image_kind::efs, set.set.efs, empty_efs(set));
-    put_files(set, plan);
-    changes unsaved(set, {});
-    if (set.set.zonc || !plan.values.empty()) build_values(set, plan.values, unsaved);
+    make_images(set, plan);
 
     build_output out(given, set.set);
     if (!out.folder().empty()) {
@@ -184,56 +189,96 @@ exit_status build(const options& given)
 
 namespace {
 
-struct needed_room {
-    std::map<std::uint32_t, bytes> files; // of AFS, by number
-    std::uint32_t file_heads = 65;        // the least that a volume has
-    std::size_t largest = 0;
-};
-
-// What a plan puts into the volume, or, without one, what is stored in it.
-needed_room room_of(session& set, const build_plan& plan)
+// A file more, under a number that isn't taken.
+bool takes_one_more(std::size_t size)
 {
-    needed_room room;
-    const auto add = [&](const file_row& row, const bytes& contents) {
-        if (row.where != file_system::afs) return;
-        room.largest = std::max(room.largest, contents.size());
-        room.files[row.index] = contents;
-    };
-    if (plan.files.empty()) {
+    const bytes more(size);
+    for (std::uint32_t file = 0; file < dfs_context->files; ++file) {
+        std::uint32_t held = 0;
+        if (dfs_getsize(file, &held) != afs_status::ok)
+            return dfs_write(file, 0, low32(size), more.data(), ends_behind) == afs_status::ok;
+    }
+    return false;
+}
+
+// What a volume has to take: the whole of a build, or the files that another volume holds.
+class needed_room {
+public:
+    explicit needed_room(const options& given) : given_(given)
+    {
+        session inputs(inputs_of(given));
+        plan_ = read_build_plan(inputs.set);
+        if (plan_.files.empty()) {
+            read_stored(given);
+            return;
+        }
+        for (const auto& [path, contents] : plan_.files) {
+            if (inputs.table.resolve(path).where == file_system::afs) count(contents);
+        }
+        heads = plan_.afs_files;
+    }
+
+    // Whether a fresh volume of this size takes all of it, and then, if asked, the largest file once more.
+    bool fits(std::uint32_t size, bool roomy)
+    {
+        if (plan_.files.empty()) return fits_stored(size, roomy);
+        session set(inputs_of(given_));
+        plan_.afs_size = size;
+        try {
+            make_images(set, plan_);
+        } catch (const failure& error) {
+            if (error.which() == fault::volume_full || error.which() == fault::set_invalid) return false;
+            throw;
+        }
+        return !roomy || (dfs_init(set.yfs->now.data(), size) == afs_status::ok && takes_one_more(largest_));
+    }
+
+    std::size_t files = 0;
+    std::uint32_t heads = 65; // the least that a volume has
+    std::uint64_t total = 0;
+
+private:
+    void count(const bytes& file)
+    {
+        ++files;
+        total += file.size();
+        largest_ = std::max(largest_, file.size());
+    }
+    void read_stored(const options& given)
+    {
+        session set(given);
         volume images(set);
         images.mount_afs();
-        for (const stored_file& file : images.files()) add(file.row, images.read(file.row));
-        if (set.yfs) room.file_heads = dfs_context->files;
-    } else {
-        for (const auto& [path, contents] : plan.files) add(set.table.resolve(path), contents);
-        room.file_heads = plan.afs_files;
+        if (!set.yfs) return;
+        heads = dfs_context->files;
+        for (const stored_file& file : images.files()) {
+            stored_[file.row.index] = images.read(file.row);
+            count(stored_[file.row.index]);
+        }
     }
-    return room;
-}
-
-// Whether a fresh volume of this size takes all files, and then `spare` bytes more.
-bool fits(const needed_room& room, std::uint32_t size, std::size_t spare)
-{
-    bytes image(size);
-    if (yfs_make_volume(image.data(), size, room.file_heads) != 0 || dfs_init(image.data(), size) != 0) return false;
-    for (const auto& [file, contents] : room.files) {
-        if (dfs_write(file, 0, low32(contents.size()), contents.data(), ends_behind) != afs_status::ok) return false;
+    bool fits_stored(std::uint32_t size, bool roomy) const
+    {
+        bytes image(size);
+        if (yfs_make_volume(image.data(), size, heads) != 0 || dfs_init(image.data(), size) != 0) return false;
+        for (const auto& [file, data] : stored_) {
+            if (dfs_write(file, 0, low32(data.size()), data.data(), ends_behind) != afs_status::ok) return false;
+        }
+        return !roomy || takes_one_more(largest_);
     }
-    if (spare == 0) return true;
-    std::uint32_t other = 0; // a number that isn't taken
-    while (room.files.contains(other)) ++other;
-    const bytes more(spare);
-    return other < room.file_heads && dfs_write(other, 0, low32(spare), more.data(), ends_behind) == afs_status::ok;
-}
 
-std::optional<std::uint32_t> smallest(const needed_room& room, std::size_t spare)
+    const options& given_;
+    build_plan plan_;
+    std::map<std::uint32_t, bytes> stored_;
+    std::size_t largest_ = 0;
+};
+
+std::optional<std::uint32_t> smallest(needed_room& room, bool roomy)
 {
-    std::uint64_t contents = spare;
-    for (const auto& [file, data] : room.files) contents += data.size();
     const auto least =
-        static_cast<std::uint32_t>(std::min<std::uint64_t>(contents / ftl::eu_size * ftl::eu_size, largest_volume));
+        static_cast<std::uint32_t>(std::min<std::uint64_t>(room.total / ftl::eu_size * ftl::eu_size, largest_volume));
     for (std::uint32_t size = std::max(smallest_volume, least); size <= largest_volume; size += ftl::eu_size) {
-        if (fits(room, size, spare)) return size;
+        stop_if_interrupted();
+        if (room.fits(size, roomy)) return size;
     }
     return {};
 }
@@ -253,23 +298,20 @@ std::string size_text(const std::optional<std::uint32_t>& size)
 
 exit_status smallest_size(const options& given)
 {
-    const build_plan plan = read_build_plan(session(inputs_of(given)).set);
-    session set(plan.files.empty() ? static_cast<const source&>(given) : inputs_of(given));
-    const needed_room room = room_of(set, plan);
-    const auto least = smallest(room, 0), roomy = smallest(room, room.largest);
+    needed_room room(given);
+    const auto least = smallest(room, false), roomy = smallest(room, true);
     const std::uint32_t efs = g_efs_autogen_data_loaded == 0 ? 0 : EFS_get_efs_size();
     if (given.json) {
         print(json(json::object{{"schema", "yfs.size/1"},
-                                {"files", std::uint64_t{room.files.size()}},
-                                {"file_heads", room.file_heads},
+                                {"files", std::uint64_t{room.files}},
+                                {"file_heads", room.heads},
                                 {"afs_smallest", number_or_null(least)},
                                 {"afs_to_replace_any", number_or_null(roomy)},
                                 {"efs", efs}})
                   .dump());
     } else {
         text_table out({text_table::align::left, text_table::align::left});
-        out.row(
-            {"files", fmt::format("{}, numbers 0 to {}", count_of(room.files.size(), "file"), room.file_heads - 1)});
+        out.row({"files", fmt::format("{}, numbers 0 to {}", count_of(room.files, "file"), room.heads - 1)});
         out.row({"afs, at least", size_text(least)});
         out.row({"afs, to replace any file", size_text(roomy)});
         if (efs != 0) out.row({"efs, by its layout", bytes_text(efs)});

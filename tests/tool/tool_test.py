@@ -17,72 +17,10 @@ import sys
 import tempfile
 import unittest
 
-YFS, STOP_AT, SOURCE, SAMPLES = (pathlib.Path(arg).absolute() for arg in sys.argv[1:5])
-SET_FILES = ["ftbl.bin", "velor.cfg", "zonc.bin", "yfs.img", "efs.img", "yfs.json"]
+from tool_case import SAMPLES, SET_FILES, SOURCE, STOP_AT, YFS, ToolTest, cfg_records, overwrite, replace, run, state_of
+
 UPLINK = "/home/net/uplink"
 SAMPLE_SETS = ["plain-tables", "small-deployed", "not-deployed", "no-zonc", "with-efs", "large"]
-
-
-def run(*args, cwd, stdin=b"", **kwargs):
-    return subprocess.run([YFS, *map(str, args)], cwd=cwd, input=stdin, capture_output=True, **kwargs)
-
-
-def cfg_records(table):
-    """{fileno: (flags, payload)} of a cfg table."""
-    count = struct.unpack_from("<I", table)[0]
-    records = (struct.unpack_from("<IIHH", table, 4 + 12 * i) for i in range(count))
-    return {fileno: (flags, table[offset:offset + size]) for fileno, offset, size, flags in records}
-
-
-def state_of(folder):
-    """What a file is, beyond its bytes: a save would give it another inode."""
-    return {path.name: (path.stat().st_ino, path.stat().st_mtime_ns, path.read_bytes())
-            for path in sorted(folder.iterdir()) if path.is_file()}
-
-
-class ToolTest(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.scratch = tempfile.TemporaryDirectory(prefix="yfs-tool-")
-        cls.root = pathlib.Path(cls.scratch.name)
-        made = run("sample", "pristine", cwd=cls.root)
-        assert made.returncode == 0, made.stderr
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.scratch.cleanup()
-
-    def sample(self, **changes):
-        """A folder with a fresh copy of the sample; keys of its set file changed, or dropped if None."""
-        folder = pathlib.Path(tempfile.mkdtemp(dir=self.root))
-        shutil.copytree(self.root / "pristine", folder, dirs_exist_ok=True)
-        if changes:
-            keys = json.loads((folder / "yfs.json").read_text()) | changes
-            (folder / "yfs.json").write_text(json.dumps({k: v for k, v in keys.items() if v is not None}))
-        return folder
-
-    def ok(self, *args, cwd, stdin=b"", **kwargs):
-        done = run(*args, cwd=cwd, stdin=stdin, **kwargs)
-        self.assertEqual(done.returncode, 0, (args, done.stderr))
-        return done.stdout
-
-    def refused(self, fault, status, *args, cwd, stdin=b"", says=(), **kwargs):
-        done = run(*args, cwd=cwd, stdin=stdin, **kwargs)
-        text = done.stderr.decode()
-        self.assertEqual((done.returncode, done.stdout), (status, b""), (args, text))
-        self.assertIn(f"yfs: error[{fault}]: ", text)
-        for part in says:
-            self.assertIn(str(part), text)
-        return text
-
-    def document(self, *args, cwd):
-        return json.loads(self.ok(*args, "--json", cwd=cwd))
-
-    def values(self, folder):
-        return {v["path"]: bytes.fromhex(v["value"]) for v in self.document("nvar", "ls", cwd=folder)["values"]}
-
-    def contents(self, folder):
-        return {f["path"]: self.ok("cat", f["path"], cwd=folder) for f in self.document("ls", cwd=folder)["files"]}
 
 
 class Sample(ToolTest):
@@ -359,18 +297,6 @@ class Output(ToolTest):
             self.assertIn(escaped.replace(b"\\", b"\\\\") if "--json" in args else escaped, shown)
 
 
-def overwrite(name, offset, data):
-    def change(folder):
-        contents = bytearray((folder / name).read_bytes())
-        contents[offset:offset + len(data)] = data
-        (folder / name).write_bytes(contents)
-    return change
-
-
-def replace(name, contents):
-    return lambda folder: (folder / name).write_bytes(contents)
-
-
 def forget_zonc(folder):
     replace("yfs.json", b'{"sku":17,"ftbl":"ftbl.bin","velor":"velor.cfg"}')(folder)
 
@@ -402,6 +328,7 @@ REFUSALS = [
     ("file-unreadable", 8, ["ls"], lambda folder: (folder / "velor.cfg").unlink(), ["velor.cfg", "No such file"]),
     ("file-unreadable", 8, ["put", "net/uplink", "/dev/zero"], None, ["/dev/zero", "67108864"]),
     ("file-unreadable", 8, ["nvar", "set", "net/uplink", "."], None, ["directory"]),
+    ("unknown-image", 4, ["check", "velor.cfg"], None, ["velor.cfg", "yfs scan"]),
     ("table-damaged", 4, ["ls"], overwrite("ftbl.bin", 0, b"FTBX"), ["ftbl.bin"]),
     ("table-damaged", 4, ["nvar", "ls"], overwrite("velor.cfg", 0, b"\xff\xff"), ["velor.cfg", 65535, 8307]),
     ("table-damaged", 4, ["nvar", "ls"], overwrite("velor.cfg", 20, b"\xff\xff\xff\xff"), ["velor.cfg", "record 1", "0x211", 4294967296]),
@@ -446,7 +373,7 @@ REFUSALS = [
     ("library", 8, ["nvar", "ls"], overwrite("zonc.bin", 16 + 4 + 12 + 10, b"\x00"), ["the library reports", "346", "339"]),
 ]
 # Tested where they need more than a changed file.
-ELSEWHERE = {"binary-to-terminal", "volume-incomplete", "unknown-records", "output-failed"}
+ELSEWHERE = {"binary-to-terminal", "volume-incomplete", "unknown-records", "output-failed", "check-failed", "locked", "interrupted"}
 
 
 def set_limit(folder, path, limit):
@@ -466,7 +393,6 @@ class Check(ToolTest):
         self.assertTrue(all(image["faults"] for image in images), images)
         for finding in (f for image in images for f in image["findings"]):
             self.assertIn(finding["meaning"].encode(), self.ok("explain", finding["id"], cwd=folder))
-        self.assertIn(b"volume-header-missing", run("check", "velor.cfg", cwd=folder).stdout)
 
 
 class Errors(ToolTest):
