@@ -237,11 +237,13 @@ class Making(ToolTest):
 class Mending(ToolTest):
     def test_reclaim_and_wipe(self):
         folder = self.sample()
-        secret = bytes(random.Random(1).randbytes(3000))
+        secret = bytes(random.Random(1).randbytes(3014))
         for path in ("afs#90", "calib/rf_map"):
-            self.ok("put", path, cwd=folder, stdin=secret)
+            self.ok("put", path, cwd=folder, stdin=secret[:3000])
             self.ok("rm", path, cwd=folder)
-        pieces = [secret[i:i + 32] for i in range(0, 2900, 100)]
+        for path in ("log/level", "calib/board_serial"):  # shorter now: the rest stands behind the end
+            for contents in (secret[3000:3014], b"x"): self.ok("put", path, cwd=folder, stdin=contents)
+        pieces = [*(secret[i:i + 32] for i in range(0, 2900, 100)), secret[3002:3014]]
         readable = lambda: sum(piece in (folder / n).read_bytes() for piece in pieces for n in ("yfs.img", "efs.img"))
         free = lambda: self.document("df", cwd=folder)["images"][0]["free_at_once"]
         self.assertGreater(readable(), len(pieces))
