@@ -1,5 +1,6 @@
 #include "ftl/flash_io.h"
 
+#include "frame/crc.h"
 #include "yfs/medium.h"
 
 namespace yfs::ftl {
@@ -27,7 +28,7 @@ bool erase_eu(std::uint32_t at)
 std::uint16_t page_crc(const void* data, std::uint32_t page)
 {
     const le16 key = low16(page);
-    return crc16(data, page_bytes, key.byte);
+    return crc16_of_page(static_cast<const std::uint8_t*>(data), key.byte);
 }
 
 page_frame_t make_frame(const void* data, std::uint32_t page)
