@@ -7,7 +7,7 @@ namespace yfs::afs {
 
 namespace {
 
-constexpr std::uint16_t valid = 0x1;
+constexpr std::uint16_t valid = line_valid;
 constexpr std::uint16_t dirty = 0x2;
 constexpr std::uint16_t flags = valid | dirty;
 constexpr std::uint16_t end_of_list = 0xFFF;

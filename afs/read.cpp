@@ -1,7 +1,7 @@
 // Sizes and contents. Chunks that are neighbours on flash are read in one run and go to the caller from where they are
 // checked: the flash itself, or the staging buffer, 66 bytes a page with their CRCs. How far a run goes follows from a
 // staging buffer that is filled run by run, 64 bytes a page, and emptied when it is nearly full.
-#include "afs/afs_internal.h"
+#include "afs/chain_step.h"
 #include "ftl/ftl_internal.h"
 
 #include <algorithm>
@@ -43,7 +43,7 @@ struct chunk_run {
 std::uint32_t step_to(reading& job, std::uint16_t cid)
 {
     job.cid = cid;
-    return afs_get_next_cid(&job.ctx, cid, &job.next);
+    return step_chain(job.ctx, cid, job.next);
 }
 
 // Passes over the chunks that end at or before the offset; only their FAT entries are touched.
@@ -130,13 +130,13 @@ uint32_t afs_getfilesize(afs_context* ctx, int32_t file, uint32_t* size)
     }
 
     uint16_t cid = 0;
-    uint32_t status = afs_get_next_cid(ctx, static_cast<uint16_t>(file), &cid);
+    uint32_t status = step_chain(*ctx, static_cast<uint16_t>(file), cid);
     if (status != afs_status::ok) return status;
     if (cid == no_file || cid == zombie) return afs_status::not_found;
     uint32_t sum = 0;
     if (cid != empty_file) {
         while (is_chunk(cid)) {
-            status = afs_get_next_cid(ctx, cid, &cid);
+            status = step_chain(*ctx, cid, cid);
             if (status != afs_status::ok) return status;
             sum += std::min<uint32_t>(cid, chunk_bytes);
         }
@@ -150,7 +150,7 @@ uint32_t afs_readfile(afs_context* ctx, int32_t file, uint32_t offset, uint32_t*
     using namespace yfs::afs;
     if (!is_file_number(ctx, file) || len == nullptr || *len > INT32_MAX) return afs_status::invalid;
     uint16_t head = 0;
-    uint32_t status = afs_get_next_cid(ctx, static_cast<uint16_t>(file), &head);
+    uint32_t status = step_chain(*ctx, static_cast<uint16_t>(file), head);
     if (status != afs_status::ok) return status;
     if (head == no_file || head == zombie) return afs_status::not_found;
     if (head == empty_file || *len == 0) {

@@ -3,6 +3,7 @@
 // parts.
 #pragma once
 
+#include "frame/crc_lanes.h"
 #include "yfs/le.h"
 
 namespace yfs {
@@ -19,6 +20,10 @@ std::uint16_t add_crc16(std::uint16_t crc, const std::uint8_t* data, std::size_t
 std::uint16_t add_crc16_key(std::uint16_t crc, const std::uint8_t* key);
 
 // crc16 of one page of 64 bytes and its key.
-std::uint16_t crc16_of_page(const std::uint8_t* data, const std::uint8_t* key);
+std::uint16_t crc16_of_page_by_slices(const std::uint8_t* data, const std::uint8_t* key);
+inline std::uint16_t crc16_of_page(const std::uint8_t* data, const std::uint8_t* key)
+{
+    return has_lanes ? crc16_page_lanes(data, low16(key[0] << 8 | key[1])) : crc16_of_page_by_slices(data, key);
+}
 
 } // namespace yfs

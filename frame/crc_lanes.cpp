@@ -123,18 +123,35 @@ constexpr std::uint64_t quotient16()
     return quotient;
 }
 
-} // namespace
-
-YFS_LANES std::uint16_t crc16_lanes(std::uint16_t crc, const std::uint8_t* data, std::size_t blocks)
+// What is left of the 80 bits of a message that has been taken 16 bits on, which makes room for its remainder.
+YFS_LANES std::uint16_t remainder16(__m128i v)
 {
-    // 16 bits on, which makes room for the remainder: 80 bits are left, then 64.
-    __m128i v = fold(fold_all<form16>(crc, data, blocks), in_register(form16::on(16)));
     const __m128i top = in_register({power(64, 16, form16::polynomial), quotient16()});
-    v = _mm_xor_si128(v, _mm_clmulepi64_si128(v, top, 0x01));
+    v = _mm_xor_si128(v, _mm_clmulepi64_si128(v, top, 0x01)); // 64 bits
     // How often the polynomial goes into them, from their upper 48 bits; what they are more than that is the remainder.
     const __m128i times = _mm_srli_si128(_mm_clmulepi64_si128(_mm_srli_epi64(v, 16), top, 0x10), 6);
     const __m128i whole = _mm_clmulepi64_si128(times, _mm_cvtsi32_si128(0x11021), 0x00);
     return static_cast<std::uint16_t>(_mm_cvtsi128_si32(_mm_xor_si128(v, whole)) & 0xFFFF);
+}
+
+} // namespace
+
+YFS_LANES std::uint16_t crc16_lanes(std::uint16_t crc, const std::uint8_t* data, std::size_t blocks)
+{
+    return remainder16(fold(fold_all<form16>(crc, data, blocks), in_register(form16::on(16))));
+}
+
+// The page is taken 32 bits on: 16 for the key, which so stands where it belongs, and 16 for the remainder.
+YFS_LANES std::uint16_t crc16_page_lanes(const std::uint8_t* page, std::uint16_t key)
+{
+    const __m128i v0 = _mm_xor_si128(form16::load(page), form16::enter(0xFFFF));
+    const __m128i v1 = form16::load(page + 16), v2 = form16::load(page + 32), v3 = form16::load(page + 48);
+    const __m128i front =
+        _mm_xor_si128(fold(v0, in_register(form16::on(384 + 32))), fold(v1, in_register(form16::on(256 + 32))));
+    const __m128i back =
+        _mm_xor_si128(fold(v2, in_register(form16::on(128 + 32))), fold(v3, in_register(form16::on(32))));
+    const __m128i keyed = _mm_slli_si128(_mm_cvtsi32_si128(key), 2);
+    return remainder16(_mm_xor_si128(_mm_xor_si128(front, keyed), back));
 }
 
 YFS_LANES crc32_rest crc32_lanes(std::uint32_t crc, const std::uint8_t* data, std::size_t blocks)
@@ -155,6 +172,11 @@ const bool has_lanes = false;
 std::uint16_t crc16_lanes(std::uint16_t crc, const std::uint8_t*, std::size_t)
 {
     return crc;
+}
+
+std::uint16_t crc16_page_lanes(const std::uint8_t*, std::uint16_t)
+{
+    return 0;
 }
 
 crc32_rest crc32_lanes(std::uint32_t, const std::uint8_t*, std::size_t)
