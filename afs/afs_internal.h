@@ -79,6 +79,8 @@ inline bool is_file_number(const afs_context* ctx, std::int32_t file)
     return ctx != nullptr && file >= 0 && file < static_cast<std::int32_t>(ctx->files);
 }
 
+inline constexpr std::uint16_t line_valid = 0x1; // in the link of a line
+
 // A pointer to the byte at `va` in its cache line. 0 | the cache's status.
 std::uint32_t cache_at(afs_context& ctx, std::uint32_t va, std::uint8_t*& byte);
 

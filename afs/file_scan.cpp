@@ -1,7 +1,7 @@
 // The file scan of a mount: every chain is walked once, its chunks marked in use, its bytes counted. In a sound volume
 // no two chains meet. Where they do, from damage or malice, the chunks from there on are remembered as shared: they are
 // never given back while the volume is mounted, and what follows them is counted once, so the scan stays linear.
-#include "afs/afs_internal.h"
+#include "afs/chain_step.h"
 #include "frame/memory.h"
 
 #include <algorithm>
@@ -67,7 +67,7 @@ std::uint32_t file_scan::measure(std::uint16_t first, chain_tail& rest) const
             rest.steps += tails_[index].steps;
             break;
         }
-        if (const auto status = afs_get_next_cid(&ctx_, cid, &next); status != afs_status::ok) return status;
+        if (const auto status = step_chain(ctx_, cid, next); status != afs_status::ok) return status;
         rest.bytes += std::min<std::uint32_t>(next, chunk_bytes);
         ++rest.steps;
     }
@@ -92,7 +92,7 @@ std::uint32_t file_scan::share_from(std::uint16_t first)
         if (is_shared(index)) break;
         set_bit(ctx_.shared_map, index);
         tails_[index] = rest;
-        if (const auto status = afs_get_next_cid(&ctx_, cid, &next); status != afs_status::ok) return status;
+        if (const auto status = step_chain(ctx_, cid, next); status != afs_status::ok) return status;
         rest.bytes -= std::min<std::uint32_t>(next, chunk_bytes);
         --rest.steps;
     }
@@ -113,7 +113,7 @@ std::uint32_t file_scan::walk_chain(std::uint16_t head, std::uint32_t& size)
             size += tails_[index].bytes;
             return steps + tails_[index].steps < ctx_.chunks ? afs_status::ok : afs_status::failed;
         }
-        if (const auto status = afs_get_next_cid(&ctx_, cid, &next); status != afs_status::ok) return status;
+        if (const auto status = step_chain(ctx_, cid, next); status != afs_status::ok) return status;
         size += std::min<std::uint32_t>(next, chunk_bytes);
         ++steps;
     }
@@ -123,7 +123,7 @@ std::uint32_t file_scan::walk_chain(std::uint16_t head, std::uint32_t& size)
 // One file and its size. `head` becomes what its entry holds; a zombie is left to the caller.
 std::uint32_t file_scan::scan_file(std::uint16_t file, std::uint16_t& head)
 {
-    if (const auto status = afs_get_next_cid(&ctx_, file, &head); status != afs_status::ok) return status;
+    if (const auto status = step_chain(ctx_, file, head); status != afs_status::ok) return status;
     if (head == no_file || head == zombie) return afs_status::ok;
 
     std::uint32_t size = 0;

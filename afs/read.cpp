@@ -1,6 +1,8 @@
-// Sizes and contents. Chunks that are neighbours on flash are read in one run into the staging buffer, 66 bytes a page
-// with their CRCs, packed there to 64, and copied on to the caller.
-#include "afs/afs_internal.h"
+// Sizes and contents. Chunks that are neighbours on flash are read in one run and go to the caller from where they are
+// checked: the flash itself, or the staging buffer, 66 bytes a page with their CRCs. How far a run goes follows from a
+// staging buffer that is filled run by run, 64 bytes a page, and emptied when it is nearly full.
+#include "afs/chain_step.h"
+#include "ftl/ftl_internal.h"
 
 #include <algorithm>
 
@@ -11,7 +13,7 @@ namespace {
 // A run that has reached this many raw bytes in staging can still take the page in hand.
 constexpr std::uint32_t page_raw_bytes = 66;
 constexpr std::uint32_t run_limit = staging_bytes - page_raw_bytes;
-// Beyond this fill the staged bytes go out before another run is read.
+// Beyond this fill the buffer counts as emptied.
 constexpr std::uint32_t fill_limit = staging_bytes - 5 * page_raw_bytes;
 static_assert(run_limit == 0xFBE && fill_limit == 0xEB6);
 
@@ -24,8 +26,8 @@ struct reading {
     std::uint16_t next = 0; // its FAT entry
     std::uint32_t pos = 0;  // file position of the chunk in hand
     std::uint32_t delivered = 0;
-    std::uint32_t pending = 0; // bytes in staging that the caller doesn't have yet
-    std::uint32_t fill = 0;    // packed bytes in staging
+    std::uint32_t pending = 0; // bytes delivered since staging was last emptied
+    std::uint32_t fill = 0;    // bytes of pages read since then
 
     bool at_last_chunk() const { return !is_chunk(next); }
 };
@@ -41,7 +43,7 @@ struct chunk_run {
 std::uint32_t step_to(reading& job, std::uint16_t cid)
 {
     job.cid = cid;
-    return afs_get_next_cid(&job.ctx, cid, &job.next);
+    return step_chain(job.ctx, cid, job.next);
 }
 
 // Passes over the chunks that end at or before the offset; only their FAT entries are touched.
@@ -81,27 +83,17 @@ std::uint32_t gather_run(reading& job, chunk_run& run)
     return afs_status::ok;
 }
 
-std::uint32_t stage_run(reading& job, const chunk_run& run)
+std::uint32_t read_run(reading& job, const chunk_run& run)
 {
-    const std::uint32_t status =
-        afs_physical_ftl_read_data_pages(&job.ctx, job.ctx.staging + job.fill, chunk_va(job.ctx, run.first), run.count);
-    if (status != afs_status::ok) return status;
     const std::uint32_t in_run = (run.count - 1) * chunk_bytes + run.tail;
     const std::uint32_t taken = std::min(in_run > run.skip ? in_run - run.skip : 0, job.wanted - job.delivered);
+    const std::uint32_t status = ftl::read_data_run(job.ctx, chunk_va(job.ctx, run.first), run.count, job.ctx.staging,
+                                                    {job.buf + job.delivered, run.skip, taken});
+    if (status != afs_status::ok) return status;
     job.delivered += taken;
     job.pending += taken;
     job.fill += run.count * chunk_bytes;
     return afs_status::ok;
-}
-
-// The first copy begins behind the bytes that the offset passes over in its chunk.
-void hand_out_staged(reading& job)
-{
-    const std::uint32_t done = job.delivered - job.pending;
-    const std::uint32_t from = done == 0 ? job.offset % chunk_bytes : 0;
-    if (job.pending != 0) std::memcpy(job.buf + done, job.ctx.staging + from, job.pending);
-    job.pending = 0;
-    job.fill = 0;
 }
 
 std::uint32_t read_chain(reading& job, std::uint16_t head)
@@ -114,11 +106,10 @@ std::uint32_t read_chain(reading& job, std::uint16_t head)
         if (status != afs_status::ok) return status;
         if (run.count == 1 && run.tail <= run.skip && job.pending == 0) break; // the offset lies behind the end
 
-        status = stage_run(job, run);
+        status = read_run(job, run);
         if (status != afs_status::ok) return status;
-        const bool last = job.delivered == job.wanted || job.at_last_chunk();
-        if (job.fill > fill_limit || last) hand_out_staged(job);
-        if (last) break;
+        if (job.delivered == job.wanted || job.at_last_chunk()) break;
+        if (job.fill > fill_limit) job.pending = job.fill = 0;
         status = step_to(job, job.next);
     }
     return status;
@@ -139,13 +130,13 @@ uint32_t afs_getfilesize(afs_context* ctx, int32_t file, uint32_t* size)
     }
 
     uint16_t cid = 0;
-    uint32_t status = afs_get_next_cid(ctx, static_cast<uint16_t>(file), &cid);
+    uint32_t status = step_chain(*ctx, static_cast<uint16_t>(file), cid);
     if (status != afs_status::ok) return status;
     if (cid == no_file || cid == zombie) return afs_status::not_found;
     uint32_t sum = 0;
     if (cid != empty_file) {
         while (is_chunk(cid)) {
-            status = afs_get_next_cid(ctx, cid, &cid);
+            status = step_chain(*ctx, cid, cid);
             if (status != afs_status::ok) return status;
             sum += std::min<uint32_t>(cid, chunk_bytes);
         }
@@ -159,7 +150,7 @@ uint32_t afs_readfile(afs_context* ctx, int32_t file, uint32_t offset, uint32_t*
     using namespace yfs::afs;
     if (!is_file_number(ctx, file) || len == nullptr || *len > INT32_MAX) return afs_status::invalid;
     uint16_t head = 0;
-    uint32_t status = afs_get_next_cid(ctx, static_cast<uint16_t>(file), &head);
+    uint32_t status = step_chain(*ctx, static_cast<uint16_t>(file), head);
     if (status != afs_status::ok) return status;
     if (head == no_file || head == zombie) return afs_status::not_found;
     if (head == empty_file || *len == 0) {

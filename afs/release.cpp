@@ -1,5 +1,5 @@
 // Chunks taken and given back. Giving back is a change in memory only; what it frees counts as dead until a reclaim.
-#include "afs/afs_internal.h"
+#include "afs/chain_step.h"
 
 namespace yfs::afs {
 
@@ -54,7 +54,7 @@ uint32_t afs_release_resources(afs_context* ctx, uint16_t first, uint32_t count,
         uint16_t following = 0;
         if (list != nullptr) {
             following = list[i];
-        } else if (const uint32_t status = afs_get_next_cid(ctx, cid, &following); status != afs_status::ok) {
+        } else if (const uint32_t status = step_chain(*ctx, cid, following); status != afs_status::ok) {
             return status;
         }
         afs_trim_fat_page_if_needed(ctx, yfs::low16(chunk_index(*ctx, cid)));

@@ -1,5 +1,5 @@
 // The operations on a file number beside read and write: delete, and the zombie mark that the next mount clears.
-#include "afs/afs_internal.h"
+#include "afs/chain_step.h"
 
 namespace yfs::afs {
 
@@ -19,7 +19,7 @@ static std::uint32_t release_chain(afs_context& ctx, std::uint16_t head)
     while (is_chunk(cid)) {
         if (const std::uint32_t status = trim_chunk(ctx, cid); status != afs_status::ok) return status;
         std::uint16_t following = 0;
-        if (const std::uint32_t status = afs_get_next_cid(&ctx, cid, &following); status != afs_status::ok) {
+        if (const std::uint32_t status = step_chain(ctx, cid, following); status != afs_status::ok) {
             return status;
         }
         afs_trim_fat_page_if_needed(&ctx, low16(chunk_index(ctx, cid)));
@@ -37,7 +37,7 @@ uint32_t afs_deletefile(afs_context* ctx, int32_t file)
     if (!is_file_number(ctx, file)) return afs_status::invalid;
     const auto number = static_cast<uint16_t>(file);
     uint16_t head = 0;
-    uint32_t status = afs_get_next_cid(ctx, number, &head);
+    uint32_t status = step_chain(*ctx, number, head);
     if (status != afs_status::ok) return status;
     if (head == no_file) return afs_status::not_found;
 
@@ -54,7 +54,7 @@ uint32_t afs_mark_zombie_file(afs_context* ctx, int32_t file)
     if (!is_file_number(ctx, file)) return afs_status::invalid;
     const auto number = static_cast<uint16_t>(file);
     uint16_t head = 0;
-    if (const uint32_t status = afs_get_next_cid(ctx, number, &head); status != afs_status::ok) return status;
+    if (const uint32_t status = step_chain(*ctx, number, head); status != afs_status::ok) return status;
     if (head != no_file) return afs_status::bad_state;
     return commit_head(*ctx, number, zombie);
 }

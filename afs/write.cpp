@@ -1,7 +1,7 @@
 // Changing a file. No chunk of the old chain and no FAT entry that it depends on is touched until the new chunks stand
 // on flash; the switch is the one FAT page with the entry that points at them. Chunks are never rewritten: each chunk
 // with a changed byte is replaced by a new one.
-#include "afs/afs_internal.h"
+#include "afs/chain_step.h"
 #include "frame/memory.h"
 
 #include <algorithm>
@@ -46,7 +46,7 @@ std::uint32_t begin(rewrite& job)
     if (!job.links) return afs_status::no_memory;
 
     std::uint16_t head = 0;
-    if (const auto status = afs_get_next_cid(&job.ctx, job.file, &head); status != afs_status::ok) return status;
+    if (const auto status = step_chain(job.ctx, job.file, head); status != afs_status::ok) return status;
     job.cur = head == zombie || head == empty_file ? no_file : head;
     job.prev = job.file;
     job.old_first = job.trunc ? job.cur : no_file;
@@ -171,7 +171,7 @@ std::uint32_t build_new_chunks(rewrite& job, outcome& result)
         }
         job.next = 0;
         if (is_chunk(job.cur)) {
-            const auto status = afs_get_next_cid(&job.ctx, job.cur, &job.next);
+            const auto status = step_chain(job.ctx, job.cur, job.next);
             if (status != afs_status::ok) return status;
         }
         if (unchanged(job)) {

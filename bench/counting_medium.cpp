@@ -24,6 +24,7 @@ uint32_t SpiDrvRead(uint32_t addr, uint32_t len, void* buf)
 
 uint32_t SpiDrvWrite(uint32_t addr, uint32_t len, const void* buf)
 {
+    ++bench::flash.programs;
     bench::flash.programmed += len;
     std::memcpy(gpBuffer + addr, buf, len);
     return 0;
@@ -46,6 +47,7 @@ uint32_t EFS_physical_read(uint32_t address, uint32_t length, void* destination)
 
 uint32_t EFS_physical_write(uint32_t address, uint32_t length, const void* source)
 {
+    ++bench::flash.programs;
     bench::flash.programmed += length;
     std::memcpy(efs_image + address, source, length);
     return 0;

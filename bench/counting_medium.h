@@ -7,6 +7,7 @@ namespace bench {
 
 struct flash_tally {
     std::uint64_t programmed = 0; // bytes
+    std::uint64_t programs = 0;   // calls that program
     std::uint64_t read = 0;       // bytes, with those that verify what was just programmed
     std::uint64_t erases = 0;     // blocks of 4096 bytes
 };

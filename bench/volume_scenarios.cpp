@@ -1,8 +1,6 @@
 // Operations on an AFS volume through dispatch.
 #include "bench/scenario.h"
-
-#include "yfs/dfs.h"
-#include "yfs/make_volume.h"
+#include "bench/volume.h"
 
 #include <algorithm>
 #include <memory>
@@ -11,80 +9,11 @@ namespace bench {
 
 namespace {
 
-using bytes = std::vector<std::uint8_t>;
-
-constexpr std::uint32_t large_volume = 0x1FE000;
-constexpr std::uint32_t small_volume = 0x80000;
-constexpr std::uint32_t file_heads = 1024;
-constexpr std::uint32_t ends_here = 1; // dfs_write: the file ends behind what is written
-
-// A volume in the state from which a run starts, and the buffer in which it runs.
-class volume {
-public:
-    explicit volume(std::uint32_t size) : start(size)
-    {
-        expect(yfs_make_volume(start.data(), size, file_heads) == 0, "yfs_make_volume");
-        reset();
-    }
-
-    void put(std::uint32_t file, const bytes& content) const
-    {
-        expect(dfs_write(file, 0, static_cast<std::uint32_t>(content.size()), content.data(), ends_here) == 0,
-               "dfs_write");
-    }
-
-    // What the buffer holds now is where every run starts.
-    void keep() { start = image; }
-
-    void reset()
-    {
-        image = start;
-        mount();
-    }
-
-    void mount() { expect(dfs_init(image.data(), static_cast<std::uint32_t>(image.size())) == 0, "dfs_init"); }
-
-private:
-    bytes start;
-    bytes image;
-};
-
-using shared_volume = std::shared_ptr<volume>;
-
-constexpr std::uint32_t many = 500;
-
-std::vector<bytes> many_files()
-{
-    dice random(1);
-    std::vector<bytes> files;
-    for (std::uint32_t i = 0; i < many; ++i) files.push_back(random.bytes(200 + random.below(2048 - 200 + 1)));
-    return files;
-}
-
 std::uint64_t total(const std::vector<bytes>& files)
 {
     std::uint64_t sum = 0;
     for (const bytes& file : files) sum += file.size();
     return sum;
-}
-
-void put_all(const volume& vol, const std::vector<bytes>& files)
-{
-    for (std::uint32_t i = 0; i < files.size(); ++i) vol.put(i, files[i]);
-}
-
-shared_volume volume_of_many(const std::vector<bytes>& files)
-{
-    auto vol = std::make_shared<volume>(large_volume);
-    put_all(*vol, files);
-    vol->keep();
-    return vol;
-}
-
-void read_whole(std::uint32_t file, bytes& buffer)
-{
-    auto length = static_cast<std::uint32_t>(buffer.size());
-    expect(dfs_read(file, 0, &length, buffer.data()) == 0, "dfs_read");
 }
 
 scenario mount_many()

@@ -1,9 +1,10 @@
-// The checksums of EFS, eight bytes a step: slice k of a table holds, for each byte, what that byte makes of the
-// register once k zero bytes have followed it, so that the bytes of a step are looked up side by side. Slice 0 is the
-// exported table itself.
+// The checksums of EFS. CRC-32 goes by lanes, and eight bytes a step where these don't reach: slice k of the table
+// holds, for each byte, what that byte makes of the register once k zero bytes have followed it, so that the bytes of a
+// step are looked up side by side. Slice 0 is the exported table itself.
 #include "yfs/efs.h"
 
-#include "yfs/le.h"
+#include "frame/crc.h"
+#include "frame/crc_lanes.h"
 
 #include <array>
 
@@ -69,36 +70,26 @@ constexpr uint32_t gCrc32_table[256] = {
 
 namespace {
 
-using yfs::low16;
-
 constexpr uint32_t step_bytes = 8;
-
-constexpr uint16_t add_byte(uint16_t crc, uint8_t byte)
-{
-    return low16((crc << 8) ^ gCrc16_table[(crc >> 8) ^ byte]);
-}
 
 constexpr uint32_t add_byte(uint32_t crc, uint8_t byte)
 {
     return (crc >> 8) ^ gCrc32_table[(crc ^ byte) & 0xFFU];
 }
 
-template <typename Crc>
-using slices = std::array<std::array<Crc, 256>, step_bytes>;
+using slices = std::array<std::array<uint32_t, 256>, step_bytes>;
 
-template <typename Crc>
-constexpr slices<Crc> make_slices(const Crc (&table)[256])
+constexpr slices make_slices()
 {
-    slices<Crc> slice{};
+    slices slice{};
     for (std::size_t x = 0; x < 256; ++x) {
-        slice[0][x] = table[x];
+        slice[0][x] = gCrc32_table[x];
         for (std::size_t k = 1; k < step_bytes; ++k) slice[k][x] = add_byte(slice[k - 1][x], uint8_t{0});
     }
     return slice;
 }
 
-constexpr slices<uint16_t> slices16 = make_slices(gCrc16_table);
-constexpr slices<uint32_t> slices32 = make_slices(gCrc32_table);
+constexpr slices slices32 = make_slices();
 
 // The tables are written out because they are exported as plain arrays; this is what they are made of.
 constexpr bool tables_match_polynomials()
@@ -116,14 +107,7 @@ constexpr bool tables_match_polynomials()
 }
 static_assert(tables_match_polynomials());
 
-// In these the register enters through the first bytes of the step, and drops out of the result otherwise.
-uint16_t add_step(uint16_t crc, const uint8_t* b)
-{
-    const auto& t = slices16;
-    return low16(t[7][b[0] ^ (crc >> 8)] ^ t[6][b[1] ^ (crc & 0xFFU)] ^ t[5][b[2]] ^ t[4][b[3]] ^ t[3][b[4]] ^
-                 t[2][b[5]] ^ t[1][b[6]] ^ t[0][b[7]]);
-}
-
+// The register enters through the first bytes of the step, and drops out of the result otherwise.
 uint32_t add_step(uint32_t crc, const uint8_t* b)
 {
     const auto& t = slices32;
@@ -131,8 +115,7 @@ uint32_t add_step(uint32_t crc, const uint8_t* b)
            t[4][b[3] ^ (crc >> 24)] ^ t[3][b[4]] ^ t[2][b[5]] ^ t[1][b[6]] ^ t[0][b[7]];
 }
 
-template <typename Crc>
-Crc add_all(Crc crc, const uint8_t* data, uint32_t length)
+uint32_t by_slices(uint32_t crc, const uint8_t* data, std::size_t length)
 {
     for (; length >= step_bytes; length -= step_bytes, data += step_bytes) crc = add_step(crc, data);
     for (; length > 0; --length, ++data) crc = add_byte(crc, *data);
@@ -143,10 +126,14 @@ Crc add_all(Crc crc, const uint8_t* data, uint32_t length)
 
 uint16_t EFS_crc16(uint16_t initial, const uint8_t* data, uint32_t length)
 {
-    return add_all(initial, data, length);
+    return yfs::add_crc16(initial, data, length);
 }
 
 uint32_t EFS_crc32(uint32_t initial, const uint8_t* data, uint32_t length)
 {
-    return add_all(initial, data, length);
+    constexpr std::size_t worth_lanes = 4 * yfs::lane_bytes; // what folding leaves goes through the slices all the same
+    if (!yfs::has_lanes || length < worth_lanes) return by_slices(initial, data, length);
+    const yfs::crc32_rest rest = yfs::crc32_lanes(initial, data, length / yfs::lane_bytes);
+    const std::size_t tail = length % yfs::lane_bytes;
+    return by_slices(by_slices(0, rest.bytes, sizeof rest.bytes), data + (length - tail), tail);
 }

@@ -1,8 +1,7 @@
-// The checksums of the flash translation layer. crc16 takes eight bytes a step through slices of its table: T[k][x] is
-// the register after byte x followed by k zero bytes, so that the bytes of a step can be looked up side by side.
+// The checksums of the flash translation layer.
+#include "frame/crc.h"
+#include "frame/crc_lanes.h"
 #include "yfs/medium.h"
-
-#include "yfs/le.h"
 
 #include <array>
 
@@ -51,7 +50,44 @@ uint16_t add_eight(uint16_t crc, const uint8_t* b)
                  t[2][b[5]] ^ t[1][b[6]] ^ t[0][b[7]]);
 }
 
+constexpr uint16_t crc16_start = 0xFFFF;
+
 } // namespace
+
+namespace yfs {
+
+uint16_t crc16_by_bytes(uint16_t crc, const uint8_t* data, std::size_t length)
+{
+    for (; length != 0; --length, ++data) crc = add_byte(crc, *data);
+    return crc;
+}
+
+uint16_t crc16_by_slices(uint16_t crc, const uint8_t* data, std::size_t length)
+{
+    for (; length >= 8; length -= 8, data += 8) crc = add_eight(crc, data);
+    return crc16_by_bytes(crc, data, length);
+}
+
+uint16_t add_crc16(uint16_t crc, const uint8_t* data, std::size_t length)
+{
+    const std::size_t blocks = length / lane_bytes;
+    if (!has_lanes || blocks == 0) return crc16_by_slices(crc, data, length);
+    crc = crc16_lanes(crc, data, blocks);
+    return crc16_by_slices(crc, data + blocks * lane_bytes, length % lane_bytes);
+}
+
+uint16_t add_crc16_key(uint16_t crc, const uint8_t* key)
+{
+    return low16(crc16_slices[1][key[0] ^ (crc >> 8)] ^ crc16_slices[0][key[1] ^ (crc & 0xFFU)]);
+}
+
+uint16_t crc16_of_page_by_slices(const uint8_t* data, const uint8_t* key)
+{
+    constexpr std::size_t page_bytes = 64;
+    return add_crc16_key(crc16_by_slices(crc16_start, data, page_bytes), key);
+}
+
+} // namespace yfs
 
 uint8_t crc8(const void* data, uint32_t len)
 {
@@ -66,12 +102,8 @@ uint8_t crc8(const void* data, uint32_t len)
 
 uint16_t crc16(const void* data, int32_t len, const uint8_t* key)
 {
-    const auto* byte = static_cast<const uint8_t*>(data);
-    uint16_t crc = 0xFFFF;
-    int32_t i = 0;
-    for (; len - i >= 8; i += 8) crc = add_eight(crc, byte + i);
-    for (; i < len; ++i) crc = add_byte(crc, byte[i]);
-    return add_byte(add_byte(crc, key[0]), key[1]);
+    const std::size_t length = len > 0 ? static_cast<std::size_t>(len) : 0;
+    return yfs::add_crc16_key(yfs::add_crc16(crc16_start, static_cast<const uint8_t*>(data), length), key);
 }
 
 uint16_t crc14(const void* data, int32_t len)

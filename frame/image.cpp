@@ -1,5 +1,5 @@
 // The image under the medium. It stands apart from the chip itself, so that a replacement chip can use it too.
-#include "frame/medium_bound.h"
+#include "frame/chip.h"
 #include "yfs/medium.h"
 
 uint8_t* gpBuffer = nullptr;
@@ -12,6 +12,8 @@ void bound_medium(std::uint64_t bytes)
 {
     gpBuffer_bound = {gpBuffer, bytes};
 }
+
+bool chip::built_in = false;
 
 } // namespace yfs
 

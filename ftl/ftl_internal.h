@@ -112,6 +112,20 @@ void pass_damaged_slot(afs_context& ctx);
 std::uint32_t read_ftl_data_pages(afs_context* ctx, std::uint32_t eu, std::uint32_t slot, std::uint32_t count,
                                   std::uint32_t first_page, void* buf);
 
+// Where the bytes of pages go: behind `skip` bytes that are passed over, as many as `left`.
+struct page_window {
+    std::uint8_t* to;
+    std::uint32_t skip;
+    std::uint32_t left;
+
+    void take(const std::uint8_t* frames, std::uint32_t count);
+};
+
+// Reads `count` data pages from `va` on, as afs_physical_ftl_read_data_pages does, straight into the window. `scratch`
+// holds count * 66 bytes; the window may begin there.
+std::uint32_t read_data_run(const afs_context& ctx, std::uint32_t va, std::uint32_t count, std::uint8_t* scratch,
+                            page_window out);
+
 // Copies a run of data pages between two EUs at the same slots; records go straight to complete. Both buffers hold
 // count * 66 bytes.
 std::uint32_t ftl_copy_pages(afs_context* ctx, std::uint32_t src_off, std::uint32_t dst_off, std::uint32_t slot,

@@ -2,7 +2,6 @@
 // the first files of a flash were reserved.
 #include "ftl/flash_io.h"
 #include "ftl/ftl_internal.h"
-#include "yfs/medium.h"
 
 namespace yfs::ftl {
 
@@ -21,7 +20,7 @@ static std::uint32_t wipe_eu(afs_context& ctx, std::uint32_t eu)
     const page_frame_t zeros{};
     for (std::uint32_t k = 0; k < data_slots; ++k) {
         if (!spare && (rec[k] == data_rec_free || chunk_in_use(ctx, first_index(ctx, eu) + k))) continue;
-        if (SpiDrvWrite(eu_at(ctx, eu) + data_frame_at(k), sizeof zeros, &zeros) != 0) return afs_status::failed;
+        if (!chip::write(eu_at(ctx, eu) + data_frame_at(k), sizeof zeros, &zeros)) return afs_status::failed;
     }
     return afs_status::ok;
 }

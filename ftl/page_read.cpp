@@ -56,24 +56,63 @@ static std::uint32_t index_of(const afs_context& ctx, std::uint32_t va)
     return (va - ctx.fat_size) / page_bytes;
 }
 
+void page_window::take(const std::uint8_t* frames, std::uint32_t count)
+{
+    for (std::uint32_t i = 0; i < count && left != 0; ++i, frames += frame_size) {
+        if (skip == 0 && left >= page_bytes) {
+            std::memmove(to, frames, page_bytes);
+            to += page_bytes;
+            left -= page_bytes;
+            continue;
+        }
+        const std::uint32_t from = std::min(skip, page_bytes);
+        const std::uint32_t bytes = std::min(page_bytes - from, left);
+        std::memmove(to, frames + from, bytes);
+        skip -= from;
+        to += bytes;
+        left -= bytes;
+    }
+}
+
+// Checked frames of one EU, taken over once all of them are sound.
+static std::uint32_t take_pages(const afs_context& ctx, std::uint32_t eu, std::uint32_t slot, std::uint32_t count,
+                                std::uint32_t first_page, std::uint8_t* scratch, page_window& out)
+{
+    if (count == 0) return afs_status::ok;
+    const std::uint8_t* const frames = look_at_checked_frames(eu_at(ctx, eu) + data_frame_at(slot), count, scratch,
+                                                              [first_page](std::uint32_t i) { return first_page + i; });
+    if (frames == nullptr) return afs_status::failed;
+    out.take(frames, count);
+    return afs_status::ok;
+}
+
 std::uint32_t read_ftl_data_pages(afs_context* ctx, std::uint32_t eu, std::uint32_t slot, std::uint32_t count,
                                   std::uint32_t first_page, void* buf)
 {
-    if (count == 0) return afs_status::ok;
     auto* bytes = static_cast<std::uint8_t*>(buf);
-    const std::uint32_t at = eu_at(*ctx, eu) + data_frame_at(slot);
-    for (int t = 0; t < tries; ++t) {
-        if (!read_flash(at, count * frame_size, bytes)) return afs_status::failed;
-        std::uint32_t i = 0;
-        while (i < count) {
-            const std::uint8_t* frame = bytes + i * frame_size;
-            if (load<le16>(frame + page_bytes) != page_crc(frame, first_page + i)) break;
-            std::memmove(bytes + i * page_bytes, frame, page_bytes);
-            ++i;
-        }
-        if (i == count) return afs_status::ok;
+    page_window out{bytes, 0, count * page_bytes};
+    return take_pages(*ctx, eu, slot, count, first_page, bytes, out);
+}
+
+std::uint32_t read_data_run(const afs_context& ctx, std::uint32_t va, std::uint32_t count, std::uint8_t* scratch,
+                            page_window out)
+{
+    const std::uint32_t index = index_of(ctx, va);
+    if (ctx.no_alloc_map == 0 && !chunk_in_use(ctx, index)) {
+        constexpr std::uint8_t zeros[frame_size] = {};
+        out.take(zeros, 1);
+        return afs_status::ok;
     }
-    return afs_status::failed;
+    const data_place place = find_data_page(ctx, index);
+    const std::uint32_t page = va / page_bytes;
+    const std::uint32_t here = data_slots - place.slot;
+    if (count <= here) return take_pages(ctx, place.eu, place.slot, count, page, scratch, out);
+    if (count - here > data_slots) return afs_status::failed; // a run covers at most two EUs
+
+    const std::uint32_t status = take_pages(ctx, place.eu, place.slot, here, page, scratch, out);
+    if (status != afs_status::ok) return status;
+    const std::uint32_t next_owner = find_owner(ctx, low16(index) / data_slots + 1);
+    return take_pages(ctx, next_owner, 0, count - here, page + here, scratch + here * page_bytes, out);
 }
 
 } // namespace yfs::ftl
@@ -102,8 +141,9 @@ uint32_t afs_physical_ftl_read_page(struct afs_context* ctx, uint32_t va, uint32
     }
 
     const uint32_t page = va / page_bytes;
-    uint8_t frame[frame_size];
-    if (!read_checked_frames(at, 1, frame, [page](uint32_t) { return page; })) return afs_status::failed;
+    uint8_t scratch[frame_size];
+    const uint8_t* const frame = look_at_checked_frames(at, 1, scratch, [page](uint32_t) { return page; });
+    if (frame == nullptr) return afs_status::failed;
     std::memcpy(buf, frame, page_bytes);
     return afs_status::ok;
 }
@@ -112,21 +152,7 @@ uint32_t afs_physical_ftl_read_data_pages(struct afs_context* ctx, void* buf, ui
 {
     using namespace yfs::ftl;
     if (ctx == nullptr || va < ctx->fat_size) return afs_status::failed;
-    const uint32_t index = index_of(*ctx, va);
-    const data_place place = find_data_page(*ctx, index);
-    if (ctx->no_alloc_map == 0 && !chunk_in_use(*ctx, index)) {
-        std::memset(buf, 0, page_bytes);
-        return afs_status::ok;
-    }
-
-    const uint32_t page = va / page_bytes;
-    const uint32_t here = data_slots - place.slot;
-    if (count <= here) return read_ftl_data_pages(ctx, place.eu, place.slot, count, page, buf);
-    if (count - here > data_slots) return afs_status::failed; // a run covers at most two EUs
-
-    uint32_t status = read_ftl_data_pages(ctx, place.eu, place.slot, here, page, buf);
-    if (status != afs_status::ok) return status;
-    const uint32_t next_owner = find_owner(*ctx, yfs::low16(index) / data_slots + 1);
-    return read_ftl_data_pages(ctx, next_owner, 0, count - here, page + here,
-                               static_cast<uint8_t*>(buf) + here * page_bytes);
+    auto* const bytes = static_cast<uint8_t*>(buf);
+    const bool zeros = ctx->no_alloc_map == 0 && !chunk_in_use(*ctx, index_of(*ctx, va));
+    return read_data_run(*ctx, va, count, bytes, {bytes, 0, page_bytes * (zeros ? 1 : count)});
 }

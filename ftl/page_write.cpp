@@ -106,11 +106,10 @@ std::uint32_t ftl_copy_pages(afs_context* ctx, std::uint32_t src_off, std::uint3
     auto* bytes = static_cast<std::uint8_t*>(buf);
     const std::uint32_t from = ctx->flash_base + src_off;
     const std::uint32_t to = ctx->flash_base + dst_off;
-    if (!read_checked_frames(from + data_frame_at(slot), count, bytes,
-                             [first_page](std::uint32_t i) { return first_page + i; })) {
-        return afs_status::failed;
-    }
-    if (!write_verified(to + data_frame_at(slot), count * frame_size, bytes, check_buf)) return afs_status::failed;
+    const std::uint8_t* const frames = look_at_checked_frames(from + data_frame_at(slot), count, bytes,
+                                                              [first_page](std::uint32_t i) { return first_page + i; });
+    if (frames == nullptr) return afs_status::failed;
+    if (!write_verified(to + data_frame_at(slot), count * frame_size, frames, check_buf)) return afs_status::failed;
 
     // Nothing refers to the copies before the hand-over, so their records go straight to complete.
     std::memset(bytes, data_rec_complete, count);

@@ -29,7 +29,8 @@ bool all_live_pages_readable(const afs_context& ctx, std::uint32_t victim, std::
         std::uint32_t count = 0;
         while (count < run_max && slot + count < data_slots && chunk_in_use(ctx, first + slot + count)) ++count;
         const auto page_of = [=](std::uint32_t i) { return base_page + slot + i; };
-        if (count != 0 && !read_checked_frames(eu_at(ctx, victim) + data_frame_at(slot), count, buf, page_of)) {
+        if (count != 0 &&
+            look_at_checked_frames(eu_at(ctx, victim) + data_frame_at(slot), count, buf, page_of) == nullptr) {
             return false;
         }
         slot += std::max(count, 1U);

@@ -80,12 +80,12 @@ std::uint32_t run_length(const log_move& move, std::uint32_t slot, std::uint32_t
     return count;
 }
 
-// Live frames of the victim into the work area.
-bool read_run(const log_move& move, std::uint32_t slot, std::uint32_t count)
+// Live frames of the victim, perhaps in the work area. Null: they can't be read.
+const std::uint8_t* look_at_run(const log_move& move, std::uint32_t slot, std::uint32_t count)
 {
     const std::uint16_t* page = &move.page_at_slot[slot];
-    return read_checked_frames(eu_at(move.ctx, move.victim) + log_frame_at(slot), count, move.data,
-                               [page](std::uint32_t i) { return page[i]; });
+    return look_at_checked_frames(eu_at(move.ctx, move.victim) + log_frame_at(slot), count, move.data,
+                                  [page](std::uint32_t i) { return page[i]; });
 }
 
 // A page that can't be read is found out before anything moves.
@@ -93,7 +93,7 @@ bool all_live_pages_readable(const log_move& move)
 {
     for (std::uint32_t slot = 0; slot < log_slots;) {
         const std::uint32_t count = run_length(move, slot, run_max);
-        if (count != 0 && !read_run(move, slot, count)) return false;
+        if (count != 0 && look_at_run(move, slot, count) == nullptr) return false;
         slot += std::max(count, 1U);
     }
     return true;
@@ -128,9 +128,10 @@ std::uint32_t copy_run(log_move& move, std::uint32_t slot, std::uint32_t count)
     for (std::uint32_t i = 0; i < count; ++i) ftl.page_map[page[i]] = {low8(ftl.log_eu), low8(ftl.log_slot + i)};
 
     const std::uint32_t to = eu_at(move.ctx, ftl.log_eu);
-    if (!read_run(move, slot, count)) return afs_status::failed;
+    const std::uint8_t* const frames = look_at_run(move, slot, count);
+    if (frames == nullptr) return afs_status::failed;
     note_touched(move);
-    if (!write_verified(to + log_frame_at(ftl.log_slot), count * frame_size, move.data, move.check)) {
+    if (!write_verified(to + log_frame_at(ftl.log_slot), count * frame_size, frames, move.check)) {
         return afs_status::failed;
     }
     // The first record of a run clears the top bit that commits the slot before it, so runs need no commit between

@@ -1,0 +1,44 @@
+// A step along a chain, the most frequent thing that AFS does. An entry of the chain table that lies in the line used
+// last, as that of the next chunk mostly does, is taken from there: to use that line once more changes neither the
+// cache nor the order of its lines. Any other entry goes through the cache.
+#pragma once
+
+#include "afs/afs_internal.h"
+
+namespace yfs::afs {
+
+// Steps of the present chain walk. A file head starts it anew; a loop is told by a walk of `chunks` steps.
+extern std::uint32_t chunk_cntr;
+
+constexpr bool is_allowed(const afs_context& ctx, std::uint16_t entry, std::uint16_t value)
+{
+    const bool is_head = entry < ctx.files;
+    if (value >= ctx.files && value < std::uint32_t{ctx.files} + ctx.chunks) return true;
+    if (value == no_file) return true;
+    if (value <= last_chunk_max) return !is_head;
+    return is_head && (value == zombie || value == empty_file);
+}
+
+// The byte at `va` if the cache's most recently used line holds it, else null.
+inline std::uint8_t* at_head_line(const afs_context& ctx, std::uint32_t va)
+{
+    if (ctx.line_table == nullptr || ctx.cache_data == nullptr || ctx.page_size == 0) return nullptr;
+    const cache_line_entry& line = ctx.line_table[ctx.cache_head];
+    if ((line.link & line_valid) == 0 || line.page != va / line_bytes) return nullptr;
+    return ctx.cache_data + std::size_t{ctx.cache_head} * line_bytes + va % line_bytes;
+}
+
+// As afs_get_next_cid.
+inline std::uint32_t step_chain(afs_context& ctx, std::uint16_t cid, std::uint16_t& next)
+{
+    chunk_cntr = cid < ctx.files ? 0 : chunk_cntr + 1;
+    std::uint8_t* at = at_head_line(ctx, fat_entry_at(cid));
+    if (at == nullptr) {
+        const std::uint32_t status = cache_at(ctx, fat_entry_at(cid), at);
+        if (status != afs_status::ok) return status;
+    }
+    next = load<le16>(at);
+    return is_allowed(ctx, cid, next) && chunk_cntr < ctx.chunks ? afs_status::ok : afs_status::failed;
+}
+
+} // namespace yfs::afs

@@ -1,0 +1,29 @@
+// The CRC with polynomial 0x1021, most significant bit first, from any register on: what the pages of the translation
+// layer and the chunks of EFS carry. One value, three ways to it; the bytes of a message may be given in any number of
+// parts.
+#pragma once
+
+#include "frame/crc_lanes.h"
+#include "yfs/le.h"
+
+namespace yfs {
+
+// Byte by byte: the plain form, which the tests hold the others against.
+std::uint16_t crc16_by_bytes(std::uint16_t crc, const std::uint8_t* data, std::size_t length);
+// Eight bytes a step through slices of the table: T[k][x] is the register after byte x followed by k zero bytes, so
+// that the bytes of a step can be looked up side by side.
+std::uint16_t crc16_by_slices(std::uint16_t crc, const std::uint8_t* data, std::size_t length);
+// The quickest of this machine.
+std::uint16_t add_crc16(std::uint16_t crc, const std::uint8_t* data, std::size_t length);
+
+// What two bytes make of the register.
+std::uint16_t add_crc16_key(std::uint16_t crc, const std::uint8_t* key);
+
+// crc16 of one page of 64 bytes and its key.
+std::uint16_t crc16_of_page_by_slices(const std::uint8_t* data, const std::uint8_t* key);
+inline std::uint16_t crc16_of_page(const std::uint8_t* data, const std::uint8_t* key)
+{
+    return has_lanes ? crc16_page_lanes(data, low16(key[0] << 8 | key[1])) : crc16_of_page_by_slices(data, key);
+}
+
+} // namespace yfs
