@@ -462,6 +462,7 @@ class SampleSets(ToolTest):
         for name in SAMPLE_SETS:
             with self.subTest(set=name):
                 folder, manifest, _ = self.open_set(name)
+                if (folder / "yfs.img").exists(): self.ok("check", "yfs.img", cwd=folder)
                 shown = self.check_values(folder, {path: row["value"] for path, row in manifest["values"].items()})
                 for path, value in shown.items():
                     row = manifest["values"][path]
