@@ -97,11 +97,11 @@ TEST_F(AfsCache, MadeAnew)
     EXPECT_EQ(run(ctx, "1 +2", "w2"), "r1 r2");
     EXPECT_EQ(afs_setcache(&ctx, 64, 5), 5U);
     s_broken.clear();
-    const auto held = live_blocks();
+    const auto held = live_blocks;
     for (unsigned n = 1; n <= 2; ++n) {
         fail_allocation(n);
         EXPECT_EQ(afs_setcache(&ctx, 64, 5), 12U);
-        EXPECT_EQ(live_blocks(), held);
+        EXPECT_EQ(live_blocks, held);
         EXPECT_EQ(run(ctx, "1 2"), ""); // the old one is still there
     }
     fail_allocation(0);

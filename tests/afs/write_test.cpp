@@ -38,16 +38,16 @@ TEST(AfsWrite, WithoutMemory)
     for (unsigned i = 16; i < 364; ++i) v.dead(i);
     bench b(v);
     ASSERT_EQ(b.open(), 0U);
-    const auto held = live_blocks();
+    const auto held = live_blocks;
     const unsigned in_use = b.in_use();
     unsigned n = 1;
     for (;; ++n) {
         fail_allocation(n);
         const std::uint32_t status = b.write(file, 0, bytes(400, 9), trunc);
-        if (!allocation_failed()) break;
+        if (!allocation_failed) break;
         EXPECT_EQ((words{status, b.in_use()}), (words{12, in_use}));
         EXPECT_EQ(b.read(file), bytes(300));
-        EXPECT_EQ(live_blocks(), held);
+        EXPECT_EQ(live_blocks, held);
     }
     fail_allocation(0);
     EXPECT_EQ(n, 4U); // the links and two reclaims
