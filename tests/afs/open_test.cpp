@@ -207,18 +207,18 @@ TEST(AfsOpen, EveryReadAndAllocationCanFail)
     }
     // 3 and 3 of the FTL, 2 of the cache, sizes and map; a first mount that fails could be formatted over. Dispatch has
     // two of its own in front: context and staging.
-    const auto held = live_blocks();
+    const auto held = live_blocks;
     for (unsigned n = 1; n <= 11; ++n) {
         bench b(small());
         fail_allocation(n);
         EXPECT_EQ(b.open(), n <= 3 ? 5U : n <= 10 ? 12U : 0U) << n;
         fail_allocation(0);
         afs_free_context(&b.ctx);
-        EXPECT_EQ(live_blocks(), held) << n;
+        EXPECT_EQ(live_blocks, held) << n;
     }
     bench b(small());
     EXPECT_EQ(b.open() + b.open(), 0U); // a second open over the same context keeps nothing of the first
-    EXPECT_EQ(live_blocks(), held + 7);
+    EXPECT_EQ(live_blocks, held + 7);
     afs_free_context(nullptr);
     afs_free_file_size_table(nullptr);
     std::uint32_t size = 0;
@@ -231,7 +231,7 @@ TEST(AfsOpen, EveryReadAndAllocationCanFail)
         EXPECT_EQ(dfs_getsize(file, &size), n == 1 ? 2U : n <= 12 ? 22U : 0U);
     }
     EXPECT_EQ(dfs_init(b.image.data(), 0xC000), 0U); // releases what was mounted before
-    EXPECT_EQ(live_blocks(), held + 7 + 9);
+    EXPECT_EQ(live_blocks, held + 7 + 9);
 }
 
 } // namespace

@@ -47,35 +47,6 @@ TEST(AfsRemove, StatesOfANumber)
     EXPECT_EQ(afs_deletefile(nullptr, 0) + afs_mark_zombie_file(nullptr, 0), 44U);
 }
 
-// FAT pages that describe only free chunks go back to the log; not those with heads, not the last, not one still
-// needed.
-TEST(AfsRemove, GivesFatPagesBack)
-{
-    for (const auto& [neighbour, cut, mapped] : {std::tuple(false, false, "0 3 14 "),
-                                                 {true, false, "0 3 11 14 "},
-                                                 {false, true, "0 14 "},
-                                                 {true, true, "0 11 14 "}}) {
-        volume v(6, 3, 100); // heads end in page 3, page 14 is the last
-        std::vector<unsigned> chunks;
-        for (unsigned i = cut ? 190 : 0; i < 366; ++i) // a cut's walk has counted the file already
-            if (i != 250) chunks.push_back(i);
-        if (neighbour) std::reverse(chunks.begin(), chunks.end()); // a walk that leaves the last page first
-        v.file(file, bytes(chunks.size() * 64)).in_chunks(chunks);
-        if (neighbour) v.file(8, bytes(10)).in_chunks({250});
-        bench b(v);
-        ASSERT_EQ(b.open(), 0U);
-        EXPECT_EQ(cut ? b.write(file, 0, {}, trunc) : afs_deletefile(&b.ctx, file), 0U);
-        for (int mounts = 0; mounts < 2; ++mounts) { // a mount finds the same pages not needed
-            std::string now;
-            for (unsigned page = 0; page < 15; ++page)
-                if (b.ctx.ftl->page_map[page].slot != 0xFF) now += std::to_string(page) + " ";
-            EXPECT_EQ(now, mapped);
-            EXPECT_EQ(b.ctx.ftl->eu_table[0].dirty, 120 - std::count(now.begin(), now.end(), ' '));
-            ASSERT_EQ(b.reopen(), 0U);
-        }
-    }
-}
-
 // A chain that can't be read any more: the file is gone, what is left of it stays in use until the next mount.
 TEST(AfsRemove, AChainThatCantBeRead)
 {

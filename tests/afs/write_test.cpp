@@ -4,58 +4,6 @@
 namespace yfs::test {
 namespace {
 
-// What a write makes of a file, byte by byte.
-content changed(content old, std::uint32_t offset, const content& news, std::uint32_t flags)
-{
-    const std::size_t end = offset + news.size();
-    if (news.empty() && flags != trunc) return old;
-    if (old.size() < end || flags == trunc) old.resize(end);
-    std::copy(news.begin(), news.end(), old.begin() + offset);
-    return old;
-}
-
-std::vector<std::uint16_t> chunks_of(bench& b, int number)
-{
-    std::vector<std::uint16_t> out;
-    std::uint16_t at = static_cast<std::uint16_t>(number);
-    while (afs_get_next_cid(&b.ctx, at, &at) == 0 && at > 64 && at < afs::zombie) out.push_back(at);
-    return out;
-}
-
-// Only chunks with a changed byte are replaced: the first ones stay, new ones follow, and behind them the old rest. A
-// gap begins in the old last chunk, even where that is full.
-TEST(AfsWrite, AgainstAModel)
-{
-    for (const unsigned old_size : {0U, 1U, 63U, 64U, 65U, 127U, 128U, 130U, 192U, 200U}) {
-        volume v(6, 3, 100);
-        if (old_size != 0) v.file(file, bytes(old_size));
-        const auto image = v.image();
-        for (const std::uint32_t offset : {0U, 1U, 63U, 64U, 65U, 100U, 127U, 128U, 130U, 192U, 200U, 260U})
-            for (const std::uint32_t len : {0U, 1U, 2U, 63U, 64U, 65U, 128U, 200U})
-                for (const std::uint32_t flags : {0U, trunc}) {
-                    SCOPED_TRACE(testing::Message() << old_size << ": " << len << " at " << offset << ", " << flags);
-                    bench b(image);
-                    ASSERT_EQ(b.open(), 0U);
-                    const auto before = chunks_of(b, file);
-                    const content news = bytes(len, 5), model = changed(bytes(old_size), offset, news, flags);
-                    ASSERT_EQ(b.write(file, offset, news, flags), 0U);
-                    const auto after = chunks_of(b, file);
-                    ASSERT_EQ(b.read(file), model);
-                    ASSERT_EQ((words{b.in_use(), low32(after.size())}), words(2, low32(model.size() + 63) / 64));
-                    const bool nothing = len == 0 && flags == 0;
-                    ASSERT_EQ(b.chip.journal().empty(), nothing && old_size != 0);
-                    const unsigned from = offset <= old_size ? offset / 64 : old_size == 0 ? 0 : (old_size - 1) / 64;
-                    for (unsigned i = 0; i < after.size(); ++i) {
-                        const bool kept = nothing || i < from || (i * 64 >= offset + len && flags == 0);
-                        ASSERT_TRUE(kept ? before[i] == after[i] : std::ranges::count(before, after[i]) == 0) << i;
-                    }
-                    ASSERT_TRUE(holds(b.image, {{file, model}}));
-                    ASSERT_EQ(b.reopen(), 0U);
-                    ASSERT_EQ(b.read(file), model);
-                }
-    }
-}
-
 TEST(AfsWrite, Limits)
 {
     bench b(volume(48, 40, 100)); // 4880 chunks
@@ -90,16 +38,16 @@ TEST(AfsWrite, WithoutMemory)
     for (unsigned i = 16; i < 364; ++i) v.dead(i);
     bench b(v);
     ASSERT_EQ(b.open(), 0U);
-    const auto held = live_blocks();
+    const auto held = live_blocks;
     const unsigned in_use = b.in_use();
     unsigned n = 1;
     for (;; ++n) {
         fail_allocation(n);
         const std::uint32_t status = b.write(file, 0, bytes(400, 9), trunc);
-        if (!allocation_failed()) break;
+        if (!allocation_failed) break;
         EXPECT_EQ((words{status, b.in_use()}), (words{12, in_use}));
         EXPECT_EQ(b.read(file), bytes(300));
-        EXPECT_EQ(live_blocks(), held);
+        EXPECT_EQ(live_blocks, held);
     }
     fail_allocation(0);
     EXPECT_EQ(n, 4U); // the links and two reclaims

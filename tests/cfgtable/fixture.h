@@ -40,7 +40,8 @@ private:
 class fcs {
 public:
     fcs() { EXPECT_EQ(fcs_status::ok, createHandle(&handle)); }
-    explicit fcs(const blob& table) { status = createHandleFromStructure(&handle, table.data(), low32(table.size())); }
+    fcs(const std::uint8_t* table, std::uint32_t size) : status(createHandleFromStructure(&handle, table, size)) {}
+    explicit fcs(const blob& table) : fcs(table.data(), low32(table.size())) {}
     ~fcs()
     {
         if (handle) closeHandle(&handle);

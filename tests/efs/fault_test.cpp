@@ -117,22 +117,22 @@ TEST(EfsFaults, WithoutMemoryNothingLeaksAndNothingDangles)
         [] { return EFS_init(0); },
     };
     for (const auto& call : calls) ASSERT_EQ(call(), 0U);
-    const std::int64_t live = live_blocks();
+    const std::int64_t live = live_blocks;
     for (const auto& call : calls) {
         unsigned n = 0;
         do {
             fail_allocation(++n);
             const auto status = call();
-            EXPECT_EQ(status, allocation_failed() ? 12U : 0U);
+            EXPECT_EQ(status, allocation_failed ? 12U : 0U);
             EXPECT_TRUE(status == 0 || EFS_is_initialized() != 0 || efs_ctx.block_status == nullptr);
-        } while (allocation_failed() && n < 20);
+        } while (allocation_failed && n < 20);
         EXPECT_GT(n, 1U);
-        EXPECT_EQ(live_blocks(), live);
+        EXPECT_EQ(live_blocks, live);
     }
     std::uint32_t size = 0;
     fail_allocation(1);
     EXPECT_EQ(EFS_get_file_size(0, &size), 2U);
-    EXPECT_FALSE(allocation_failed()) << "a read allocates nothing";
+    EXPECT_FALSE(allocation_failed) << "a read allocates nothing";
 }
 
 } // namespace

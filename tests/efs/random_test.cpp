@@ -1,8 +1,6 @@
-// Random histories of an EFS image beside a map in memory, over many geometries; and a medium that fails once at each
-// position of each operation.
+// Random histories of an EFS image beside a map in memory, over many geometries.
 #include "tests/efs/rig.h"
 
-#include <array>
 #include <random>
 
 namespace yfs::test {
@@ -56,64 +54,6 @@ TEST(EfsRandom, HistoriesBesideAMap)
             ASSERT_EQ(step % 5 == 0 ? r.trouble() : "", "") << op << ", step " << step << " of geometry " << g;
         }
         ASSERT_GT(efs_ctx.bm_sequence, steps / 400) << "no switch in the whole history";
-    }
-}
-
-// At each position once: the status is an orderly one, the old or the new contents stand, the others are intact, and
-// the image mounts and takes a write. Six bad reads in a row do no harm at all.
-TEST(EfsFault, EachCallOfEachOperationFailsOnce)
-{
-    const struct {
-        const char* name;
-        chip_call call;
-        chip_fault how;
-        std::uint64_t times;
-    } ways[] = {
-        {"read fails", chip_call::read, chip_fault::before, 1},
-        {"reads are garbled, six times", chip_call::read, chip_fault::garbled, 6},
-        {"reads are garbled, seven times", chip_call::read, chip_fault::garbled, 7},
-        {"write fails", chip_call::write, chip_fault::before, 1},
-        {"write is lost", chip_call::write, chip_fault::silent, 1},
-        {"write is garbled", chip_call::write, chip_fault::garbled, 1},
-        {"erase fails", chip_call::erase, chip_fault::before, 1},
-        {"erase is lost", chip_call::erase, chip_fault::silent, 1},
-    };
-    const efs::geometry geo = {2, 7, 3};
-    efs_rig start(fresh_image(geo, usual_files(geo), 6));
-    ASSERT_EQ(start.mount(), 0U);
-    for (unsigned i = 0; i < g_efs_files_num; ++i)
-        ASSERT_EQ(start.perform({efs_call::write, i, bytes(EFS_files[i].max_size, i)}), 0U);
-    while (geo.slot_fits(efs_ctx.bme_offset + geo.bme_bytes())) // the next commit switches
-        ASSERT_EQ(start.perform({efs_call::write, 0, bytes(9, efs_ctx.bme_offset)}), 0U);
-
-    const efs_operation ops[] = {{efs_call::write, 2, bytes(120, 70)}, {efs_call::remove, 1}, {efs_call::idle}};
-    for (const auto& way : ways) {
-        for (const efs_operation& op : ops) {
-            efs_rig sound(start.image, start.files);
-            ASSERT_EQ(sound.mount(), 0U);
-            sound.chip.reset_counters();
-            ASSERT_EQ(sound.perform(op), 0U);
-            const auto& c = sound.chip.counters();
-            const std::uint64_t calls = std::array{c.reads, c.writes, c.erases}[static_cast<std::size_t>(way.call)];
-            ASSERT_GT(calls, 0U);
-            for (std::uint64_t n = 1; n <= calls; ++n) {
-                SCOPED_TRACE(testing::Message() << way.name << ", call " << n << ", " << op);
-                efs_rig r(start.image, start.files);
-                ASSERT_EQ(r.mount(), 0U);
-                r.chip.fail(way.call, n, way.how, way.times);
-                const std::uint32_t status = run(op);
-                r.chip.power_on();
-                r.chip.violations_fail_test(false);
-                ASSERT_TRUE(status == 0 || (way.times != 6 && (status == 1 || status == 41))) << status;
-                for (const bool again : {false, true}) {
-                    ASSERT_TRUE(!again || r.mount() == 0);
-                    r.files = read_mounted();
-                    ASSERT_TRUE(r.files == sound.files || (status != 0 && r.files == start.files));
-                }
-                ASSERT_EQ(r.perform({efs_call::write, 0, bytes(77, 78)}), 0U);
-                ASSERT_EQ(r.trouble(true), "");
-            }
-        }
     }
 }
 

@@ -9,15 +9,14 @@ TEST(FtlFormat, LaysTheHeaders)
     const plan p("", 4, 1);
     bench b(p);
     ASSERT_EQ(b.mount(), 0U);
-    b.image.assign(b.image.size(), 0x11); // whatever stood there
-    EXPECT_EQ(afs_physical_ftl_format(&b.ctx, 1), 0U);
-    EXPECT_EQ(b.image, p.v.image());
+    for (const std::uint32_t erase : {1U, 0U}) { // without an erase only headers are written
+        b.image.assign(b.image.size(), erase != 0 ? 0x11 : 0xFF);
+        b.image[20000] = 0;
+        EXPECT_EQ(afs_physical_ftl_format(&b.ctx, erase), 0U);
+        EXPECT_EQ(std::exchange(b.image[20000], 0xFF), erase != 0 ? 0xFF : 0);
+        EXPECT_EQ(b.image, p.v.image());
+    }
     EXPECT_EQ(hex({&b.image[2 * 8192], 18}), "877855aa0300000001000000030008008f00");
-    b.image.assign(b.image.size(), 0xFF);
-    b.image[20000] = 0; // without an erase only headers are written
-    EXPECT_EQ(afs_physical_ftl_format(&b.ctx, 0), 0U);
-    EXPECT_EQ(std::exchange(b.image[20000], 0xFF), 0);
-    EXPECT_EQ(b.image, p.v.image());
     for (unsigned i = 0; i < 27; ++i) { // it fails with its writes, not with its erases
         const auto kind = static_cast<chip_call>(i / 9);
         b.image.assign(b.image.size(), 0xFF);

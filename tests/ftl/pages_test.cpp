@@ -95,10 +95,10 @@ TEST(FtlAllocate, LooksAtFlashWhereAPageWasTrimmed)
     ASSERT_EQ(b.open(), 0U);
     b.ctx.ftl->alloc_check_flash = 0;
     b.ctx.ftl->alloc_next = 200; // in group 1
-    b.run("T0");
-    EXPECT_EQ(b.ctx.ftl->alloc_check_flash, 0);
-    b.run("T130");
-    EXPECT_EQ(b.ctx.ftl->alloc_check_flash, 1);
+    for (const bool open_group : {false, true}) {
+        b.run(open_group ? "T130" : "T0");
+        EXPECT_EQ(b.ctx.ftl->alloc_check_flash, open_group);
+    }
     b.chip.fail(chip_call::read, 1, chip_fault::before);
     EXPECT_EQ(b.run("a a"), "5 #200 "); // the cursor hasn't moved
     b.ctx.chunks = 0;

@@ -80,15 +80,10 @@ TEST(FtlReclaim, DataEu)
 {
     const std::string no_room = " d122-365"; // elsewhere
     check({
-        {"wholly dead", "d0-121" + no_room, "r2", "0 | E5 2>5 | 0/0 after 0, 0..122"},
-        {"a run of 63", "u0-62 d63-121" + no_room, "r2 G0-62",
-         "0 = | E5 5:206+4092 5:19+62 5:140+66 5:18=00 2>5 | 0/0 after 0, 63..122"},
         {"all live", "u0-121" + no_room, "r2 G0-121",
          "38807 = | E5 5:4100+4092 5:78+62 5:140+3960 5:18+60 2>5 | 0/0 after 0, 122"},
         {"scattered", "u0-1 d2-4 u5 d6-120 u121" + no_room, "r2 G0-1 G5 G121",
          "0 = = = | E5 5:8126+66 5:139=00 5:470+66 5:23=00 5:140+132 5:18=0000 2>5 | 0/0 after 0, 2..122"},
-        {"another open", "u0 u121", "r2 G0 G121",
-         "0 = = | E5 5:8126+66 5:139=00 5:140+66 5:18=00 2>5 | 0/0 after 0, 244..366"},
         // The wear rule picks a full EU, the second choice one that gains.
         {"wear first", "eu2 erase=7 eu3 erase=200 eu4 erase=90 u0-299 d300 u301-365", "k1 G0-299 G301-365",
          "0 = = | E5 5:4100+4092 5:78+62 5:140+3960 5:18+60 2>5 E2 2:4100+4092 2:78+62 2:3902+198 2:75=000000 "
@@ -118,9 +113,6 @@ TEST(FtlReclaim, LogEu)
     const std::string room_5 = "eu1 seq=20 f74=5", room_3 = "eu1 seq=20 f74=117", ten = "f74=20 0-9";
     check(
         {
-            {"nothing live", with("", room_5), "r0", "0 | E7 0>7 | 1/5 after 74, 244..366"},
-            {"two runs", with("0 1 f74=7 2", room_5), "r0 g0-2",
-             "0 = | E7 1:590+132 1:28=10305a0b 1:722+66 1:32=6838 1:35=7f 0>7 | 1/8 after 2, 244..366"},
             {"63 in a row", with("0-62", room_5), "r0 g0-62",
              "0 = | E7 1:590+4092 1:28+124 1:4682+66 1:152=e021 1:155=7f 0>7 | 1/68 after 62, 244..366"},
             {"3 of 10, then a blank EU", with(ten, room_3), "r0 g0-9",
@@ -131,16 +123,14 @@ TEST(FtlReclaim, LogEu)
              "0 = | E7 1:7982+198 1:252+6 1:259=7f 0>7 | 1/120 after 2, 244..366"},
             {"behind a programmed frame", with("f74=20 0-2", "eu1 seq=20 f74=5 p9"), "r0 g0-2",
              "0 = | E7 1:28=0000 1:722+198 1:32+6 1:39=7f 0>7 | 1/10 after 2, 244..366"},
-            {"the log is full", with("f74=20 0-2", "eu1 seq=20 f74=120"), "r0 g0-2",
-             "0 = | E7 2:260+198 2:18+6 2:25=7f 0>7 | 2/3 after 2, 244..366"},
             {"the victim is the log", with("f74=20 0-2", "eu0 seq=20 eu1 74"), "t74 r0 m g0-2",
              "0 0 0 = | E7 2:260+198 2:18+6 2:25=7f 0>7 | 2/3 after 2, 244..366"},
             {"and no blank is left", with("f74=20 0-2", "eu0 seq=20 eu1 74 eu2 74 eu3 74"), "t74 r0 m g0-2",
              "0 0 0 = | E7 7:260+198 7:18+6 7:25=7f 0>7 | 7/3 after 2, 244..366"},
         },
         8, 3, 2000);
-    for (unsigned n = 1; n <= 9;
-         ++n) { // a write fails: all is put back, and the log goes on; the last one can follow later
+    // A write fails: all is put back, and the log goes on; the last one can follow later.
+    for (unsigned n = 1; n <= 9; ++n) {
         bench b(plan(with(ten, room_3), 8, 3, 2000));
         ASSERT_EQ(b.open(), 0U);
         b.chip.fail(chip_call::write, n, chip_fault::before);
@@ -158,13 +148,13 @@ TEST(FtlReclaim, WithoutMemoryOrMap)
 {
     bench b("");
     ASSERT_EQ(b.open(), 0U);
-    const auto held = live_blocks();
+    const auto held = live_blocks;
     for (const char* const call : {"r0", "r2"}) {
         fail_allocation(1);
         EXPECT_EQ(b.run(call), "12 ");
     }
     EXPECT_EQ(b.story(), "");
-    EXPECT_EQ(live_blocks(), held);
+    EXPECT_EQ(live_blocks, held);
     b.ctx.alloc_map = nullptr; // opened for reading only: nobody knows which pages are live
     EXPECT_EQ(b.run("r2"), "22 ");
     b.ctx.alloc_map = b.map.data();

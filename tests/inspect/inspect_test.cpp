@@ -1,7 +1,6 @@
 // The second reader against images that are known to be in order or damaged in one known way, and against the mount: an
 // image without a fault opens and reads the same, one that doesn't open has a fault.
 #include "tests/support/check_volume.h"
-#include "tests/support/samples.h"
 #include "tests/support/volume_builder.h"
 #include "yfs/dfs.h"
 
@@ -223,18 +222,6 @@ TEST(Inspect, AgreesWithTheMountOnDamagedImages)
     }
     EXPECT_GT(without_fault, turns / 10);
     EXPECT_GT(refused, turns / 10);
-}
-
-TEST(Inspect, FindsTheSampleSetsInOrder)
-{
-    for (const char* name : {"large", "no-zonc", "not-deployed", "small-deployed", "with-efs"}) {
-        if (sample_set(name).empty()) GTEST_SKIP() << "no sample sets here";
-        std::vector<std::uint8_t> image = read_file(sample_set(name) / "yfs.img");
-        const picture p = inspect_image(image);
-        EXPECT_TRUE(clean(p) && !contents_of(p).empty()) << name;
-        ASSERT_EQ(mount(image), 0U);
-        EXPECT_TRUE(reads_as(contents_of(p))) << name;
-    }
 }
 
 } // namespace

@@ -88,36 +88,16 @@ void afs_flow(flow& f, const shape& s, bool full)
         const unsigned number = f.below(heads), size = f.below(f.below(3) != 0 ? std::min(900U, largest) : largest);
         std::uint32_t held = 0;
         const bool there = dfs_getsize(number, &held) == 0;
-        switch (f.below(16)) {
-        case 0:
-            f.status(dfs_delete_file(number));
-            break;
-        case 1:
-            f.status(dfs_mark_zombie_file(number));
-            break;
-        case 2:
-            f.status(dfs_idle_reclaim());
-            break;
-        case 3:
-            f.status(dfs_force_full_reclaim());
-            break;
-        case 4:
-            f.status(dfs_init(f.image.data(), s.eus * 8192U));
-            break;
-        case 5:
-            write(number, there ? f.below(held + 1) / 2 : 0, 0, 1);
-            break;
-        case 6:
-        case 7:
-            write(number, there ? f.below(held + 1) : 0, std::min(size, 700U), 0);
-            break;
-        case 8:
-            write(number, there ? std::min(held, largest) : 0, std::min(size, 300U), 1);
-            break;
-        default:
-            write(number, 0, size, 1);
-            break;
-        }
+        const unsigned way = f.below(16);
+        if (way == 0) f.status(dfs_delete_file(number));
+        if (way == 1) f.status(dfs_mark_zombie_file(number));
+        if (way == 2) f.status(dfs_idle_reclaim());
+        if (way == 3) f.status(dfs_force_full_reclaim());
+        if (way == 4) f.status(dfs_init(f.image.data(), s.eus * 8192U));
+        if (way == 5) write(number, there ? f.below(held + 1) / 2 : 0, 0, 1);
+        if (way == 6 || way == 7) write(number, there ? f.below(held + 1) : 0, std::min(size, 700U), 0);
+        if (way == 8) write(number, there ? std::min(held, largest) : 0, std::min(size, 300U), 1);
+        if (way > 8) write(number, 0, size, 1);
     }
 }
 
@@ -144,21 +124,11 @@ void efs_flow(flow& f, const shape& s)
     for (int step = 0; step < 200; ++step) {
         const unsigned number = f.below(f.below(3) != 0 ? 2 : files);
         const bytes data = f.content(1 + f.below(table[number].max_size));
-        switch (f.below(12)) {
-        case 0:
-            f.status(EFS_delete(number));
-            break;
-        case 1:
-        case 2:
-            f.status(EFS_idle_reclaim());
-            break;
-        case 3:
-            f.status(EFS_init_tools(f.image.data()));
-            break;
-        default:
-            f.status(EFS_write(number, 0, static_cast<std::uint32_t>(data.size()), data.data()));
-            break;
-        }
+        const unsigned way = f.below(12);
+        if (way == 0) f.status(EFS_delete(number));
+        if (way == 1 || way == 2) f.status(EFS_idle_reclaim());
+        if (way == 3) f.status(EFS_init_tools(f.image.data()));
+        if (way > 3) f.status(EFS_write(number, 0, static_cast<std::uint32_t>(data.size()), data.data()));
     }
 }
 

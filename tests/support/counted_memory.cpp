@@ -5,36 +5,13 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace yfs::test {
-
-static std::int64_t s_live = 0;
-static std::uint64_t s_fail_in = 0;
-static bool s_failed = false;
-
-std::int64_t live_blocks()
-{
-    return s_live;
-}
-
-void fail_allocation(std::uint64_t n)
-{
-    s_fail_in = n;
-    s_failed = false;
-}
-
-bool allocation_failed()
-{
-    return s_failed;
-}
-
-} // namespace yfs::test
+using namespace yfs::test;
 
 void* LtAllocateMemory(size_t size)
 {
-    using namespace yfs::test;
-    s_failed = s_failed || s_fail_in == 1;
-    if (s_fail_in != 0 && --s_fail_in == 0) return nullptr;
-    ++s_live;
+    allocation_failed = allocation_failed || fail_in == 1;
+    if (fail_in != 0 && --fail_in == 0) return nullptr;
+    ++live_blocks;
     return std::memset(std::malloc(size), 0xA7, size); // nobody may count on zeros here
 }
 
@@ -46,7 +23,7 @@ void* LtAllocateZeroMemory(size_t size)
 
 void LtFreeMemory(void* ptr)
 {
-    if (ptr != nullptr) --yfs::test::s_live;
+    if (ptr != nullptr) --live_blocks;
     std::free(ptr);
 }
 

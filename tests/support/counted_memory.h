@@ -6,11 +6,14 @@
 
 namespace yfs::test {
 
-// Blocks that were allocated and not released.
-std::int64_t live_blocks();
-// The n-th allocation from now on, counting from 1, gives null; 0 for none.
-void fail_allocation(std::uint64_t n);
-// Whether the allocation that was to fail has come.
-bool allocation_failed();
+inline std::int64_t live_blocks = 0;   // allocated and not released
+inline std::uint64_t fail_in = 0;      // that allocation from now on, counting from 1, gives null; 0 for none
+inline bool allocation_failed = false; // whether it has come
+
+inline void fail_allocation(std::uint64_t n)
+{
+    fail_in = n;
+    allocation_failed = false;
+}
 
 } // namespace yfs::test

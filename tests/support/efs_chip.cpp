@@ -5,18 +5,16 @@
 
 #include <cstring>
 
-namespace {
-yfs::test::nor_chip* s_chip = nullptr;
-
-bool in_image(std::uint32_t address, std::uint32_t length)
-{
-    return length != 0 && std::uint64_t{address} + length <= efs_size;
-}
-} // namespace
+static yfs::test::nor_chip* s_chip = nullptr;
 
 void yfs::test::use_efs_chip(nor_chip* chip)
 {
     s_chip = chip;
+}
+
+static bool in_image(std::uint32_t address, std::uint32_t length)
+{
+    return length != 0 && std::uint64_t{address} + length <= efs_size;
 }
 
 std::uint32_t EFS_physical_read(std::uint32_t address, std::uint32_t length, void* destination)

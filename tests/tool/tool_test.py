@@ -33,32 +33,22 @@ class Sample(ToolTest):
     def test_it_holds_what_it_should_show(self):
         folder = self.sample()
         info = self.document("info", cwd=folder)
-        self.assertTrue(info["yfs"]["deployed"])
-        self.assertGreaterEqual(info["yfs"]["lowest_erase_count"], 2, "every unit was reclaimed")
-        self.assertEqual(info["ftbl"]["skus"], [17, 42])
-        self.assertGreater(info["velor"]["records"], info["velor"]["available"])
-
+        self.assertTrue(info["yfs"]["deployed"] and info["yfs"]["lowest_erase_count"] >= 2, "every unit was reclaimed")
         values = self.values(folder)
         sources = {"/home/boot/order": b"flash,usb,net",  # velor.cfg alone
                    "/home/boot/last_slot": b"b",  # zonc.cfg, since it isn't taken from the volume
                    "/home/net/name": b"bench-3",  # the volume, before both tables
+                   "/home/calib/board_serial": b"BD-000417",  # EFS
                    "/home/boot/args": b""}
-        for path, value in sources.items():
-            self.assertEqual(values[path], value, path)
+        self.assertEqual({path: values[path] for path in sources}, sources)
         files = {f["path"]: f for f in self.document("ls", cwd=folder)["files"]}
-        tails = {path: files[path]["size"] - len(values[path]) for path in values}
-        self.assertEqual({path: tail for path, tail in tails.items() if tail},
+        self.assertEqual({path: files[path]["size"] - len(values[path]) for path in values if files[path]["size"] != len(values[path])},
                          {"/home/cred/device_key": 40, "/home/cred/ca_bundle": 56})
-        self.assertGreater(files["/home/log/ring"]["size"], 4096)
-        self.assertEqual(values["/home/calib/board_serial"], b"BD-000417", "from EFS")
-        self.assertGreater(files["/home/calib/rf_map"]["size"], 2 * 4072, "over three blocks")
-        self.assertNotIn("/home/calib/last_service", files, "never written")
+        self.assertTrue(files["/home/log/ring"]["size"] > 4096 and files["/home/calib/rf_map"]["size"] > 2 * 4072)
+        self.assertFalse({"/home/calib/last_service", "/home/power/wake_policy"} & (files.keys() | values.keys()), "never written")
         efs = (folder / "efs.img").read_bytes()
         self.assertGreater(max(struct.unpack_from("<I", efs, at + 4)[0] for at in (0, 4096)), 2, "block maps took turns")
-        wear = [struct.unpack_from("<I", efs, at)[0] for at in range(8192, len(efs), 4096)]
-        self.assertLess(max(wear) - min(wear), 24, "wear was levelled")
         self.assertIn(48, map(len, files), "a name that fills its field")
-        self.assertNotIn("/home/power/wake_policy", values)
 
     def test_the_other_sku_has_other_files(self):
         names = [self.document("info", cwd=self.sample(sku=sku, yfs=None))["ftbl"]["files"] for sku in (17, 42)]
@@ -104,14 +94,11 @@ class Files(ToolTest):
 
     def test_listings(self):
         folder = self.sample()
-        document = self.document("ls", cwd=folder)
-        self.assertEqual(document["schema"], "yfs.ls/1")
-        rows = self.ok("ls", "-l", cwd=folder).decode().splitlines()
-        self.assertEqual(rows[0].split(), ["size", "limit", "attr", "place", "path"])
-        self.assertEqual([row.split() for row in rows[1:]],
-                         [[str(f["size"]), str(f["limit"]), f"{f['attributes']:04x}", f["place"], f["path"]]
-                          for f in document["files"]])
-        self.assertEqual(self.ok("ls", cwd=folder).decode().split(), [f["path"] for f in document["files"]])
+        files = self.document("ls", cwd=folder)["files"]
+        rows = [row.split() for row in self.ok("ls", "-l", cwd=folder).decode().splitlines()]
+        self.assertEqual(rows, [["size", "limit", "attr", "place", "path"],
+                                *([str(f["size"]), str(f["limit"]), f"{f['attributes']:04x}", f["place"], f["path"]] for f in files)])
+        self.assertEqual(self.ok("ls", cwd=folder).decode().split(), [f["path"] for f in files])
 
     def test_a_value_that_a_deployed_volume_loses_is_told(self):
         folder = self.sample()
@@ -173,13 +160,14 @@ class Values(ToolTest):
     def test_records_that_the_file_table_lacks(self):
         folder = self.sample()
         records = cfg_records((folder / "zonc.bin").read_bytes()[16:])
-        table = struct.pack("<I", len(records) + 1)
-        payloads = b""
-        for fileno, (flags, data) in [*records.items(), (0x291, (1, b"Other unit"))]:
-            table += struct.pack("<IIHH", fileno, 4 + 12 * (len(records) + 1) + len(payloads), len(data), flags)
-            payloads += data
-        table += payloads
-        (folder / "zonc.bin").write_bytes(struct.pack("<8xII", len(table), 7) + table)
+        records[0x291] = 1, b"Other unit"
+        payloads = b"".join(data for _, data in records.values())
+        at = 4 + 12 * len(records)
+        table = struct.pack("<I", len(records))
+        for fileno, (flags, data) in records.items():
+            table += struct.pack("<IIHH", fileno, at, len(data), flags)
+            at += len(data)
+        (folder / "zonc.bin").write_bytes(struct.pack("<8xII", at, 7) + table + payloads)
         before = state_of(folder)
         self.refused("unknown-records", 8, "nvar", "set", UPLINK, "utf8:lte0", cwd=folder, says=["0x291", "--drop-unknown"])
         self.assertEqual(state_of(folder), before)
@@ -188,16 +176,11 @@ class Values(ToolTest):
 
     def test_json(self):
         folder = self.sample()
-        one = self.document("nvar", "get", "net/mac", cwd=folder)
-        self.assertEqual(one.pop("schema"), "yfs.nvar-get/1")
-        all_of_them = self.document("nvar", "ls", cwd=folder)
-        self.assertEqual(all_of_them["schema"], "yfs.nvar-ls/1")
-        self.assertIn(one, all_of_them["values"])
-        self.assertEqual((one["size"], one["limit"], one["modifiable"]), (6, 6, True))
-        self.assertEqual(bytes.fromhex(one["value"]), self.ok("nvar", "get", "net/mac", cwd=folder))
-        self.assertEqual([v["path"] for v in all_of_them["values"] if not v["modifiable"]],
-                         ["/home/cred/ca_bundle", "/home/cred/device_key"])
-        self.assertEqual(self.document("info", cwd=folder)["schema"], "yfs.info/1")
+        one, every = self.document("nvar", "get", "net/mac", cwd=folder), self.document("nvar", "ls", cwd=folder)["values"]
+        self.assertIn({key: one[key] for key in one if key != "schema"}, every)
+        self.assertEqual((one["size"], one["limit"], one["modifiable"], bytes.fromhex(one["value"])),
+                         (6, 6, True, self.ok("nvar", "get", "net/mac", cwd=folder)))
+        self.assertEqual([v["path"] for v in every if not v["modifiable"]], ["/home/cred/ca_bundle", "/home/cred/device_key"])
 
 
 class Saving(ToolTest):
@@ -217,29 +200,23 @@ class Saving(ToolTest):
 
     def test_killed_at_every_step(self):
         set_value = ("nvar", "set", UPLINK, "utf8:lte0")
-        for changes in [{}, {"zonc": None}]:
-            finished = self.sample(**changes)
-            if changes: (finished / "zonc.bin").unlink()
-            self.ok(*set_value, cwd=finished)
-            new = {path.name: path.read_bytes() for path in finished.iterdir()}
-            kills = 0
-            while True:
+        contents = lambda folder: {path.name: path.read_bytes() for path in folder.iterdir() if path.name[0] != "."}
+        for changes, steps in [({}, 10), ({"zonc": None}, 13)]:
+            for kill in range(steps + 2):  # at none, at each, behind the last
                 folder = self.sample(**changes)
                 if changes: (folder / "zonc.bin").unlink()
-                old = {path.name: path.read_bytes() for path in folder.iterdir()}
+                old = contents(folder)
                 done = run(*set_value, cwd=folder, env=os.environ | {
-                    "LD_PRELOAD": str(STOP_AT), "YFS_STOP_AT": str(kills + 1), "ASAN_OPTIONS": "verify_asan_link_order=0"})
-                if done.returncode == 0: break
-                self.assertEqual(done.returncode, -9, done.stderr)
-                kills += 1
-                with self.subTest(step=kills, **changes):
-                    now = {path.name: path.read_bytes() for path in folder.iterdir() if path.name[0] != "."}
+                    "LD_PRELOAD": str(STOP_AT), "YFS_STOP_AT": str(kill), "ASAN_OPTIONS": "verify_asan_link_order=0"})
+                now = contents(folder)
+                if kill == 0: new = now
+                with self.subTest(step=kill, **changes):
+                    self.assertEqual(done.returncode, -9 if 0 < kill <= steps else 0, done.stderr)
                     replaced = [name for name in self.IN_ORDER if now.get(name) != old.get(name)]
                     self.assertEqual(replaced, [n for n in self.IN_ORDER if new[n] != old.get(n)][:len(replaced)],
                                      "images first, then the table, then the set file")
-                    for name in replaced: self.assertEqual(now[name], new[name], name)
+                    self.assertEqual({name: now[name] for name in replaced}, {name: new[name] for name in replaced})
                     self.assertEqual(self.ok("nvar", "get", UPLINK, cwd=folder), b"lte0" if replaced else b"wan0")
-            self.assertEqual(kills, 10 if not changes else 13)
 
     def test_a_save_that_fails_changes_nothing(self):
         small = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (4096, 4096))
@@ -268,16 +245,12 @@ class Output(ToolTest):
 
     def test_no_binary_to_a_terminal(self):
         folder = self.sample()
-        for args, text in [(("nvar", "get", "net/mac"), None), (("cat", "net/mac"), None), (("cat", "net/mac", "--force"), b"\x8b"),
-                           (("nvar", "get", "net/name"), b"bench-3"), (("cat", "power/rails"), b"core 0.84"), (("ls",), b"/home/")]:
-            with self.subTest(args=args):
-                done, shown = self.on_terminal(*args, cwd=folder)
-                if text is None:
-                    self.assertEqual((done.returncode, shown), (16, b""))
-                    self.assertIn(b"error[binary-to-terminal]: 6 bytes", done.stderr)
-                else:
-                    self.assertEqual((done.returncode, done.stderr), (0, b""))
-                    self.assertIn(text, shown)
+        binary = b"error[binary-to-terminal]: 6 bytes"
+        for args, status, text, told in [("nvar get net/mac", 16, b"", binary), ("cat net/mac", 16, b"", binary),
+                                         ("cat net/mac --force", 0, b"\x8b", b""), ("nvar get net/name", 0, b"bench-3", b""),
+                                         ("cat power/rails", 0, b"core 0.84", b""), ("ls", 0, b"/home/", b"")]:
+            done, shown = self.on_terminal(*args.split(), cwd=folder)
+            self.assertEqual((done.returncode, text in shown, told in done.stderr, status == 0 or shown == b""), (status, True, True, True), args)
 
     def test_a_closed_pipe_ends_quietly(self):
         read_end, write_end = os.pipe()
@@ -424,12 +397,7 @@ class Errors(ToolTest):
         document = json.loads(done.stdout)
         self.assertEqual((document["yfs"]["error"], document["zonc"]["records"]), ("volume-damaged", 7))
 
-    def test_help(self):
-        for args in [[], ["nvar"], *([verb] for verb in "info ls cat put rm check explain sample".split()),
-                     *(["nvar", verb] for verb in "ls get set".split())]:
-            text = self.ok(*args, "--help", cwd=self.root).decode()
-            self.assertRegex(text, "Usage: yfs " + " ".join(args))
-            self.assertLessEqual(max(map(len, text.splitlines())), 120)
+    def test_version(self):
         self.assertRegex(self.ok("--version", cwd=self.root), rb"^yfs \d+\.\d+\.\d+\n$")
 
 
@@ -462,6 +430,7 @@ class SampleSets(ToolTest):
         for name in SAMPLE_SETS:
             with self.subTest(set=name):
                 folder, manifest, _ = self.open_set(name)
+                if (folder / "yfs.img").exists(): self.ok("check", "yfs.img", cwd=folder)
                 shown = self.check_values(folder, {path: row["value"] for path, row in manifest["values"].items()})
                 for path, value in shown.items():
                     row = manifest["values"][path]
@@ -469,18 +438,6 @@ class SampleSets(ToolTest):
                                      (row["fileno"], row["max_size"], row["attributes"]), path)
                 for path in list(shown)[:3]:
                     self.assertEqual(self.ok("nvar", "get", path, cwd=folder).hex(), shown[path]["value"], path)
-
-    def test_stored_files_of_both_kinds(self):
-        folder, manifest, _ = self.open_set("with-efs")
-        seen = set()
-        for file in self.document("ls", cwd=folder)["files"]:
-            row = manifest["values"].get(file["path"])
-            if row is None or row["value"] is None or row["attributes"] & 2: continue
-            tail = 0 if not row["attributes"] & 1 else 56 if row["attributes"] & 64 else 40
-            data = self.ok("cat", file["path"], cwd=folder)
-            self.assertEqual(hashlib.sha256(data[:len(data) - tail]).hexdigest(), row["value"]["sha256"], file["path"])
-            seen.add(file["place"][:4])
-        self.assertEqual(seen, {"afs#", "efs#"})
 
     def test_edits(self):
         for name in SAMPLE_SETS:

@@ -17,7 +17,8 @@ def output(*words):
 
 def grammar(*verb):
     """{verb: its options}, of the verb and all below it."""
-    text = output("help", *verb)
+    text = output(*verb, "--help")
+    assert text == output("help", *verb) and max(map(len, text.splitlines())) <= 120 and "Usage: yfs " + " ".join(verb) in text, verb
     options = set(re.findall(r"(?<![\w-])--?[a-z][a-z-]*", "\n".join(re.findall(r"^  (-\S+)", text, re.M)))) - COMMON - {"--version"}
     below = re.split(r"^Options:$", text, flags=re.M)[1]
     subs = re.findall(r"^  ([a-z]+)(?: {2,}|$)", below, re.M) if re.search(r"^Usage: yfs.* \[VERB\]$", text, re.M) else []

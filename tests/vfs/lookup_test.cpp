@@ -70,34 +70,27 @@ INSTANTIATE_TEST_SUITE_P(tables, lookup, testing::Values(0U, 200U), [](const aut
 
 TEST_P(lookup, what_the_flat_calls_write)
 {
-    fileno_t number = 99;
-    EXPECT_EQ(-1, get_fileno_by_file_name("/none", &number));
-    EXPECT_EQ(99U, number);
-    EXPECT_EQ(0, get_fileno_by_file_name("/a", &number));
-    EXPECT_EQ(0x10000001U, number);
+    using row = std::tuple<const char*, int, fileno_t, int, std::uint32_t>; // what is written in all, 77 where nothing
+    for (const auto& [name, status, number, attributes, max_size] :
+         {row{"/none", -1, 77, 77, 77}, row{"/a", 0, 0x10000001, 0x0143, 500}, row{"/zero", 0, 0, 0, 0xFFFF}}) {
+        fileno_t number_out = 77;
+        file_attributes_t attributes_out = 77;
+        std::uint32_t size_out = 77;
+        EXPECT_EQ(status, get_fileno_by_file_name(name, &number_out));
+        EXPECT_EQ(-1, get_file_attributes_by_file_name(name, &attributes_out, nullptr));
+        EXPECT_EQ(77, attributes_out);
+        EXPECT_EQ(status, get_file_attributes_by_file_name(name, &attributes_out, &size_out));
+        EXPECT_EQ(std::tuple(number_out, attributes_out, size_out), std::tuple(number, attributes, max_size)) << name;
+    }
     EXPECT_EQ(-1, get_fileno_by_file_name("/a", nullptr));
 
-    char name[50];
-    std::memset(name, '?', sizeof name);
-    number = 77;
-    EXPECT_EQ(-1, get_file_name_by_fileno(&number, name));
-    EXPECT_EQ('?', name[0]);
-    number = 2;
-    EXPECT_EQ(0, get_file_name_by_fileno(&number, name));
-    EXPECT_EQ(name_48 + "??", std::string(name, sizeof name)); // 48 bytes, no terminator
-    number = 3;
-    EXPECT_EQ(0, get_file_name_by_fileno(&number, name));
-    EXPECT_EQ("/a" + std::string(46, '\0') + "??", std::string(name, sizeof name));
-
-    file_attributes_t attributes = 7;
-    std::uint32_t max_size = 7;
-    EXPECT_EQ(-1, get_file_attributes_by_file_name("/none", &attributes, &max_size));
-    EXPECT_EQ(-1, get_file_attributes_by_file_name("/a", &attributes, nullptr));
-    EXPECT_EQ(7, attributes);
-    EXPECT_EQ(7U, max_size);
-    EXPECT_EQ(0, get_file_attributes_by_file_name("/a", &attributes, &max_size));
-    EXPECT_EQ(0x0143, attributes);
-    EXPECT_EQ(500U, max_size);
+    const std::pair<fileno_t, std::string> named[] = {
+        {99, std::string(50, '?')}, {2, name_48 + "??"}, {3, "/a" + std::string(46, '\0') + "??"}};
+    for (const auto& [number, wanted] : named) { // 48 bytes, no terminator
+        std::string name(50, '?');
+        EXPECT_EQ(number == 99 ? -1 : 0, get_file_name_by_fileno(&number, name.data()));
+        EXPECT_EQ(wanted, name);
+    }
 }
 
 // An index answers neither for what an entry was nor for what the buffer held at an earlier load.
