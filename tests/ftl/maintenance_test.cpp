@@ -9,11 +9,12 @@ TEST(FtlFormat, LaysTheHeaders)
     const plan p("", 4, 1);
     bench b(p);
     ASSERT_EQ(b.mount(), 0U);
-    for (const std::uint32_t erase : {1U, 0U}) { // without an erase only headers are written
-        b.image.assign(b.image.size(), erase != 0 ? 0x11 : 0xFF);
+    for (const std::uint8_t erase : {std::uint8_t{1}, std::uint8_t{0}}) { // without an erase only headers are written
+        b.image.assign(b.image.size(), low8(erase != 0 ? 0x11 : 0xFF));
         b.image[20000] = 0;
         EXPECT_EQ(afs_physical_ftl_format(&b.ctx, erase), 0U);
-        EXPECT_EQ(std::exchange(b.image[20000], 0xFF), erase != 0 ? 0xFF : 0);
+        EXPECT_EQ(b.image[20000] != 0, erase != 0);
+        b.image[20000] = 0xFF;
         EXPECT_EQ(b.image, p.v.image());
     }
     EXPECT_EQ(hex({&b.image[2 * 8192], 18}), "877855aa0300000001000000030008008f00");

@@ -69,30 +69,6 @@ TEST(FtlMount, Headers)
     EXPECT_EQ(old.ctx.ftl->eu_table[5].erase_count, 77U);
 }
 
-// EU 5 has the new header of a reclaim without commit; its source may be given up.
-TEST(FtlMount, SettlesAnInterruptedReclaim)
-{
-    const auto show = [](bench& b) {
-        const ftl_eu_entry& eu = b.ctx.ftl->eu_table[5];
-        return roles(b) + " base " + std::to_string(eu.base_page) + " dirty " + std::to_string(eu.dirty);
-    };
-    check_mounts(
-        "eu0 3 eu5 magic=0xAA557887 seq=6 commit=0xFF ",
-        {{"data, source stands", "src=2 base=15", "seq 5, spare 5*1, 0/1 after 3 base 0 dirty 0"},
-         {"data, source given up", "src=2 base=15 eu2 given-up",
-          "seq 6, spare 2*1, 0/1 after 3 uncommitted base 15 dirty 122"},
-         {"source half given up", "src=2 base=15 eu2 magic=0xAA550000",
-          "seq 6, spare 2*1, 0/1 after 3 uncommitted base 15 dirty 122"},
-         {"another given up", "src=2 base=15 eu3 given-up", "5"},
-         {"torn in its erase count", "erase=0xFF000000", "seq 5, spare 5*1, 0/1 after 3 base 0 dirty 0"},
-         {"log, source stands", "src=0 4 5", "seq 5, spare 5*1, 0/1 after 3 base 0 dirty 0"},
-         {"log, blank", "src=1 eu1 given-up", "seq 6, spare 1*1, 0/1 after 3 uncommitted base 0 dirty 120"},
-         {"log, with pages", "src=1 4 5 eu1 given-up", "seq 6, spare 1*1, 5/2 after 5 uncommitted base 0 dirty 118"},
-         {"log, nothing committed", "src=1 t4 eu1 given-up",
-          "seq 6, spare 1*1, 5/2 after 0 uncommitted base 0 dirty 120"}},
-        show);
-}
-
 TEST(FtlMount, WalksTheLog)
 {
     const auto show = [](bench& b) {
