@@ -28,6 +28,7 @@ int run(std::vector<std::string> words, bool quiet)
 {
     words.insert(words.begin(), YFS_TOOL);
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);
 

@@ -211,7 +211,8 @@ std::string map_html(const std::vector<image_map>& maps, std::string_view title,
 {
     return fmt::format("<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n<title>{0}</title>\n"
                        "<style>:root {{ color-scheme: light dark; }} body {{ margin: 24px; font: 14px system-ui, "
-                       "sans-serif; }} svg {{ max-width: 100%; height: auto; }} pre {{ overflow-x: auto; }}</style>\n"
+                       "sans-serif; }} svg {{ max-width: 100%; height: auto; }} pre {{ overflow-x: auto; }}\n"
+                       "@media screen and (prefers-color-scheme: dark) {{ body {{ background: #0d1117; }} }}</style>\n"
                        "</head>\n<body>\n<h1>{0}</h1>\n{1}{2}</body>\n</html>\n",
                        escaped_xml(title), extra, map_svg(maps));
 }

@@ -59,26 +59,26 @@ std::vector<file_difference> compare_files(const image_map& names, const content
     return list;
 }
 
-std::string wear_detail(std::uint32_t left, std::uint32_t right)
+std::string part_detail(std::string_view state_before, std::string_view state_after, std::uint32_t wear_before,
+                        std::uint32_t wear_after)
 {
-    return left == right ? std::string() : fmt::format("erased {} -> {} times", left, right);
+    std::string out;
+    if (state_before != state_after) out = fmt::format("{} -> {}", state_before, state_after);
+    if (wear_before == wear_after) return out;
+    return fmt::format("{}{}erased {} -> {} times", out, out.empty() ? "" : ", ", wear_before, wear_after);
 }
 
-// What of a unit's role, group and wear changed.
-std::string unit_detail(const image_map& left, const image_map& right, std::size_t part)
+// What of a unit's or a block's role and wear changed.
+std::string part_detail(const image_map& left, const image_map& right, std::size_t part)
 {
     if (right.kind == image_kind::efs) {
         if (part >= left.blocks.size()) return {};
         const map_block &a = left.blocks[part], &b = right.blocks[part];
-        const std::string state = a.state == b.state ? std::string() : fmt::format("{} -> {}", a.state, b.state);
-        return fmt::format("{}{}{}", state, state.empty() ? "" : " ",
-                           wear_detail(a.erase_count.value_or(0), b.erase_count.value_or(0)));
+        return part_detail(a.state, b.state, a.erase_count.value_or(0), b.erase_count.value_or(0));
     }
     if (part >= left.units.size()) return {};
     const map_unit &a = left.units[part], &b = right.units[part];
-    const std::string role =
-        a.role == b.role ? std::string() : fmt::format("{} -> {}", to_string(a.role), to_string(b.role));
-    return fmt::format("{}{}{}", role, role.empty() ? "" : " ", wear_detail(a.erase_count, b.erase_count));
+    return part_detail(to_string(a.role), to_string(b.role), a.erase_count, b.erase_count);
 }
 
 std::vector<part_difference> compare_parts(const image_map& left, const image_map& right, const bytes& a,
@@ -96,7 +96,7 @@ std::vector<part_difference> compare_parts(const image_map& left, const image_ma
         const std::string name = afs     ? fmt::format("EU {}", part)
                                  : known ? right.blocks[part].name
                                          : fmt::format("block at 0x{:x}", part * size);
-        list.push_back({name, count, known ? unit_detail(left, right, part) : std::string()});
+        list.push_back({name, count, known ? part_detail(left, right, part) : std::string()});
     }
     return list;
 }
