@@ -46,38 +46,29 @@ TEST_F(EfsChange, FormatGivesTheLiteralBytesByEveryWay)
     ASSERT_EQ(EFS_init(1), 0U);
     EXPECT_EQ(blob(efs_image, efs_image + efs_size), made);
 
-    EXPECT_EQ(yfs_make_efs(nullptr, 49152), 22U);
-    EXPECT_EQ(yfs_make_efs(made.data(), 49151), 22U);
+    EXPECT_EQ(yfs_make_efs(nullptr, 49152) + yfs_make_efs(made.data(), 49151), 44U);
     EFS_files[1].offset = 4073;
-    EXPECT_EQ(yfs_make_efs(made.data(), 49152), 99U);
-    EXPECT_EQ(made, v.image);
-    EXPECT_EQ(EFS_init(1), 99U);
-    EXPECT_EQ(EFS_is_initialized(), 0);
+    EXPECT_EQ(yfs_make_efs(made.data(), 49152) + EFS_init(1), 198U);
+    EXPECT_TRUE(made == v.image && EFS_is_initialized() == 0);
 }
 
 TEST_F(EfsChange, StatusesInTheirOrder)
 {
-    const struct {
-        const char* name;
-        efs_file_t entry;
-        std::uint32_t offset, size, status;
-        bool scanned;
-    } rows[] = {
-        {"at an offset", efs_entry(0, 0, 300), 1, 5, 22, false},
-        {"not in use", {0, 0, 300, 0, 0}, 0, 5, 22, false},
-        {"header behind its area", efs_entry(0, 4073, 300), 0, 5, 41, false},
-        {"above the largest", efs_entry(0, 0, 300), 0, 301, 34, true},
-        {"the length of no file", efs_entry(0, 0, 0xFFFF), 0, 0xFFFF, 34, true},
-        {"one byte for four blocks", efs_entry(0, 0, 0xFFFF), 0, 3 * 4072 - 3, 34, true},
-        {"three blocks", efs_entry(0, 0, 0xFFFF), 0, 3 * 4072 - 4, 0, true},
-        {"past the last block", efs_entry(6, 4000, 5000), 0, 100, 22, true},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    // Offset, size, status, and whether it comes to the scan.
+    using row = std::tuple<const char*, efs_file_t, std::uint32_t, std::uint32_t, std::uint32_t, bool>;
+    for (const auto& [name, entry, offset, size, status, scanned] :
+         {row{"at an offset", efs_entry(0, 0, 300), 1, 5, 22, false},
+          row{"not in use", {0, 0, 300, 0, 0}, 0, 5, 22, false},
+          row{"header behind its area", efs_entry(0, 4073, 300), 0, 5, 41, false},
+          row{"above the largest", efs_entry(0, 0, 300), 0, 301, 34, true},
+          row{"the length of no file", efs_entry(0, 0, 0xFFFF), 0, 0xFFFF, 34, true},
+          row{"one byte for four blocks", efs_entry(0, 0, 0xFFFF), 0, 3 * 4072 - 3, 34, true},
+          row{"three blocks", efs_entry(0, 0, 0xFFFF), 0, 3 * 4072 - 4, 0, true},
+          row{"past the last block", efs_entry(6, 4000, 5000), 0, 100, 22, true}}) {
         start();
-        EFS_files[0] = row.entry;
-        EXPECT_EQ(EFS_write(0, row.offset, row.size, bytes(0xFFFF).data()), row.status);
-        EXPECT_EQ(efs_ctx.scan_done != 0, row.scanned);
+        EFS_files[0] = entry;
+        EXPECT_EQ(EFS_write(0, offset, size, bytes(0xFFFF).data()), status) << name;
+        EXPECT_EQ(efs_ctx.scan_done != 0, scanned) << name;
     }
     start();
     const auto all = [](std::uint32_t wanted, auto... status) { return ((status == wanted) && ...); };

@@ -72,11 +72,9 @@ TEST(EfsRead, Statuses)
     v.chunk(23, 0, 4073, bytes(4072)).bm(0);
     for (const unsigned damaged : {2U, 4U, 8U}) v.fill(v.area_at(damaged) + 4070, 1, 0);
     ASSERT_EQ(EFS_init_tools(v.image.data()), 0U);
-    const struct {
-        const char* name;
-        efs_file_t entry;
-        std::uint32_t offset, wanted, status, size_status;
-    } cases[] = {
+    // Offset and length, the statuses of a read and of the size.
+    using row = std::tuple<const char*, efs_file_t, std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t>;
+    const row cases[] = {
         {"the second chunk is damaged", efs_entry(7, 10, 9000), 4061, 2, 41, 0},
         {"the third chunk is sound", efs_entry(7, 10, 9000), 8134, 10, 0, 0},
         {"offset and length overflow", efs_entry(7, 10, 9000), 0xFFFFFFFF, 1, 22, 0},
@@ -93,19 +91,16 @@ TEST(EfsRead, Statuses)
     };
     blob out(5000);
     std::uint32_t size = 0, length = 10;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        EFS_files[0] = c.entry;
-        length = c.wanted;
-        EXPECT_EQ(EFS_read(0, c.offset, &length, out.data()), c.status);
-        EXPECT_EQ(length, c.status == 0 ? c.wanted : 0);
-        EXPECT_EQ(EFS_get_file_size(0, &size), c.size_status);
+    for (const auto& [name, entry, offset, wanted, status, size_status] : cases) {
+        EFS_files[0] = entry;
+        length = wanted;
+        EXPECT_EQ(EFS_read(0, offset, &length, out.data()), status) << name;
+        EXPECT_EQ(length, status == 0 ? wanted : 0) << name;
+        EXPECT_EQ(EFS_get_file_size(0, &size), size_status) << name;
     }
-    EXPECT_EQ(EFS_read(1, 0, &length, nullptr), 22U);
-    EXPECT_EQ(EFS_read(1, 0, nullptr, out.data()), 22U);
-    EXPECT_EQ(EFS_get_file_size(1, nullptr), 22U);
-    EXPECT_EQ(EFS_get_file_size(4, &size), 22U);
-    EXPECT_EQ(EFS_read_and_verify_file(7, 0, 0, 4073), 22U);
+    EXPECT_EQ(EFS_read(1, 0, &length, nullptr) + EFS_read(1, 0, nullptr, out.data()) + EFS_get_file_size(1, nullptr) +
+                  EFS_get_file_size(4, &size) + EFS_read_and_verify_file(7, 0, 0, 4073),
+              5 * 22U);
 }
 
 } // namespace

@@ -20,13 +20,6 @@ namespace yfs::test {
 constexpr std::uint32_t none = 0xFFFFFFFF;
 using content = std::vector<std::uint8_t>;
 
-inline std::string hex(std::span<const std::uint8_t> data)
-{
-    std::string out;
-    for (const std::uint8_t b : data) out += {"0123456789abcdef"[b >> 4], "0123456789abcdef"[b & 15]};
-    return out;
-}
-
 // key, N and M of "keyN-M=X"; without M it is N.
 struct word {
     explicit word(const std::string& text)
@@ -195,33 +188,6 @@ struct bench {
         return found;
     }
 
-    // The changes of the flash so far: EU:offset=bytes of short writes, EU:offset+length of long ones; EN for an EU
-    // erased, and A>B where B takes over from A by header, end of the source and commit byte.
-    std::string story() const
-    {
-        std::vector<std::string> told;
-        for (const chip_change& c : chip.journal()) {
-            std::ostringstream out;
-            const unsigned eu = c.addr / ftl::eu_size, offset = c.addr % ftl::eu_size;
-            const std::string header = std::to_string(eu) + ":0+17", given_up = ":0=00000000";
-            const std::size_t n = told.size();
-            if (c.kind == chip_call::erase) {
-                out << "E" << eu << (offset == 0 ? " half" : "");
-                if (offset != 0 && n != 0 && told.back() == out.str() + " half") told.pop_back();
-            } else if (offset == 17 && n >= 2 && told[n - 2] == header && told[n - 1].ends_with(given_up)) {
-                out << told[n - 1].substr(0, told[n - 1].find(':')) << ">" << eu;
-                told.resize(n - 2);
-            } else {
-                out << eu << ":" << offset << (c.len > 4 ? '+' : '=');
-                out << (c.len > 4 ? std::to_string(c.len) : hex(c.bytes));
-            }
-            told.push_back(out.str());
-        }
-        std::string all;
-        for (const std::string& word : told) all.append(word).append(" ");
-        return all;
-    }
-
     content image;
     nor_chip chip{image};
     std::set<unsigned> used;
@@ -230,8 +196,8 @@ struct bench {
     spi_chip_guard guard{chip};
 };
 
-// A row of a table: an image, calls, and what they answered, did and left: statuses | story | ends. Memory then agrees
-// with what a mount finds.
+// A row of a table: an image, calls, and what they answered and left: statuses | ends. Memory then agrees with what a
+// mount finds.
 struct script {
     const char* name;
     std::string image;
@@ -243,7 +209,7 @@ inline void check(std::initializer_list<script> rows, unsigned eus = 6, unsigned
         bench b(plan(r.image, eus, data_eus, files));
         ASSERT_EQ(b.open(), 0U);
         const std::string answers = b.run(r.calls);
-        EXPECT_EQ(answers + "| " + b.story() + "| " + b.ends(), r.expected) << r.name;
+        EXPECT_EQ(answers + "| " + b.ends(), r.expected) << r.name;
         EXPECT_EQ(b.layout(), b.layout_after_mount()) << r.name;
     }
 }

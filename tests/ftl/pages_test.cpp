@@ -10,24 +10,18 @@ TEST(FtlPages, Scripts)
 {
     check({
         {"reads", "eu0 4 3 x6 u0 u121 u122 d5", "g3 g5 g6 G0 G121 G122 G5",
-         "= zeros 5 = = = zeros | | 0/3 after 6, 244..366"},
-        {"FAT pages", "", "w0 w3 w1 w1 g1 g3",
-         "0 0 0 0 = = | 0:18=5b0b 0:260+66 0:21=7f 0:20=580b 0:326+66 0:23=7f 0:22=091e 0:392+66 0:25=7f 0:24=6b38 "
-         "0:458+66 0:27=7f | 0/4 after 1, 244..366"},
-        {"into the blank EU", "eu0 3 1 f4=119 4", "w2 g1-4",
-         "0 = | 1:18=590b 1:260+66 1:21=7f | 1/1 after 2, 244..366"},
-        {"after a reclaim", "eu0 3 1 f4=120 eu1 seq=9 src=5 3 4 f5=120", "w2 g1-4",
-         "0 = | E5 5:260+66 5:18=5a0b 5:21=7f 0>5 5:20=6838 5:326+66 5:23=7f | 5/2 after 2, 244..366"},
-        {"programmed frames are passed by", "eu0 3 p4", "w5 g3 g5",
-         "0 = = | 0:20=0000 0:24=0d1e 0:458+66 0:27=7f | 0/4 after 5, 244..366"},
-        {"data pages", "u9", "W121 W122 G121-122",
-         "0 0 = | 2:139=7f 2:8126+66 2:139=00 3:18=7f 3:140+66 3:18=00 | 0/0 after 0, 244..366"},
-        {"never twice", "u9 d10=0x7F d11=0xFE", "W9 W10 W11", "5 5 5 | | 0/0 after 0, 244..366"},
+         "= zeros 5 = = = zeros | 0/3 after 6, 244..366"},
+        {"FAT pages", "", "w0 w3 w1 w1 g1 g3", "0 0 0 0 = = | 0/4 after 1, 244..366"},
+        {"into the blank EU", "eu0 3 1 f4=119 4", "w2 g1-4", "0 = | 1/1 after 2, 244..366"},
+        {"after a reclaim", "eu0 3 1 f4=120 eu1 seq=9 src=5 3 4 f5=120", "w2 g1-4", "0 = | 5/2 after 2, 244..366"},
+        {"programmed frames are passed by", "eu0 3 p4", "w5 g3 g5", "0 = = | 0/4 after 5, 244..366"},
+        {"data pages", "u9", "W121 W122 G121-122", "0 0 = | 0/0 after 0, 244..366"},
+        {"never twice", "u9 d10=0x7F d11=0xFE", "W9 W10 W11", "5 5 5 | 0/0 after 0, 244..366"},
         {"trimmed in memory only", "eu0 3 4 u130", "t5 T131 t3 t3 T130 T130 g3 G130 m g3",
-         "0 0 0 0 0 0 zeros zeros 0 = | | 0/2 after 4, 244..366"},
-        {"all dead", "d0-365", "a a", "65533 #0 | E5 2>5 | 0/0 after 0, 1..122"},
+         "0 0 0 0 0 0 zeros zeros 0 = | 0/2 after 4, 244..366"},
+        {"all dead", "d0-365", "a a", "65533 #0 | 0/0 after 0, 1..122"},
     });
-    check({{"no data EUs", "", "a a", "65533 28 | E3 0>3 | 1/0 after 0, 0"}}, 4, 0);
+    check({{"no data EUs", "", "a a", "65533 28 | 1/0 after 0, 0"}}, 4, 0);
 }
 
 TEST(FtlRead, ByFlashAlone)
@@ -74,7 +68,7 @@ TEST(FtlWrite, ReadsBackSevenTimes)
     ASSERT_EQ(b.open(), 0U);
     b.chip.fail(chip_call::read, 2, chip_fault::garbled, 7); // behind the look at the blank frame
     EXPECT_EQ(b.run("w0"), "5 ");
-    EXPECT_EQ(b.story(), "0:18=5b0b "); // read back seven times, written once
+    EXPECT_EQ(b.chip.journal().size(), 1U); // read back seven times, written once
 }
 
 // Forward through the open group; at its end a flush is asked for once, then the oldest group with room opens, and if

@@ -80,27 +80,21 @@ TEST(FtlReclaim, DataEu)
 {
     const std::string no_room = " d122-365"; // elsewhere
     check({
-        {"all live", "u0-121" + no_room, "r2 G0-121",
-         "38807 = | E5 5:4100+4092 5:78+62 5:140+3960 5:18+60 2>5 | 0/0 after 0, 122"},
-        {"scattered", "u0-1 d2-4 u5 d6-120 u121" + no_room, "r2 G0-1 G5 G121",
-         "0 = = = | E5 5:8126+66 5:139=00 5:470+66 5:23=00 5:140+132 5:18=0000 2>5 | 0/0 after 0, 2..122"},
+        {"all live", "u0-121" + no_room, "r2 G0-121", "38807 = | 0/0 after 0, 122"},
+        {"scattered", "u0-1 d2-4 u5 d6-120 u121" + no_room, "r2 G0-1 G5 G121", "0 = = = | 0/0 after 0, 2..122"},
         // The wear rule picks a full EU, the second choice one that gains.
         {"wear first", "eu2 erase=7 eu3 erase=200 eu4 erase=90 u0-299 d300 u301-365", "k1 G0-299 G301-365",
-         "0 = = | E5 5:4100+4092 5:78+62 5:140+3960 5:18+60 2>5 E2 2:4100+4092 2:78+62 2:3902+198 2:75=000000 "
-         "2:140+3696 2:18+56 4>2 | 0/0 after 0, 300..366"},
-        {"the spare", "", "r5 o5", "28 28 | | 0/0 after 0, 244..366"},
-        {"as they are", "", "o1 o3", "0 0 | | 1/0 after 0, 122..244"},
-        {"end of reserved files", "eu0 3 f4=2 u0", "E g3 G0 E g3 G0",
-         "0 = = 0 = = | E5 1:260+132 1:18=580b0c1e 1:23=7f 0>5 E0 5:260+132 5:18=580b0c1e 5:23=7f 1>0 E1 0>1 E0 1>0 | "
-         "5/2 after 4, 244..366"},
+         "0 = = | 0/0 after 0, 300..366"},
+        {"the spare", "", "r5 o5", "28 28 | 0/0 after 0, 244..366"},
+        {"as they are", "", "o1 o3", "0 0 | 1/0 after 0, 122..244"},
+        {"end of reserved files", "eu0 3 f4=2 u0", "E g3 G0 E g3 G0", "0 = = 0 = = | 5/2 after 4, 244..366"},
         {"EU 0 is the spare", "eu0 magic=0 eu5 magic=0xAA557887 src=0 3 f4=2 u0", "E g3 G0",
-         "0 = = | E0 1>0 | 5/2 after 4, 244..366"},
+         "0 = = | 5/2 after 4, 244..366"},
     });
     check({{"one EU a call; group 0 moves twice", "eu0 3 u0 d5 u122 u300", "F F F F g3 G0 G122 G300",
-            "11 11 11 0 = = = = | E4 4:140+66 4:18=00 1>4 E1 1:140+66 1:18=00 2>1 E2 2:3836+66 2:74=00 3>2 E3 3:140+66 "
-            "3:18=00 4>3 | 0/1 after 3, 244..366"}},
+            "11 11 11 0 = = = = | 0/1 after 3, 244..366"}},
           5, 3);
-    check({{"no data EU", "", "F", "0 | | 0/0 after 0, 0"}}, 4, 0);
+    check({{"no data EU", "", "F", "0 | 0/0 after 0, 0"}}, 4, 0);
 }
 
 // Live pages of EU 0 go behind the newest ones of the log, data first, records after it. 75 FAT pages; EUs 0 to 3 are
@@ -109,8 +103,8 @@ TEST(FtlReclaim, DataEu)
 TEST(FtlReclaim, LogEu)
 {
     for (unsigned n = 1; n <= 9; ++n) {
-        bench b(plan("eu0 seq=10 src=7 eu1 seq=11 src=7 eu2 seq=12 src=7 eu3 seq=13 src=7 eu0 f74=20 0-9 f74=120 "
-                     "eu1 seq=20 f74=117",
+        bench b(plan("eu0 seq=10 src=7 eu1 seq=11 src=7 eu2 seq=12 src=7 eu3 seq=13 src=7 eu0 f74=20 0-9 f74=120 eu1 "
+                     "seq=20 f74=117",
                      8, 3, 2000));
         ASSERT_EQ(b.open(), 0U);
         b.chip.fail(chip_call::write, n, chip_fault::before);
@@ -131,7 +125,7 @@ TEST(FtlReclaim, WithoutMemoryOrMap)
         fail_allocation(1);
         EXPECT_EQ(b.run(call), "12 ");
     }
-    EXPECT_EQ(b.story(), "");
+    EXPECT_TRUE(b.chip.journal().empty());
     EXPECT_EQ(live_blocks, held);
     b.ctx.alloc_map = nullptr; // opened for reading only: nobody knows which pages are live
     EXPECT_EQ(b.run("r2"), "22 ");

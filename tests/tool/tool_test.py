@@ -354,20 +354,6 @@ def set_limit(folder, path, limit):
     overwrite("ftbl.bin", table.index(path.encode()) + 64, struct.pack("<I", limit))(folder)
 
 
-class Check(ToolTest):
-    def test_faults_are_told_and_explained(self):
-        folder = self.sample()
-        self.assertEqual(self.ok("check", cwd=folder), b"yfs.img: afs: clean\nefs.img: efs: clean\n")
-        for name, offset in [("yfs.img", 0x2000), ("efs.img", 0)]:
-            overwrite(name, offset, bytes(300))(folder)
-        done = run("check", "--json", cwd=folder)
-        self.assertEqual(done.returncode, 4, done.stderr)
-        images = json.loads(done.stdout)["images"]
-        self.assertTrue(all(image["faults"] for image in images), images)
-        for finding in (f for image in images for f in image["findings"]):
-            self.assertIn(finding["meaning"].encode(), self.ok("explain", finding["id"], cwd=folder))
-
-
 class Errors(ToolTest):
     def test_refusals(self):
         for fault, status, args, change, says in REFUSALS:

@@ -271,6 +271,9 @@ class Mending(ToolTest):
         before = state_of(folder)
         done = run("repair", cwd=folder)
         self.assertEqual((done.returncode, state_of(folder)), (4, before))
+        for image in json.loads(run("check", "--json", cwd=folder).stdout)["images"]:
+            self.assertTrue(image["faults"], image)
+            for finding in image["findings"]: self.assertIn(finding["meaning"].encode(), self.ok("explain", finding["id"], cwd=folder))
         self.assertIn(b"lost: afs#5 /home/boot/splash", done.stderr)
         self.assertEqual(run("repair", "--lossy", cwd=folder).returncode, 1)
         self.assertEqual(run("check", cwd=folder).returncode, 0)
