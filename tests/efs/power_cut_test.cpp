@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <set>
 
 namespace yfs::test {
 namespace {
@@ -37,6 +38,19 @@ struct scenario {
     bool moves = false;    // whether wear levelling moves a block
     friend void PrintTo(const scenario& s, std::ostream* out) { *out << s.name; }
 };
+
+void prepare(efs_rig& r, const scenario& s)
+{
+    ASSERT_EQ(r.mount(), 0U);
+    for (const unsigned i : {0U, 1U, 2U, 4U})
+        ASSERT_TRUE(i >= g_efs_files_num ||
+                    r.perform({efs_call::write, i, bytes(EFS_files[i].max_size - 3U * i, i)}) == 0);
+    for (unsigned i = 0; i < s.history; ++i) ASSERT_EQ(r.perform({efs_call::write, 0, bytes(100 + i % 150, i)}), 0U);
+    while (s.switches && s.geo.slot_fits(efs_ctx.bme_offset + s.geo.bme_bytes())) // up to the last slot of the BM
+        ASSERT_EQ(r.perform({efs_call::write, 0, bytes(7, efs_ctx.bme_offset)}), 0U);
+    ASSERT_EQ(r.mount(), 0U);
+    r.chip.keep_journal(true);
+}
 
 class EfsPowerCut : public testing::TestWithParam<scenario> {
 protected:
@@ -84,19 +98,11 @@ TEST_P(EfsPowerCut, LeavesTheOldOrTheNewState)
 {
     const scenario& s = GetParam();
     efs_rig r(fresh_image(s.geo, usual_files(s.geo), s.threshold));
-    ASSERT_EQ(r.mount(), 0U);
-    for (const unsigned i : {0U, 1U, 2U, 4U})
-        ASSERT_TRUE(i >= g_efs_files_num ||
-                    r.perform({efs_call::write, i, bytes(EFS_files[i].max_size - 3U * i, i)}) == 0);
-    for (unsigned i = 0; i < s.history; ++i) ASSERT_EQ(r.perform({efs_call::write, 0, bytes(100 + i % 150, i)}), 0U);
-    while (s.switches && s.geo.slot_fits(efs_ctx.bme_offset + s.geo.bme_bytes())) // up to the last slot of the BM
-        ASSERT_EQ(r.perform({efs_call::write, 0, bytes(7, efs_ctx.bme_offset)}), 0U);
-
-    ASSERT_EQ(r.mount(), 0U);
+    prepare(r, s);
+    if (HasFatalFailure()) return;
     blob base = r.image;
     const efs_contents before = r.files;
     const std::uint32_t sequence = efs_ctx.bm_sequence;
-    r.chip.keep_journal(true);
     ASSERT_EQ(r.perform(s.op), 0U);
     const std::vector<chip_change>& journal = r.chip.journal();
     EXPECT_EQ(efs_ctx.bm_sequence - sequence, s.switches ? 1U : 0U);
@@ -145,6 +151,56 @@ const scenario scenarios[] = {
     {"idle wear levelling", usual, 4, 14, {efs_call::idle}, false, true},
 };
 INSTANTIATE_TEST_SUITE_P(AllChanges, EfsPowerCut, testing::ValuesIn(scenarios));
+
+// What a change is for, by where it falls.
+std::string purpose(const chip_change& change, std::uint32_t bm_num)
+{
+    const bool map = change.addr / efs::block_bytes < bm_num;
+    const std::uint32_t at = change.addr % efs::block_bytes;
+    if (change.kind == chip_call::erase) return map ? "erase map" : "erase block";
+    if (at == offsetof(efs::efs_block_header_t, crc)) return map ? "void map header" : "void block header";
+    if (at == 0) return !map ? "block header" : change.bytes[0] == 0 ? "retire map" : "map header";
+    if (map) return "entry";
+    return at == offsetof(efs::data_block_t, footer) ? "footer"
+           : change.len == efs::data_area_bytes      ? "contents"
+                                                     : "whole block";
+}
+
+// The order of two neighbours decides, or either order holds: if one of these could be turned round without a loss, the
+// cuts above would prove little.
+TEST_F(EfsPowerCut, TheDecidingPairsLoseTurnedRound)
+{
+    using pairs = std::set<std::pair<std::string, std::string>>;
+    pairs losing;
+    for (const scenario& s : scenarios) {
+        efs_rig r(fresh_image(s.geo, usual_files(s.geo), s.threshold));
+        prepare(r, s);
+        const blob start = r.image;
+        const efs_contents before = r.files;
+        ASSERT_EQ(r.perform(s.op), 0U);
+        for (std::size_t i = 0; i + 1 < r.chip.journal().size(); ++i) {
+            std::vector<chip_change> order = r.chip.journal();
+            std::swap(order[i], order[i + 1]);
+            blob now = start;
+            bool lost = false;
+            for (std::size_t k = 0; !lost && k < order.size(); ++k) {
+                replay_cut(now, order[k], order[k].len);
+                if (k >= i) lost = !judge(now, k + 1 == order.size() ? r.files : before, r.files, false, false).empty();
+            }
+            if (lost) losing.emplace(purpose(order[i + 1], s.geo.bm_num), purpose(order[i], s.geo.bm_num));
+        }
+    }
+    EXPECT_EQ(losing, (pairs{{"block header", "void block header"},
+                             {"entry", "map header"},
+                             {"entry", "void block header"},
+                             {"erase block", "block header"},
+                             {"erase map", "entry"},
+                             {"footer", "entry"},
+                             {"map header", "retire map"},
+                             {"void block header", "erase block"},
+                             {"void map header", "erase map"},
+                             {"whole block", "entry"}}));
+}
 
 } // namespace
 } // namespace yfs::test
