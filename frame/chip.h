@@ -22,6 +22,12 @@ inline bool in_image(std::uint32_t at, std::uint32_t len)
     return !bounded || std::uint64_t{at} + len <= gpBuffer_bound.bytes;
 }
 
+// Where `len` bytes at `at` stand in memory. Null on a chip of a program's own, and outside the image.
+[[nodiscard]] inline std::uint8_t* in_place(std::uint32_t at, std::uint32_t len)
+{
+    return built_in && in_image(at, len) ? gpBuffer + at : nullptr;
+}
+
 // One read. Null: the chip failed. Else the bytes, in the image or in `buf`: they are to be used before the next write.
 [[nodiscard]] inline const std::uint8_t* look(std::uint32_t at, std::uint32_t len, void* buf)
 {

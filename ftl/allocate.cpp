@@ -1,7 +1,7 @@
 // Free chunks. The cursor runs forward through one group; behind its end the next group comes from a reclaim. Before
 // that the caller is asked once to flush, so that a reclaim finds everything allocated so far on flash.
 #include "ftl/flash_io.h"
-#include "ftl/ftl_internal.h"
+#include "ftl/group_table.h"
 
 namespace yfs::ftl {
 
@@ -22,11 +22,13 @@ static std::uint32_t open_next_group(afs_context& ctx)
 // `free` tells whether chunk `pos` can be handed out. 0 | 5.
 static std::uint32_t look_at_slot(const afs_context& ctx, std::uint32_t pos, bool& free)
 {
-    free = ctx.alloc_map != nullptr && pos < ctx.chunks && !chunk_in_use(ctx, pos) && is_owned(ctx, pos / data_slots);
+    free = false;
+    if (ctx.alloc_map == nullptr || pos >= ctx.chunks || chunk_in_use(ctx, pos)) return afs_status::ok;
+    const std::uint32_t owner = owner_or_none(ctx, pos / data_slots);
+    free = owner != none;
     if (!free || ctx.ftl->alloc_check_flash == 0) return afs_status::ok;
 
     // A trimmed page has a clear bit and a record that isn't blank: it is dead until its EU is reclaimed.
-    const std::uint32_t owner = find_owner(ctx, pos / data_slots);
     std::uint8_t record = data_rec_complete; // a read that brings nothing must not make the slot look free
     if (!read_flash(eu_at(ctx, owner) + data_record_at(pos % data_slots), sizeof record, &record)) {
         return afs_status::failed;

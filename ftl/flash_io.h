@@ -37,6 +37,43 @@ template <flash_record R>
     return write_verified(at, sizeof record, &record, &check);
 }
 
+// Access to one EU, whose place on the library's own chip is looked up but once.
+class unit_access {
+public:
+    explicit unit_access(std::uint32_t at) : at_(at), bytes_(chip::in_place(at, eu_size)) {}
+
+    template <flash_record R>
+    [[nodiscard]] bool read(std::uint32_t offset, R& record) const
+    {
+        if (bytes_ == nullptr) return chip::read(at_ + offset, sizeof record, &record);
+        record = load<R>(bytes_ + offset);
+        return true;
+    }
+    template <flash_record R>
+    [[nodiscard]] bool write_verified(std::uint32_t offset, const R& record) const
+    {
+        if (bytes_ == nullptr) return ftl::write_verified(at_ + offset, record);
+        store(bytes_ + offset, record);
+        return same_bytes<sizeof record>(bytes_ + offset, &record);
+    }
+
+private:
+    // Word by word, which for these few bytes is shorter than a call.
+    template <std::size_t count>
+    static bool same_bytes(const void* a, const void* b)
+    {
+        std::uint8_t left[count], right[count];
+        std::memcpy(left, a, count);
+        std::memcpy(right, b, count);
+        unsigned differ = 0;
+        for (std::size_t i = 0; i < count; ++i) differ |= left[i] ^ unsigned { right[i] };
+        return differ == 0;
+    }
+
+    std::uint32_t at_;
+    std::uint8_t* bytes_;
+};
+
 // Erases a whole EU, both halves. False at the first half that failed.
 [[nodiscard]] bool erase_eu(std::uint32_t at);
 
@@ -48,7 +85,20 @@ inline std::uint16_t page_crc(const std::uint8_t* data, std::uint32_t page)
 }
 
 // The frame as it goes to flash.
-page_frame_t make_frame(const void* data, std::uint32_t page);
+inline page_frame_t make_frame(const void* data, std::uint32_t page)
+{
+    page_frame_t frame;
+    std::memcpy(frame.data, data, page_bytes);
+    frame.crc = page_crc(frame.data, page);
+    return frame;
+}
+
+// Whether the bytes lie erased.
+inline bool blank(const std::uint8_t* bytes, std::size_t count)
+{
+    constexpr std::uint8_t erased = 0xFF;
+    return count == 0 || (bytes[0] == erased && std::memcmp(bytes, bytes + 1, count - 1) == 0);
+}
 
 // Reads a run of frames until page_of(i) is the key that fits the i-th. Null if the chip failed or a frame stayed
 // wrong; else the frames, in `buf` or where they stand on the flash: they are to be used before the next write.

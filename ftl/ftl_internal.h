@@ -78,12 +78,8 @@ struct data_place {
     std::uint32_t slot;
 };
 data_place find_data_page(const afs_context& ctx, std::uint32_t index);
-// Whether a group has an owner at all. What is written goes to owned groups only.
-bool is_owned(const afs_context& ctx, std::uint32_t group);
 // To be called wherever the table's base_page changes.
 void forget_owners(ftl_context& ftl);
-// The EU that holds a group, the first in index order; EU 0 if none does, and the page's CRC then decides.
-std::uint32_t find_owner(const afs_context& ctx, std::uint32_t group);
 
 // The record of a page that follows `last_page` in a log.
 std::uint16_t log_record(std::uint16_t last_page, std::uint16_t page);

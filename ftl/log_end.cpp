@@ -3,13 +3,9 @@
 #include "ftl/flash_io.h"
 #include "ftl/ftl_internal.h"
 
-#include <span>
-
 namespace yfs::ftl {
 
 namespace {
-
-constexpr std::uint8_t erased = 0xFF;
 
 // Behind a torn slot the next one is lost too, since its record may be half programmed.
 void skip_pair(ftl_context& ftl)
@@ -33,10 +29,11 @@ bool count_blank_frames(const afs_context& ctx, std::uint32_t& count, std::uint8
     const std::uint32_t at = eu_at(ctx, ctx.ftl->log_eu) + log_frame_at(ctx.ftl->log_slot);
     std::uint32_t blank = 0;
     for (int t = 0; t < tries && blank < count; ++t) {
-        if (!read_flash(at, count * frame_size, buf)) return false;
-        const auto bytes = std::span(buf, count * frame_size);
-        const auto programmed = std::find_if(bytes.begin(), bytes.end(), [](std::uint8_t b) { return b != erased; });
-        blank = std::max(blank, static_cast<std::uint32_t>(programmed - bytes.begin()) / frame_size);
+        const std::uint8_t* const frames = chip::look(at, count * frame_size, buf);
+        if (frames == nullptr) return false;
+        std::uint32_t now = 0;
+        while (now < count && ftl::blank(frames + now * frame_size, frame_size)) ++now;
+        blank = std::max(blank, now);
     }
     count = blank;
     return true;

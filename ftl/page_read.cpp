@@ -1,49 +1,9 @@
 // Reading pages: FAT pages where the page map says, data pages by arithmetic and the owner of their group. Every page
 // that comes from flash has passed its CRC.
 #include "ftl/flash_io.h"
-#include "ftl/ftl_internal.h"
+#include "ftl/group_table.h"
 
 namespace yfs::ftl {
-
-static std::uint16_t base_page_of(const afs_context& ctx, std::uint32_t group)
-{
-    return low16(fat_pages(ctx) + data_slots * group);
-}
-
-// The owner by a scan of the headers' table, remembered for the group. What is remembered counts only while the table
-// still says so; a hand-over forgets it all.
-static std::uint32_t find_owner_or_none(const afs_context& ctx, std::uint32_t group)
-{
-    ftl_context& ftl = *ctx.ftl;
-    const std::uint16_t base_page = base_page_of(ctx, group);
-    const bool remembers = group < sizeof ftl.group_owner;
-    if (remembers) {
-        const std::uint8_t last = ftl.group_owner[group];
-        if (last < ftl.eu_count && ftl.eu_table[last].base_page == base_page) return last;
-    }
-    for (std::uint32_t eu = 0; eu < ftl.eu_count; ++eu) {
-        if (ftl.eu_table[eu].base_page != base_page) continue;
-        if (remembers) ftl.group_owner[group] = low8(eu);
-        return eu;
-    }
-    return none;
-}
-
-void forget_owners(ftl_context& ftl)
-{
-    std::memset(ftl.group_owner, 0xFF, sizeof ftl.group_owner);
-}
-
-bool is_owned(const afs_context& ctx, std::uint32_t group)
-{
-    return find_owner_or_none(ctx, group) != none;
-}
-
-std::uint32_t find_owner(const afs_context& ctx, std::uint32_t group)
-{
-    const std::uint32_t eu = find_owner_or_none(ctx, group);
-    return eu != none ? eu : 0;
-}
 
 data_place find_data_page(const afs_context& ctx, std::uint32_t index)
 {

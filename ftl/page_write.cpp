@@ -1,7 +1,7 @@
 // Writing and giving up pages. A page is in force with one byte, written last: for a FAT page the top bit of the next
 // record, for a data page its record 0x00. The tables in memory change only after that.
 #include "ftl/flash_io.h"
-#include "ftl/ftl_internal.h"
+#include "ftl/group_table.h"
 
 namespace yfs::ftl {
 
@@ -34,13 +34,13 @@ static std::uint32_t write_log_page(afs_context& ctx, std::uint16_t page, const 
     if (const std::uint32_t status = find_log_slot(ctx); status != afs_status::ok) return status;
 
     ftl_eu_entry& log = ftl.eu_table[ftl.log_eu];
-    const std::uint32_t eu = eu_at(ctx, ftl.log_eu);
+    const unit_access eu(eu_at(ctx, ftl.log_eu));
     const le16 record = log_record(ftl.last_page, page);
     log.free = 0;
-    if (!write_verified(eu + log_record_at(ftl.log_slot), record) ||
-        !write_verified(eu + log_frame_at(ftl.log_slot), make_frame(data, page)) ||
+    if (!eu.write_verified(log_record_at(ftl.log_slot), record) ||
+        !eu.write_verified(log_frame_at(ftl.log_slot), make_frame(data, page)) ||
         // COMMIT: before this byte the slot doesn't exist for a mount, after it the slot is in force.
-        (!write_verified(eu + log_commit_at(ftl.log_slot), log_commit_byte) && !is_committed(ctx))) {
+        (!eu.write_verified(log_commit_at(ftl.log_slot), log_commit_byte) && !is_committed(ctx))) {
         pass_damaged_slot(ctx);
         return afs_status::failed;
     }
@@ -59,24 +59,24 @@ static std::uint32_t write_log_page(afs_context& ctx, std::uint16_t page, const 
 static std::uint32_t write_data_page(afs_context& ctx, std::uint32_t index, std::uint32_t page, const void* data)
 {
     ftl_context& ftl = *ctx.ftl;
-    if (ctx.alloc_map == nullptr || index >= ctx.chunks || !is_owned(ctx, index / data_slots))
-        return afs_status::failed;
-    const data_place place = find_data_page(ctx, index);
-    const std::uint32_t eu = eu_at(ctx, place.eu);
-    const std::uint32_t record_at = eu + data_record_at(place.slot);
+    if (ctx.alloc_map == nullptr || index >= ctx.chunks) return afs_status::failed;
+    const std::uint32_t owner = owner_or_none(ctx, index / data_slots);
+    if (owner == none) return afs_status::failed;
+    const std::uint32_t slot = index % data_slots;
+    const unit_access eu(eu_at(ctx, owner));
     std::uint8_t record = data_rec_complete; // a read that brings nothing must not make the slot look free
-    if (!read_flash(record_at, sizeof record, &record) || record != data_rec_free) return afs_status::failed;
+    if (!eu.read(data_record_at(slot), record) || record != data_rec_free) return afs_status::failed;
 
-    if (!write_verified(record_at, data_rec_begun)) {
+    if (!eu.write_verified(data_record_at(slot), data_rec_begun)) {
         ftl.alloc_check_flash = 1; // it may have landed all the same
         return afs_status::failed;
     }
-    --ftl.eu_table[place.eu].free;
-    if (!write_verified(eu + data_frame_at(place.slot), make_frame(data, page))) return afs_status::failed;
-    if (!write_verified(record_at, data_rec_complete)) return afs_status::failed;
+    --ftl.eu_table[owner].free;
+    if (!eu.write_verified(data_frame_at(slot), make_frame(data, page))) return afs_status::failed;
+    if (!eu.write_verified(data_record_at(slot), data_rec_complete)) return afs_status::failed;
 
     ctx.alloc_map[index >> 5] |= 1U << (index & 31U);
-    --ftl.eu_table[place.eu].dirty;
+    --ftl.eu_table[owner].dirty;
     return afs_status::ok;
 }
 
@@ -97,7 +97,7 @@ static void trim_data_page(afs_context& ctx, std::uint32_t index)
     if (group == ftl.alloc_next / data_slots) ftl.alloc_check_flash = 1;
     if (!chunk_in_use(ctx, index)) return;
     ctx.alloc_map[index >> 5] &= ~(1U << (index & 31U));
-    if (is_owned(ctx, group)) ++ftl.eu_table[find_owner(ctx, group)].dirty;
+    if (const std::uint32_t owner = owner_or_none(ctx, group); owner != none) ++ftl.eu_table[owner].dirty;
 }
 
 std::uint32_t ftl_copy_pages(afs_context* ctx, std::uint32_t src_off, std::uint32_t dst_off, std::uint32_t slot,

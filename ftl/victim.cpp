@@ -21,9 +21,12 @@ bool is_of_kind(const ftl_context& ftl, std::uint32_t eu, std::uint32_t kind)
 std::uint32_t find_open_eu(const ftl_context& ftl, std::uint32_t kind)
 {
     std::uint32_t found = none;
+    std::uint32_t oldest = 0;
     for (std::uint32_t eu = 0; eu < ftl.eu_count; ++eu) {
-        if (!is_of_kind(ftl, eu, kind) || ftl.eu_table[eu].free == 0) continue;
-        if (found == none || ftl.eu_table[eu].seq < ftl.eu_table[found].seq) found = eu;
+        const ftl_eu_entry& entry = ftl.eu_table[eu];
+        if (entry.free == 0 || (found != none && entry.seq >= oldest) || !is_of_kind(ftl, eu, kind)) continue;
+        found = eu;
+        oldest = entry.seq;
     }
     return found;
 }
