@@ -8,8 +8,7 @@
 #include <algorithm>
 #include <iostream>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::efs_power_cut {
 
 // Headers, entries and footers are cut after every byte, long writes after every `stride`-th, and every fourth of these
 // in a wide image. A build for finding bugs is slow; it takes fewer places.
@@ -146,5 +145,4 @@ const scenario scenarios[] = {
 };
 INSTANTIATE_TEST_SUITE_P(AllChanges, EfsPowerCut, testing::ValuesIn(scenarios));
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::efs_power_cut

@@ -6,8 +6,7 @@
 #include <filesystem>
 #include <fstream>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::facade_facade {
 
 const auto rebuilt = yeYfsGetBuildZonCfgFcsBuffer;
 const char a[] = "/home/a", b[] = "/home/B"; // b sorts first
@@ -256,5 +255,4 @@ TEST(SampleSets, AreRunTwiceAndHoldTheSameValues)
     }
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::facade_facade

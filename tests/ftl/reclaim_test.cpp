@@ -1,8 +1,7 @@
 // Choosing a victim, moving its pages, handing over.
 #include "tests/ftl/ftl_bench.h"
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::ftl_reclaim {
 
 // The table as a text: seq/erase_count/dirty/free of EUs 0 and 1 (log), 2 to 4 (data); 5 is the spare and tempts.
 void set(bench& b, const char* table)
@@ -137,5 +136,4 @@ TEST(FtlReclaim, WithoutMemoryOrMap)
     }
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::ftl_reclaim

@@ -8,8 +8,7 @@
 #include <algorithm>
 #include <cstddef>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::power_cut_power_cut {
 
 // A build for finding bugs is slow; it takes every seventh place of the long writes.
 #ifdef NDEBUG
@@ -310,5 +309,4 @@ TEST(PowerCutInAHeader, WithEverySequenceNumber)
     }
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::power_cut_power_cut

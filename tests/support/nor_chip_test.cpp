@@ -3,8 +3,7 @@
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::support_nor_chip {
 
 using row = std::vector<std::uint8_t>;
 
@@ -49,5 +48,4 @@ TEST_F(NorChip, LosesPowerInTheMiddle)
     }
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::support_nor_chip
