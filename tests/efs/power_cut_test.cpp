@@ -62,7 +62,7 @@ protected:
         const auto status = r.perform({efs_call::write, 1, bytes(50, 200)});
         if (status != 0) return "a further write: " + std::to_string(status);
         if (const auto trouble = r.trouble(); !trouble.empty()) return "after a further write: " + trouble;
-        if (!r.chip.violations().empty()) return "the chip: " + to_string(r.chip.violations()[0]);
+        if (!r.chip.violations().empty()) return "the chip: " + r.chip.violations()[0];
         blob base = image;
         for (const chip_change& change : again ? r.chip.journal() : std::vector<chip_change>()) {
             for (const std::uint32_t at : places(change, repair_stride)) {
