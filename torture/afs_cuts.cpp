@@ -112,7 +112,7 @@ void cut_again(job& work, const image_bytes& first, std::uint64_t& dice)
                 if (wrong.empty() && (mount(image) != ok || !state_of(work.before, work.after, work.touched)))
                     wrong = "lost by a write";
             }
-            if (wrong.empty() && !run.chip.violations().empty()) wrong = to_string(run.chip.violations()[0]);
+            if (wrong.empty() && !run.chip.violations().empty()) wrong = run.chip.violations()[0];
             if (!wrong.empty())
                 report_loss(work.all, work.seed,
                             "second cut, change " + std::to_string(n) + ", byte " + std::to_string(done) + ": " +
@@ -165,7 +165,7 @@ void cut_afs(std::uint64_t seed, totals& all)
             scratch run(image);
             const spi_chip_guard guard(run.chip);
             std::string wrong = go_on(image, work.before, work.after, work.touched);
-            if (wrong.empty() && !run.chip.violations().empty()) wrong = to_string(run.chip.violations()[0]);
+            if (wrong.empty() && !run.chip.violations().empty()) wrong = run.chip.violations()[0];
             if (!wrong.empty())
                 report_loss(all, seed,
                             op.text() + ", change " + std::to_string(n) + ", byte " + std::to_string(done) + ": " +

@@ -47,7 +47,7 @@ void check(blob& image, const blob& base, const chip_change& change, const efs_c
     scratch run(image);
     use_efs_chip(&run.chip);
     std::string wrong = go_on(image, before, after);
-    if (wrong.empty() && !run.chip.violations().empty()) wrong = to_string(run.chip.violations()[0]);
+    if (wrong.empty() && !run.chip.violations().empty()) wrong = run.chip.violations()[0];
     use_efs_chip(nullptr);
     if (!wrong.empty()) report_loss(all, seed, where + ": " + wrong);
     run.restore(base, change);

@@ -3,8 +3,7 @@
 
 #include <cstring>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::afs_cache {
 
 TEST(AfsCache, MadeAnew)
 {
@@ -45,5 +44,4 @@ TEST(AfsCache, MadeAnew)
     EXPECT_TRUE(b.read(25) == content() && b.read(57) == content());
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::afs_cache

@@ -2,8 +2,7 @@
 #include "tests/afs/afs_bench.h"
 #include "yfs/make_volume.h"
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::afs_make_volume {
 
 TEST(MakeVolume, GeometryOfEverySize)
 {
@@ -53,5 +52,4 @@ TEST(MakeVolume, ArgumentsAndBytes)
     EXPECT_EQ(image[0xC000 + 5000], 0x33);
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::afs_make_volume

@@ -3,8 +3,7 @@
 #include "yfs/dfs.h"
 #include "yfs/medium.h"
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::afs_open {
 
 // 366 chunks, a FAT of 960 bytes; EUs 0 and 1 are log, 2 to 4 data, 5 is the spare.
 volume small()
@@ -235,5 +234,4 @@ TEST(AfsOpen, EveryReadAndAllocationCanFail)
     EXPECT_EQ(live_blocks, held + 9);
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::afs_open

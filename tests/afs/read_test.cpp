@@ -1,8 +1,7 @@
 // Reading: bytes against a model, and how many flash reads they cost.
 #include "tests/afs/afs_bench.h"
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::afs_read {
 
 // Reads a part and compares it; what lies behind the part stays.
 void expect_part(bench& b, const content& model, std::uint32_t offset, std::uint32_t wanted)
@@ -105,5 +104,4 @@ TEST(AfsRead, Statuses)
     }
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::afs_read

@@ -1,8 +1,7 @@
 // Deleting, zombies, what is given back to the FTL, and the maintenance forwards.
 #include "tests/afs/afs_bench.h"
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::afs_remove {
 
 // What each operation makes of each state of a number, and what the next mount makes of that. A head of 105 has
 // contents; a write makes it 100.
@@ -101,5 +100,4 @@ TEST(AfsMaintenance, PlainAccess)
     EXPECT_NE(afs_sub_pt_read(&b.ctx, 16, 1, &byte), 0U);
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::afs_remove

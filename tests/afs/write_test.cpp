@@ -1,8 +1,7 @@
 // Changing files: what becomes of contents and chain, and what a failure leaves.
 #include "tests/afs/afs_bench.h"
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::afs_write {
 
 TEST(AfsWrite, Limits)
 {
@@ -69,5 +68,4 @@ TEST(AfsWrite, PlainSearchWithoutTheFtl)
     EXPECT_EQ((words{take(), afs_allocate_chunk(&b.ctx, &cid)}), (words{463, 28}));
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::afs_write

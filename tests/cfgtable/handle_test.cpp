@@ -3,8 +3,7 @@
 
 #include <cstring>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::cfgtable_handle {
 
 const std::string name_48 = "/home/" + std::string(42, 'n');
 
@@ -32,16 +31,11 @@ TEST(handle, null_handle_comes_first)
 TEST(add_new_file, statuses_in_their_order)
 {
     const active_table table(files);
-    struct {
-        const char* name;
-        std::string file;
-        std::uint32_t fileno;
-        std::size_t payload;
-        std::uint32_t length; // 0: that of the image
-        bool check_size;
-        std::uint32_t status;
-        std::uint32_t fileno_after;
-    } const cases[] = {
+    // File, number, payload, length (0: that of the image), whether maxSize counts; the status and the number
+    // afterwards.
+    using row = std::tuple<const char*, std::string, std::uint32_t, std::size_t, std::uint32_t, bool, std::uint32_t,
+                           std::uint32_t>;
+    const row cases[] = {
         {"new", "/home/b", 0x502, 3, 0, false, 0, 0x502},
         {"any name with a known number", "anything", 0x502, 0, 0, false, 0, 0x502},
         {"length 11", "/home/b", 0, 0, 11, true, 5, 0},
@@ -63,20 +57,20 @@ TEST(add_new_file, statuses_in_their_order)
         {"taken", "/home/a", 0x501, 1, 0, true, 11, 0x501},
         {"taken, number by name all the same", "/home/a", 0, 1, 0, true, 11, 0x501},
     };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, path, fileno, size, told, check_size, status, fileno_after] : cases) {
+        SCOPED_TRACE(name);
         fcs tree;
         const blob old = make_file_image(0x501, {9, 9});
         ASSERT_EQ(0U, tree.add("/home/a", old));
 
-        blob image = make_file_image(row.fileno, payload(row.payload), 0xFFFE);
-        blob expected = make_file_image(row.fileno_after, payload(row.payload), 0xFFFE);
-        const std::uint32_t length = row.length != 0 ? row.length : low32(image.size());
-        EXPECT_EQ(row.status, addNewFile(tree.handle, "/any", row.file.c_str(), image.data(), length, row.check_size));
+        blob image = make_file_image(fileno, payload(size), 0xFFFE);
+        blob expected = make_file_image(fileno_after, payload(size), 0xFFFE);
+        const std::uint32_t length = told != 0 ? told : low32(image.size());
+        EXPECT_EQ(status, addNewFile(tree.handle, "/any", path.c_str(), image.data(), length, check_size));
         EXPECT_EQ(expected, image);
         expected.resize(low16(length));
-        EXPECT_TRUE(row.status != 0 || tree.image(row.file.substr(0, 48)) == expected);
-        EXPECT_EQ(row.status == 0 ? 2U : 1U, tree.names().size());
+        EXPECT_TRUE(status != 0 || tree.image(path.substr(0, 48)) == expected);
+        EXPECT_EQ(status == 0 ? 2U : 1U, tree.names().size());
         EXPECT_EQ(old, tree.image("/home/a"));
     }
     fcs tree;
@@ -175,5 +169,4 @@ TEST(flush_table, golden_bytes_and_statuses_in_their_order)
     EXPECT_EQ(expected, out);
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::cfgtable_handle

@@ -1,10 +1,9 @@
 // Reading tables: what is accepted, what is refused, what is dropped.
 #include "tests/cfgtable/fixture.h"
 
-#include <cstring>
+#include <algorithm>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::cfgtable_load {
 
 const std::string name_48 = "/home/" + std::string(42, 'n');
 
@@ -28,11 +27,8 @@ TEST(load_table, accepts_and_refuses)
         return bytes;
     };
     const cfg_file empty_b = {0x501, {}, 0};
-    struct {
-        const char* name;
-        blob bytes;
-        std::optional<std::vector<std::string>> names; // none: refused
-    } const cases[] = {
+    using row = std::tuple<const char*, blob, std::optional<std::vector<std::string>>>; // the names; none: refused
+    const row cases[] = {
         {"no bytes", {}, {}},
         {"3 bytes", blob(3), {}},
         {"4 bytes, no records", count(0, 0), {{}}},
@@ -58,16 +54,16 @@ TEST(load_table, accepts_and_refuses)
         {"65,524 bytes under an unknown number", make_cfg_table({{0x999, payload(65524)}, {0x501}}), {{"/b"}}},
         {"65,535 bytes", make_cfg_table({{0x501, payload(65535)}}), {}},
     };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
-        const auto size = low32(row.bytes.size());
+    for (const auto& [name, table_bytes, names] : cases) {
+        SCOPED_TRACE(name);
+        const auto size = low32(table_bytes.size());
         const std::unique_ptr<std::uint8_t[]> bytes(new std::uint8_t[size]); // exactly as long, for the sanitizers
-        std::copy(row.bytes.begin(), row.bytes.end(), bytes.get());
+        std::ranges::copy(table_bytes, bytes.get());
         fcs tree, made(bytes.get(), size);
-        EXPECT_EQ(row.names ? fcs_status::ok : fcs_status::refused, made.status);
-        EXPECT_EQ(row.names.has_value(), made.handle != nullptr);
-        EXPECT_EQ(row.names.has_value(), loadDataFromFcsBuffer(tree.handle, bytes.get(), size));
-        EXPECT_TRUE(!row.names || (tree.names() == *row.names && made.names() == *row.names));
+        EXPECT_EQ(names ? fcs_status::ok : fcs_status::refused, made.status);
+        EXPECT_EQ(names.has_value(), made.handle != nullptr);
+        EXPECT_EQ(names.has_value(), loadDataFromFcsBuffer(tree.handle, bytes.get(), size));
+        EXPECT_TRUE(!names || (tree.names() == *names && made.names() == *names));
     }
 }
 
@@ -75,22 +71,15 @@ TEST(load_table, accepts_and_refuses)
 TEST(load_table, keeps_what_comes_before_the_first_bad_record)
 {
     const active_table table({{"/d", 1}, {"/c", 2}, {"/b", 3}, {"/a", 4}, {"/a", 5}, {"/c", 6}});
-    const struct {
-        std::vector<cfg_file> records;
-        std::vector<std::string> names;
-    } cases[] = {
-        {{{1}, {4}, {3}, {5}, {2}}, {"/a", "/b", "/d"}},
-        {{{2}, {4}, {6}, {1}, {5}}, {"/a", "/c"}},
-        {{{4}, {2}, {5}, {6}}, {"/a", "/c"}},
-        {{{4}, {4}, {5}, {1}}, {"/a"}},
-        {{{1}, {4, payload(65524)}, {2}}, {"/d"}},
-        {{{1, {}, 1, 0xFFFFFFFF, low16(1)}, {4}, {4}}, {}},
-    };
-    for (const auto& row : cases) {
+    using row = std::pair<std::vector<cfg_file>, std::vector<std::string>>;
+    for (const auto& [records, names] :
+         {row{{{1}, {4}, {3}, {5}, {2}}, {"/a", "/b", "/d"}}, row{{{2}, {4}, {6}, {1}, {5}}, {"/a", "/c"}},
+          row{{{4}, {2}, {5}, {6}}, {"/a", "/c"}}, row{{{4}, {4}, {5}, {1}}, {"/a"}},
+          row{{{1}, {4, payload(65524)}, {2}}, {"/d"}}, row{{{1, {}, 1, 0xFFFFFFFF, low16(1)}, {4}, {4}}, {}}}) {
         fcs tree;
-        const blob bytes = make_cfg_table(row.records);
+        const blob bytes = make_cfg_table(records);
         EXPECT_FALSE(loadDataFromFcsBuffer(tree.handle, bytes.data(), low32(bytes.size())));
-        EXPECT_EQ(row.names, tree.names());
+        EXPECT_EQ(names, tree.names());
     }
 }
 
@@ -112,5 +101,4 @@ TEST(load_table, writes_back_in_order_and_packed)
     EXPECT_EQ(62U, load<_cfg_file_entry_t>(again.image("/a").data()).offset);
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::cfgtable_load

@@ -5,8 +5,7 @@
 #include <map>
 #include <random>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::cfgtable_round_trip {
 
 struct dice {
     std::mt19937 engine;
@@ -86,5 +85,4 @@ TEST(round_trip, random_changes_against_a_model)
     }
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::cfgtable_round_trip

@@ -7,8 +7,7 @@
 #include <algorithm>
 #include <random>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::cfgtable_tree {
 
 using image_editor::Directory;
 using image_editor::File;
@@ -56,12 +55,9 @@ TEST(directory, delete_file_splits_its_path)
     const auto below = std::make_shared<Directory>();
     below->addFile("", make("f"));
     std::snprintf(below->name, sizeof below->name, "dir");
-    const struct {
-        const char* path;
-        bool deleted;
-        std::vector<std::string> left; // of a, b/, c, dir with f
-        std::size_t left_below;
-    } cases[] = {
+    using row = std::tuple<const char*, bool, std::vector<std::string>, std::size_t>;
+    const row cases[] = {
+        // whether it is deleted; what is left of a, b/, c, dir, and in dir of f
         {"", false, {"a", "b/", "c", "dir"}, 1},      {"/a", false, {"a", "b/", "c", "dir"}, 1},
         {"a", true, {"b/", "c", "dir"}, 1},           {"c/", true, {"a", "b/", "dir"}, 1},
         {"b/", false, {"a", "b/", "c", "dir"}, 1},    {"a/b", false, {"a", "b/", "c", "dir"}, 1},
@@ -69,15 +65,14 @@ TEST(directory, delete_file_splits_its_path)
         {"dir/", true, {"a", "b/", "c"}, 1},          {"dir/x", false, {"a", "b/", "c", "dir"}, 1},
         {"dir/f/", true, {"a", "b/", "c", "dir"}, 0},
     };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.path);
+    for (const auto& [path, deleted, left, left_below] : cases) {
         Directory directory;
         for (const char* name : {"c", "a", "b/"}) directory.addFile("", make(name));
         below->children = {make("f")};
         directory.addFile("", below);
-        EXPECT_EQ(row.deleted, directory.deleteFile(row.path));
-        EXPECT_EQ(row.left, names_of(directory));
-        EXPECT_EQ(row.left_below, below->children.size());
+        EXPECT_EQ(deleted, directory.deleteFile(path)) << path;
+        EXPECT_EQ(left, names_of(directory)) << path;
+        EXPECT_EQ(left_below, below->children.size()) << path;
     }
 }
 
@@ -108,5 +103,4 @@ TEST(walk, nested)
     EXPECT_EQ(-1, walk.index);
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::cfgtable_tree

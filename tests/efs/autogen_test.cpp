@@ -49,43 +49,40 @@ TEST(EfsAutogen, RefusesOrPassesOverBadTables)
     // Of the SKU's record: where its list begins, how many records that holds and of how many bytes in all, how large
     // the table becomes.
     constexpr uint32_t list_at = 92, list_count = 96, list_size = 100, files_num = 116;
-    const struct {
-        const char* name;
-        std::map<uint32_t, uint32_t> words; // changed, by offset
-        uint32_t size, status;
-        bool geometry_set = false;
-    } cases[] = {
-        {"no room for the count of rows", {}, 15, 1},
-        {"another magic", {{0, 0x4C425447}}, 368, 1},
-        {"rows behind the end", {{12, 23}}, 368, 1},
-        {"as many rows as a count can tell", {{12, 0xFFFFFFFF}}, 368, 1},
-        {"ends inside what could be EFST", {}, 35, 0},
-        {"no EFST", {{32, 0}}, 368, 0},
-        {"EFST cut", {}, 36, 1},
-        {"no records, and none there", {{44, 0}}, 48, 0},
-        {"records behind the end", {{44, 9}}, 368, 1},
-        {"as many records as a count can tell", {{44, 0xFFFFFFFF}}, 368, 1},
-        {"another SKU", {{88, 7}}, 368, 0},
-        {"list size above its records", {{list_size, 121}}, 368, 1},
+    // Words changed, by offset; size, status, whether the geometry is set all the same.
+    using row = std::tuple<const char*, std::map<uint32_t, uint32_t>, uint32_t, uint32_t, bool>;
+    const row cases[] = {
+        {"no room for the count of rows", {}, 15, 1, false},
+        {"another magic", {{0, 0x4C425447}}, 368, 1, false},
+        {"rows behind the end", {{12, 23}}, 368, 1, false},
+        {"as many rows as a count can tell", {{12, 0xFFFFFFFF}}, 368, 1, false},
+        {"ends inside what could be EFST", {}, 35, 0, false},
+        {"no EFST", {{32, 0}}, 368, 0, false},
+        {"EFST cut", {}, 36, 1, false},
+        {"no records, and none there", {{44, 0}}, 48, 0, false},
+        {"records behind the end", {{44, 9}}, 368, 1, false},
+        {"as many records as a count can tell", {{44, 0xFFFFFFFF}}, 368, 1, false},
+        {"another SKU", {{88, 7}}, 368, 0, false},
+        {"list size above its records", {{list_size, 121}}, 368, 1, false},
         {"list size below its records", {{list_size, 0}}, 368, 0, true},
         {"list begins behind the end", {{list_at, 369}}, 368, 1, true},
-        {"list begins at the end", {{list_at, 368}}, 368, 1},
+        {"list begins at the end", {{list_at, 368}}, 368, 1, false},
         {"empty list at the end", {{list_at, 368}, {list_count, 0}, {list_size, 0}}, 368, 0, true},
-        {"list cut by a byte", {}, 367, 1},
-        {"as many files as a count can tell", {{list_count, 0xFFFFFFFF}}, 368, 1},
-        {"file index at the number of files", {{files_num, 5}}, 368, 1},
+        {"list cut by a byte", {}, 367, 1, false},
+        {"as many files as a count can tell", {{list_count, 0xFFFFFFFF}}, 368, 1, false},
+        {"file index at the number of files", {{files_num, 5}}, 368, 1, false},
         {"as many files as a record can name", {{files_num, 0x10000}}, 368, 0, true},
-        {"absurdly many files", {{files_num, 0x10001}}, 368, 12},
+        {"absurdly many files", {{files_num, 0x10001}}, 368, 12, false},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, words, size, status, geometry_set] : cases) {
+        SCOPED_TRACE(name);
         blob table = test::make_autogen_table();
         ASSERT_EQ(load(table, 8), 0U);
         const globals before = snapshot();
-        for (const auto& [offset, value] : c.words) store(table.data() + offset, le32(value));
-        EXPECT_EQ(load(table, 0x01020307, c.size), c.status);
-        EXPECT_TRUE(c.geometry_set ? current_geometry() == (geometry{3, 9, 4}) : snapshot() == before);
-        EXPECT_EQ(g_efs_sku_id, c.status == 0 && c.geometry_set ? 7 : 8);
+        for (const auto& [offset, value] : words) store(table.data() + offset, le32(value));
+        EXPECT_EQ(load(table, 0x01020307, size), status);
+        EXPECT_TRUE(geometry_set ? current_geometry() == (geometry{3, 9, 4}) : snapshot() == before);
+        EXPECT_EQ(g_efs_sku_id, status == 0 && geometry_set ? 7 : 8);
         if (g_efs_sku_id == 7) continue;
         EXPECT_EQ(at(0), entry(4, 5, 6, 1)) << "the last record of an index";
         // g_efs_files_num can tell of a table that never came to be.

@@ -5,8 +5,7 @@
 #include <cstring>
 #include <optional>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::efs_change {
 
 constexpr efs::geometry usual = {2, 7, 3};
 
@@ -109,16 +108,14 @@ TEST_F(EfsChange, TheScanMendsOneSpareAndNoMore)
 
 TEST_F(EfsChange, WearLevellingMovesAtTheThresholdOntoTheMostWorn)
 {
-    const struct {
-        const char* name;
-        std::vector<std::uint32_t> counts; // by physical block: 7 in use, 3 spare
-        std::uint32_t cold, hot;           // equal: nothing moves
-        bool dirty;                        // the target is, and is erased first
-    } rows[] = {{"one below", {10, 10, 10, 10, 10, 10, 10, 10, 18, 10}, 0, 0, false},
-                {"at the threshold", {10, 11, 11, 11, 11, 11, 11, 10, 19, 10}, 0, 8, true},
-                {"last of equals", {10, 10, 11, 10, 11, 11, 11, 20, 20, 10}, 3, 8, false},
-                {"colder spares", {30, 30, 30, 30, 30, 30, 30, 10, 10, 10}, 0, 0, false}};
-    for (const auto& [name, counts, cold, hot, dirty] : rows) {
+    // Erase counts by physical block: 7 in use, 3 spare; the cold and the hot one, equal if nothing moves; whether the
+    // target is dirty, and is erased first.
+    using row = std::tuple<const char*, std::vector<std::uint32_t>, std::uint32_t, std::uint32_t, bool>;
+    for (const auto& [name, counts, cold, hot, dirty] :
+         {row{"one below", {10, 10, 10, 10, 10, 10, 10, 10, 18, 10}, 0, 0, false},
+          row{"at the threshold", {10, 11, 11, 11, 11, 11, 11, 10, 19, 10}, 0, 8, true},
+          row{"last of equals", {10, 10, 11, 10, 11, 11, 11, 20, 20, 10}, 3, 8, false},
+          row{"colder spares", {30, 30, 30, 30, 30, 30, 30, 10, 10, 10}, 0, 0, false}}) {
         SCOPED_TRACE(name);
         start(counts);
         if (dirty) block(hot)[100] = 0;
@@ -186,5 +183,4 @@ TEST_F(EfsChange, SwitchesAndTheEndOfTheMaps)
     EXPECT_EQ(only.mount(), 0U);
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::efs_change

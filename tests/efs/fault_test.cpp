@@ -61,12 +61,11 @@ TEST(EfsFaults, EachTestGetsSevenReads)
     efs_volume v({2, 7, 3});
     efs_image = v.file(EFS_files[0], bytes(5000)).bm(0).bm(1, 2, 2).image.data();
     const std::uint32_t first = v.area_at(1) + 10, second = v.area_at(2), of_block = v.area_at(4) - 16;
-    const struct {
-        const char* name;
-        std::map<std::uint32_t, unsigned> misread;
-        std::uint32_t slot, force; // of the BM in force; slot 41: no mount
-        std::uint32_t read, size;  // statuses
-    } cases[] = {
+    // Misreads; the slot of the BM in force (41: no mount), whether the next commit switches; statuses of read and
+    // size.
+    using row = std::tuple<const char*, std::map<std::uint32_t, unsigned>, std::uint32_t, std::uint32_t, std::uint32_t,
+                           std::uint32_t>;
+    const row cases[] = {
         {"all, six times", {{bm_1, 6}, {slot_1, 7}, {first, 6}, {second + 4, 6}, {of_block, 6}}, 1, 0, 0, 2},
         {"header, seven times", {{bm_1, 7}}, 0, 0, 0, 2},
         // A slot is read with its block, and then by itself.
@@ -79,15 +78,15 @@ TEST(EfsFaults, EachTestGetsSevenReads)
         {"second chunk, seven times", {{second + 4, 7}}, 1, 0, 2, 2},
         {"block of a blank chunk, seven times", {{of_block, 7}}, 1, 0, 0, 41},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        s_misread = c.misread;
+    for (const auto& [name, misread, slot, force, read_status, size_status] : cases) {
+        SCOPED_TRACE(name);
+        s_misread = misread;
         const auto status = EFS_init(0);
-        EXPECT_EQ(status == 0 ? (efs_ctx.bme_offset - 16) / 22 : status, c.slot);
-        EXPECT_EQ(efs_ctx.force_bm_switch, c.force);
-        EXPECT_EQ(read(), c.read);
+        EXPECT_EQ(status == 0 ? (efs_ctx.bme_offset - 16) / 22 : status, slot);
+        EXPECT_EQ(efs_ctx.force_bm_switch, force);
+        EXPECT_EQ(read(), read_status);
         std::uint32_t size = 0;
-        EXPECT_EQ(EFS_get_file_size(1, &size), c.size);
+        EXPECT_EQ(EFS_get_file_size(1, &size), size_status);
         for (const auto& [at, times] : s_misread) EXPECT_EQ(times, 0U) << at;
     }
     s_misread.clear();

@@ -10,8 +10,7 @@
 #include <cstring>
 #include <functional>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::efs_mount {
 
 using blob = std::vector<std::uint8_t>;
 constexpr std::uint8_t layout = 0x5A;
@@ -29,11 +28,8 @@ TEST(EfsMount, TakesTheRightMapOrNone)
 {
     using taken = std::array<std::uint32_t, 4>; // BM, sequence, slot, whether the next commit switches
     constexpr taken none = {41};
-    const struct {
-        const char* name;
-        std::function<void(efs_volume&)> make;
-        taken wanted;
-    } cases[] = {
+    using row = std::tuple<const char*, std::function<void(efs_volume&)>, taken>;
+    const row cases[] = {
         {"as a format leaves it", [](auto& v) { v.bm(0); }, {0, 1, 0}},
         {"higher sequence behind", [](auto& v) { v.bm(0).bm(1, 2); }, {1, 2, 0}},
         {"higher sequence in front", [](auto& v) { v.bm(0, 0xFFFFFFFF).bm(1, 2); }, {0, 0xFFFFFFFF, 0}},
@@ -62,11 +58,11 @@ TEST(EfsMount, TakesTheRightMapOrNone)
         {"a foreign image", [](auto& v) { v.image = bytes(49152); }, none},
     };
     use_efs_table({2, 7, 3}, files, layout);
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, make, wanted] : cases) {
+        SCOPED_TRACE(name);
         efs_volume v({2, 7, 3}, layout);
         std::reverse(v.tables.begin(), v.tables.end());
-        c.make(v);
+        make(v);
         const blob before = v.image;
         taken seen = {EFS_init_tools(v.image.data())};
         EXPECT_EQ(v.image, before) << "a mount writes nothing";
@@ -77,7 +73,7 @@ TEST(EfsMount, TakesTheRightMapOrNone)
         } else {
             expect_nothing_mounted();
         }
-        EXPECT_EQ(seen, c.wanted);
+        EXPECT_EQ(seen, wanted);
     }
 }
 
@@ -164,5 +160,4 @@ TEST(EfsMount, TheMediumKeepsToItsImage)
     efs_image = nullptr;
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::efs_mount

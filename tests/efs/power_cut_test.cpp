@@ -9,8 +9,7 @@
 #include <iostream>
 #include <set>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::efs_power_cut {
 
 // Headers, entries and footers are cut after every byte, long writes after every `stride`-th, and every fourth of these
 // in a wide image. A build for finding bugs is slow; it takes fewer places.
@@ -77,7 +76,7 @@ protected:
         const auto status = r.perform({efs_call::write, 1, bytes(50, 200)});
         if (status != 0) return "a further write: " + std::to_string(status);
         if (const auto trouble = r.trouble(); !trouble.empty()) return "after a further write: " + trouble;
-        if (!r.chip.violations().empty()) return "the chip: " + to_string(r.chip.violations()[0]);
+        if (!r.chip.violations().empty()) return "the chip: " + r.chip.violations()[0];
         blob base = image;
         for (const chip_change& change : again ? r.chip.journal() : std::vector<chip_change>()) {
             for (const std::uint32_t at : places(change, repair_stride)) {
@@ -202,5 +201,4 @@ TEST_F(EfsPowerCut, TheDecidingPairsLoseTurnedRound)
                              {"whole block", "entry"}}));
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::efs_power_cut

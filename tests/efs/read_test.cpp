@@ -7,8 +7,7 @@
 #include <algorithm>
 #include <set>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::efs_read {
 
 using blob = std::vector<std::uint8_t>;
 constexpr efs::geometry wide = {2, 24, 3};
@@ -103,5 +102,4 @@ TEST(EfsRead, Statuses)
               5 * 22U);
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::efs_read

@@ -3,11 +3,7 @@
 #include "tests/facade/host.h"
 #include "yfs/efs.h"
 
-#include <filesystem>
-#include <fstream>
-
-namespace yfs::test {
-namespace {
+namespace yfs::test::facade_facade {
 
 const auto rebuilt = yeYfsGetBuildZonCfgFcsBuffer;
 const char a[] = "/home/a", b[] = "/home/B"; // b sorts first
@@ -222,39 +218,4 @@ TEST(Callback, MayCallBackThrowOrBeAbsent)
     EXPECT_EQ(host::reports(), "");
 }
 
-// Sets that another tool made; what their values have to be is the tool's tests' business.
-TEST(SampleSets, AreRunTwiceAndHoldTheSameValues)
-{
-    using row = std::pair<const char*, std::uint32_t>; // and the SKU
-    for (const auto& [name, sku] : {row{"plain-tables", 116474725}, row{"small-deployed", 2}, row{"not-deployed", 7},
-                                    row{"large", 0}, row{"no-zonc", 7}, row{"with-efs", 1}}) {
-        const auto folder = std::filesystem::path(YFS_SHARED_SAMPLES) / name;
-        if (!std::filesystem::is_directory(folder)) GTEST_SKIP() << "no sample sets beside this tree";
-        const auto bytes_of = [&](const char* file) {
-            std::ifstream in(folder / file, std::ios::binary); // empty if it isn't there
-            return blob(std::istreambuf_iterator<char>(in), {});
-        };
-        host run;
-        run.velor = bytes_of("velor.cfg"), run.zonc = bytes_of("zonc.bin"), run.ftbl = bytes_of("ftbl.bin");
-        run.yfs = bytes_of("yfs.img"), run.efs = bytes_of("efs.img");
-        run.sku = sku;
-        const blob yfs = run.yfs, efs = run.efs;
-        std::map<std::string, value> first, second;
-        for (auto* values : {&first, &second}) {
-            ASSERT_EQ(run.init(), 1) << name;
-            EXPECT_EQ(yeYfsIsInitialized() + 2 * EFS_is_initialized(), !yfs.empty() + 2 * !efs.empty()) << name;
-            for (const auto* at = facade::s_currentValuesTable.head; at != nullptr; at = at->next)
-                if (const value held = value_of(at->name)) (*values)[at->name] = held;
-            host::reports(); // of those that zonc.cfg takes away
-            EXPECT_TRUE(values == &second || (run.yfs == yfs && run.efs == efs)) << "reading writes nothing";
-            ASSERT_EQ(yeYfsNvarTerm(1), 1);
-            run.zonc = make_partition(*handed_out(rebuilt));
-            EXPECT_EQ(host::reports(), "");
-        }
-        EXPECT_GT(first.size(), 5U) << name;
-        for (const auto& [path, held] : first) EXPECT_EQ(second[path], held) << path << " of " << name;
-    }
-}
-
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::facade_facade

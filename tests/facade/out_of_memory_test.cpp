@@ -45,8 +45,7 @@ extern "C" const char* __asan_default_options()
     return "alloc_dealloc_mismatch=0";
 }
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::facade_out_of_memory {
 
 int s_told;  // reports of one run; the callback allocates nothing
 long s_left; // of the allocations ahead, at its end
@@ -94,5 +93,4 @@ TEST(OutOfMemory, IsToldAndLeavesTheNextRunWhole)
     }
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::facade_out_of_memory

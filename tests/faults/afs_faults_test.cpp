@@ -7,8 +7,7 @@
 
 #include <random>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::faults_afs_faults {
 
 std::vector<std::uint8_t> made(unsigned eus, unsigned files = 100)
 {
@@ -180,5 +179,4 @@ TEST(AfsFaults, SharedChunksAreNeverGivenBack)
     EXPECT_EQ(size, 64U * (20000 - 1999));
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::faults_afs_faults

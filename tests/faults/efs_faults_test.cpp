@@ -5,8 +5,7 @@
 #include <iostream>
 #include <random>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::faults_efs_faults {
 
 efs_operation step(std::mt19937& random)
 {
@@ -88,5 +87,4 @@ TEST(EfsFaultHistory, LeftoversOfACommit)
     EXPECT_TRUE(stands(r));
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::faults_efs_faults

@@ -1,8 +1,7 @@
 // Format and wipe: operations on all EUs at once.
 #include "tests/ftl/ftl_bench.h"
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::ftl_maintenance {
 
 TEST(FtlFormat, LaysTheHeaders)
 {
@@ -50,5 +49,4 @@ TEST(FtlMaintenance, WipeZeroesDeadFramesAlone)
     EXPECT_EQ(afs_physical_ftl_force_dirty_erase(&unopened) + afs_physical_ftl_force_dirty_erase(nullptr), 44U);
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::ftl_maintenance

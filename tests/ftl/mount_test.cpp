@@ -2,8 +2,7 @@
 // the tables say afterwards.
 #include "tests/ftl/ftl_bench.h"
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::ftl_mount {
 
 struct row {
     const char* name;
@@ -140,5 +139,4 @@ TEST(FtlMount, Sizes)
     }
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::ftl_mount

@@ -1,8 +1,7 @@
 // Single pages: reading, writing, giving up, and where the next free chunk comes from.
 #include "tests/ftl/ftl_bench.h"
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::ftl_pages {
 
 // Record, frame, commit; the records chain each page to the one before. A full log goes on in a blank EU, or where a
 // reclaim leaves it.
@@ -99,5 +98,4 @@ TEST(FtlAllocate, LooksAtFlashWhereAPageWasTrimmed)
     EXPECT_EQ(b.run("a"), "28 ");
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::ftl_pages

@@ -1,8 +1,7 @@
 // Choosing a victim, moving its pages, handing over.
 #include "tests/ftl/ftl_bench.h"
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::ftl_reclaim {
 
 // The table as a text: seq/erase_count/dirty/free of EUs 0 and 1 (log), 2 to 4 (data); 5 is the spare and tempts.
 void set(bench& b, const char* table)
@@ -102,10 +101,22 @@ TEST(FtlReclaim, DataEu)
 // follow later.
 TEST(FtlReclaim, LogEu)
 {
+    const auto with = [](const std::string& live, const std::string& others) {
+        return "eu0 seq=10 src=7 eu1 seq=11 src=7 eu2 seq=12 src=7 eu3 seq=13 src=7 eu0 f74=20 " + live + " f74=120 " +
+               others;
+    };
+    const std::string room_3 = "eu1 seq=20 f74=117";
+    check(
+        {{"3 of 10, then a blank EU", with("0-9", room_3), "r0 g0-9", "0 = | 2/7 after 9, 244..366"},
+         {"3 of 10, then the spare", with("0-9", room_3 + " eu2 74 eu3 74"), "r0 g0-9", "0 = | 7/7 after 9, 244..366"},
+         {"behind a programmed frame", with("0-2", "eu1 seq=20 f74=5 p9"), "r0 g0-2", "0 = | 1/10 after 2, 244..366"},
+         {"the victim is the log", with("0-2", "eu0 seq=20 eu1 74"), "t74 r0 m g0-2",
+          "0 0 0 = | 2/3 after 2, 244..366"},
+         {"and no blank is left", with("0-2", "eu0 seq=20 eu1 74 eu2 74 eu3 74"), "t74 r0 m g0-2",
+          "0 0 0 = | 7/3 after 2, 244..366"}},
+        8, 3, 2000);
     for (unsigned n = 1; n <= 9; ++n) {
-        bench b(plan("eu0 seq=10 src=7 eu1 seq=11 src=7 eu2 seq=12 src=7 eu3 seq=13 src=7 eu0 f74=20 0-9 f74=120 eu1 "
-                     "seq=20 f74=117",
-                     8, 3, 2000));
+        bench b(plan(with("0-9", room_3), 8, 3, 2000));
         ASSERT_EQ(b.open(), 0U);
         b.chip.fail(chip_call::write, n, chip_fault::before);
         EXPECT_EQ(b.run("r0 g0-9 w30 g30 m g0-9 g30"), n < 9 ? "5 = 0 = 0 = = " : "0 = 0 = 0 = = ") << n;
@@ -137,5 +148,4 @@ TEST(FtlReclaim, WithoutMemoryOrMap)
     }
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::ftl_reclaim

@@ -9,8 +9,7 @@
 #include <random>
 #include <set>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::inspect_inspect {
 
 using namespace inspect;
 using enum finding_id;
@@ -224,5 +223,4 @@ TEST(Inspect, AgreesWithTheMountOnDamagedImages)
     EXPECT_GT(refused, turns / 10);
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::inspect_inspect

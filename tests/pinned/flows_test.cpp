@@ -1,6 +1,7 @@
 // The flash bytes of good flows are pinned: 1,000 seeded histories without cut or fault, each with the hash of all its
 // statuses and of the image that it leaves, line by line in flows.txt. What makes the library faster or sturdier may
 // change none of them. YFS_PRINT_FLOWS=1 prints the lines of this build.
+#include "tests/support/efs_builder.h"
 #include "yfs/dfs.h"
 #include "yfs/efs.h"
 #include "yfs/make_efs.h"
@@ -103,26 +104,18 @@ void afs_flow(flow& f, const shape& s, bool full)
 
 void efs_flow(flow& f, const shape& s)
 {
-    static efs_file_t table[64];
-    unsigned files = 0;
-    for (unsigned block = 0; block < s.logical && files + 2 <= std::size(table); ++block) {
-        table[files++] = {static_cast<std::uint8_t>(block), 0, 1500, 1, 0};
+    std::vector<efs_file_t> table;
+    for (unsigned block = 0; block < s.logical && table.size() < 63; ++block) {
         const unsigned whole = std::min(s.logical - block, s.spares) * 4072 - 1600;
-        table[files++] = {static_cast<std::uint8_t>(block), 1600, static_cast<std::uint16_t>(std::min(whole, 2400U)), 1,
-                          0};
+        table.push_back(yfs::test::efs_entry(block, 0, 1500));
+        table.push_back(yfs::test::efs_entry(block, 1600, std::min(whole, 2400U)));
     }
-    EFS_files = table;
-    g_efs_files_num = files;
-    g_efs_bm_num = s.maps;
-    g_efs_valid_block_num = s.logical;
-    g_efs_non_valid_block_num = s.spares;
-    g_efs_wear_leveling_threshold = s.wear;
-    g_efs_autogen_data_loaded = 1;
+    yfs::test::use_efs_table({s.maps, s.logical, s.spares}, table, g_efs_layout_id, s.wear);
     f.image.resize(EFS_get_efs_size());
     f.status(yfs_make_efs(f.image.data(), static_cast<std::uint32_t>(f.image.size())));
     f.status(EFS_init_tools(f.image.data()));
     for (int step = 0; step < 200; ++step) {
-        const unsigned number = f.below(f.below(3) != 0 ? 2 : files);
+        const unsigned number = f.below(f.below(3) != 0 ? 2 : g_efs_files_num);
         const bytes data = f.content(1 + f.below(table[number].max_size));
         const unsigned way = f.below(12);
         if (way == 0) f.status(EFS_delete(number));

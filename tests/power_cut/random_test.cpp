@@ -9,8 +9,7 @@
 #include <optional>
 #include <random>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::power_cut_random {
 
 // Of a volume of 8 units; large ones take fewer, as each step looks at the whole image.
 #ifdef NDEBUG
@@ -145,5 +144,4 @@ TEST_P(RandomHistory, MatchesTheMapAtEveryStep)
 
 INSTANTIATE_TEST_SUITE_P(Shapes, RandomHistory, testing::Combine(testing::ValuesIn(histories), testing::Bool()));
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::power_cut_random

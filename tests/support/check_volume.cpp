@@ -25,12 +25,9 @@ testing::AssertionResult holds(const inspect::picture& picture, const contents& 
 {
     const contents found = contents_of(picture);
     testing::AssertionResult result(found == expected);
-    for (unsigned i = 0; i < picture.file.size() && !result; ++i) {
-        const auto is = found.find(i), must = expected.find(i);
-        if (is == found.end() && must != expected.end()) result << "\n  file " << i << " is missing";
-        if (is != found.end() && (must == expected.end() || is->second != must->second))
+    for (unsigned i = 0; i < picture.file.size() && !result; ++i)
+        if (found.contains(i) != expected.contains(i) || (found.contains(i) && found.at(i) != expected.at(i)))
             result << "\n  file " << i << " isn't as it must be";
-    }
     return result;
 }
 

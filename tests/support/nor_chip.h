@@ -21,14 +21,6 @@ struct chip_change {
     std::vector<std::uint8_t> bytes;
 };
 
-// A rule broken by the layers above.
-struct chip_violation {
-    const char* broken;
-    std::uint32_t addr;   // the first byte concerned
-    std::uint64_t change; // number of the change since the chip was made, counting from 1; a read has the last one's
-};
-std::string to_string(const chip_violation& violation);
-
 enum class chip_fault {
     before, // non-zero, nothing done
     after,  // done, then non-zero
@@ -51,7 +43,8 @@ public:
     // for a 0 to become 1, either the bits stay 0 as on a real chip (default), or the write passes as a plain copy.
     void violations_fail_test(bool on) { violations_fail_test_ = on; }
     void plain_copy(bool on) { plain_copy_ = on; }
-    const std::vector<chip_violation>& violations() const { return violations_; }
+    // Each as it is told, with the number of the change since the chip was made, counting from 1.
+    const std::vector<std::string>& violations() const { return violations_; }
 
     // The n-th call of a kind from now on, counting from 1, and the `times` - 1 calls after it go wrong.
     void fail(chip_call kind, std::uint64_t n, chip_fault how, std::uint64_t times = 1);
@@ -94,7 +87,7 @@ private:
     std::uint8_t cut_unfinished_ = 0xFF;
     std::uint64_t calls_[3] = {};
     std::vector<pending_fault> faults_;
-    std::vector<chip_violation> violations_;
+    std::vector<std::string> violations_;
     std::vector<chip_change> journal_;
     counts counts_{};
 };

@@ -3,8 +3,7 @@
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::support_nor_chip {
 
 using row = std::vector<std::uint8_t>;
 
@@ -28,7 +27,7 @@ TEST_F(NorChip, ProgramsErasesAndSaysWhatIsBroken)
     chip.violations_fail_test(false);
     EXPECT_EQ(put({0}) + put({1, 2, 3}), 0U);
     EXPECT_EQ(row(&image[4096], &image[4099]), (row{0, 2, 3})) << "the bits stay 0, the rest lands";
-    EXPECT_EQ(to_string(chip.violations().at(1)), "programs a 0 to 1 at address 4096, change 7");
+    EXPECT_EQ(chip.violations().at(1), "programs a 0 to 1 at address 4096, change 7");
     EXPECT_EQ(put({0, 0}, 8191) + chip.read(~0U, 2, buf.data()), 2U);
     EXPECT_EQ(chip.violations().size(), 4U);
 }
@@ -49,5 +48,4 @@ TEST_F(NorChip, LosesPowerInTheMiddle)
     }
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::support_nor_chip

@@ -20,24 +20,16 @@ from tool_case import SAMPLES, SET_FILES, YFS, ToolTest, cfg_records, overwrite,
 BAD_FLASH = sys.argv[5]
 
 
-def glue(folder, *names, gap=4096):
-    """One dump of several files, each behind a gap: its bytes, and {name: offset}."""
-    dump, places = b"", {}
-    for name in names:
-        dump += b"\xa5" * (gap - len(dump) % 4096)
-        places[name] = len(dump)
-        dump += (folder / name).read_bytes()
-    return dump + b"\xa5" * 100, places
-
-
 class Images(ToolTest):
     def test_a_range_of_a_dump_alone_is_changed(self):
         folder = self.sample()
-        dump, at = glue(folder, "yfs.img", "efs.img", "zonc.bin")
-        (folder / "dump").write_bytes(dump)
-        size = {name: (folder / name).stat().st_size for name in at}
-        ranges = {name: f"dump@{at[name]:#x}+{size[name] + (16384 if name == 'zonc.bin' else 0)}" for name in at}
-        (folder / "dump").write_bytes(dump + bytes(16384))
+        dump, at, size, ranges = b"", {}, {}, {}
+        for name in ("yfs.img", "efs.img", "zonc.bin"):
+            dump += b"\xa5" * (8192 - len(dump) % 4096)
+            at[name], size[name] = len(dump), (folder / name).stat().st_size
+            ranges[name] = f"dump@{at[name]:#x}+{size[name] + (16384 if name == 'zonc.bin' else 0)}"
+            dump += (folder / name).read_bytes()
+        (folder / "dump").write_bytes(dump + bytes(16484))
         keys = dict(yfs=ranges["yfs.img"], efs=ranges["efs.img"], zonc=ranges["zonc.bin"])
         (folder / "yfs.json").write_text(json.dumps(json.loads((folder / "yfs.json").read_text()) | keys))
         for args in [("put", "net/uplink", "-"), ("nvar", "set", "calib/board_serial", "utf8:BD-9"),

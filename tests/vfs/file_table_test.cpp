@@ -6,8 +6,7 @@
 
 #include <cstring>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::vfs_file_table {
 
 constexpr std::uint32_t before = 0x77; // g_dfs_sku while the table under test isn't active
 
@@ -15,11 +14,10 @@ constexpr std::uint32_t before = 0x77; // g_dfs_sku while the table under test i
 TEST(file_table, what_is_refused_and_what_becomes_active)
 {
     constexpr std::uint32_t sku_count = 12, entries_at = 20;
-    const struct {
-        const char* name;
-        std::uint32_t sku, length, changed, word, status;
-        bool active;
-    } cases[] = {
+    using row =
+        std::tuple<const char*, std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t, bool>;
+    const row cases[] = {
+        // SKU, length, where the word goes and the word; status, whether it becomes active
         {"second row", 3, 1100, sku_count, 2, 0, true},
         {"no row for the SKU", 4, 1100, sku_count, 2, 0, false},
         {"1,023 bytes", 2, 1023, sku_count, 2, 1, false},
@@ -37,15 +35,15 @@ TEST(file_table, what_is_refused_and_what_becomes_active)
         {"entries far behind it", 2, 1100, entries_at, 0xFFFFFFFF, 1, false},
         {"entries unaligned", 2, 1100, entries_at, 963, 0, true},
     };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, sku, length, at, word, status, active] : cases) {
+        SCOPED_TRACE(name);
         g_table_buf = nullptr, g_table_num_files = 0, g_dfs_sku = before;
         blob built = make_file_table({{2, {{"/a", 1}, {"/b", 2}}}, {3, {{"/c", 3}}}}, 1100);
-        store(built.data() + row.changed, le32(row.word));
-        const blob table(built.begin(), built.begin() + row.length); // exactly as long as told, for the sanitizers
-        EXPECT_EQ(row.status, load_file_table(table.data(), row.sku, row.length));
-        EXPECT_EQ(row.active ? row.sku : before, g_dfs_sku);
-        EXPECT_EQ(row.active, g_table_buf != nullptr);
+        store(built.data() + at, le32(word));
+        const blob table(built.begin(), built.begin() + length); // exactly as long as told, for the sanitizers
+        EXPECT_EQ(status, load_file_table(table.data(), sku, length));
+        EXPECT_EQ(active ? sku : before, g_dfs_sku);
+        EXPECT_EQ(active, g_table_buf != nullptr);
     }
     EXPECT_EQ(1U, load_file_table(nullptr, 2, 1024));
 }
@@ -78,5 +76,4 @@ TEST(file_table, lookups_stop_at_the_last_entry_wholly_inside_the_buffer)
     EXPECT_NE(nullptr, get_file_entry_by_file_name("/f39"));
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::vfs_file_table

@@ -9,8 +9,7 @@
 #include <cstring>
 #include <random>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::vfs_lookup {
 
 const std::string name_48 = "/home/" + std::string(42, 'n');
 
@@ -140,5 +139,4 @@ TEST(lookup_random, as_a_plain_walk)
     }
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::vfs_lookup

@@ -8,8 +8,7 @@
 
 #include <array>
 
-namespace yfs::test {
-namespace {
+namespace yfs::test::vfs_mini_vfs {
 
 class mini_vfs : public testing::Test {
 protected:
@@ -62,5 +61,4 @@ TEST_F(mini_vfs, reads)
     afs_free_context(dfs_context);
 }
 
-} // namespace
-} // namespace yfs::test
+} // namespace yfs::test::vfs_mini_vfs
