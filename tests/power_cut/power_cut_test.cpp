@@ -54,7 +54,7 @@ public:
     cut_run(rig& r, operation op, const reclaims& expected) : op_(std::move(op))
     {
         EXPECT_EQ(r.mount(), afs_status::ok); // it starts from a mount, as every cut run does
-        base_ = r.image;
+        start_ = base_ = r.image;
         old_ = r.files;
         r.chip.keep_journal(true);
         const std::uint32_t status = r.perform(op_);
@@ -139,7 +139,7 @@ public:
         const auto header_in = [&](const std::vector<std::uint8_t>& image) {
             return load<ftl::eu_header_t>(image.data() + change.addr / ftl::eu_size * ftl::eu_size);
         };
-        const ftl::eu_header_t last = header_in(end_), header = last.magic == ftl::eu_magic ? last : header_in(base_);
+        const ftl::eu_header_t last = header_in(end_), header = last.magic == ftl::eu_magic ? last : header_in(start_);
         const std::uint32_t at = change.addr % ftl::eu_size;
         if (change.kind == chip_call::erase) return "erase";
         if (at == 0) return change.len == ftl::header_write_bytes ? "header" : "give up";
@@ -202,7 +202,7 @@ private:
     }
 
     operation op_;
-    std::vector<std::uint8_t> base_, work_, end_; // before the next change, after a cut, when all is done
+    std::vector<std::uint8_t> start_, end_, base_, work_; // before and after all, before the next change, after a cut
     contents old_, new_;
     bool done_ = false;
     std::uint64_t lost_ = 0;
