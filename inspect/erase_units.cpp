@@ -43,7 +43,8 @@ bool is_erase_unit(const eu_header_t& h)
 namespace {
 
 struct scan {
-    std::uint32_t invalid = none, incomplete = none;
+    std::vector<std::uint32_t> invalid;
+    std::uint32_t incomplete = none;
     std::uint32_t newest_seq = 0, newest_src = 0;
 };
 
@@ -56,10 +57,7 @@ void classify(picture& p, std::uint32_t i, scan& seen)
     };
     eu.valid = is_valid(h);
     if (!eu.valid) {
-        if (seen.invalid != none)
-            report(finding_id::eu_two_invalid, h.magic);
-        else
-            seen.invalid = i;
+        seen.invalid.push_back(i);
         return;
     }
     if (h.magic != eu_magic) report(finding_id::eu_magic_old, h.magic);
@@ -79,21 +77,39 @@ void classify(picture& p, std::uint32_t i, scan& seen)
     }
 }
 
+// Of several units without a valid header one is the spare, and the others have lost theirs: the one that the newest
+// header names, or that says so itself; else it can't be told, and it is the first.
+std::uint32_t likeliest_spare(const picture& p, const scan& seen)
+{
+    const std::uint32_t named =
+        seen.incomplete == none ? seen.newest_src : std::uint32_t{p.eus[seen.incomplete].header.src_eu};
+    const auto first_that = [&](const auto& test) {
+        const auto found = std::find_if(seen.invalid.begin(), seen.invalid.end(), test);
+        return found == seen.invalid.end() ? none : *found;
+    };
+    for (const std::uint32_t spare : {first_that([&](std::uint32_t i) { return i == named; }),
+                                      first_that([&](std::uint32_t i) { return is_trusted_spare(p.eus[i].header); })})
+        if (spare != none) return spare;
+    return seen.invalid.front();
+}
+
 // Settles what an interrupted reclaim left: the spare, and whether an uncommitted unit is in force.
 void find_spare(picture& p, const scan& seen)
 {
     const auto report = [&](finding_id id, std::uint32_t eu, std::uint32_t value = none) {
         p.findings.push_back({.id = id, .address = eu == none ? none : eu_at(eu), .eu = eu, .value = value});
     };
-    if (seen.incomplete == none && seen.invalid == none) {
+    if (seen.incomplete == none && seen.invalid.empty()) {
         report(finding_id::eu_no_spare, none);
         return;
     }
-    if (seen.invalid == none) {
+    if (seen.invalid.empty()) {
         p.spare = seen.incomplete;
         report(finding_id::eu_incomplete_discarded, p.spare, p.eus[p.spare].header.seq);
     } else {
-        p.spare = seen.invalid;
+        p.spare = likeliest_spare(p, seen);
+        for (const std::uint32_t i : seen.invalid)
+            if (i != p.spare) report(finding_id::eu_two_invalid, i, p.eus[i].header.magic);
         const eu_header_t& h = p.eus[p.spare].header;
         if (!is_trusted_spare(h)) report(finding_id::eu_spare_untrusted, p.spare, h.magic);
     }
@@ -101,7 +117,7 @@ void find_spare(picture& p, const scan& seen)
 
     if (seen.incomplete == none) {
         if (seen.newest_src != p.spare) report(finding_id::eu_spare_not_named, p.spare, seen.newest_src);
-    } else if (seen.invalid != none) {
+    } else if (!seen.invalid.empty()) {
         erase_unit& eu = p.eus[seen.incomplete];
         const eu_header_t& h = eu.header;
         if (h.src_eu != p.spare)
@@ -153,7 +169,8 @@ void read_erase_units(picture& p)
     if (p.eus.empty()) return;
 
     // A mount starts from the number that a format gave last, so older headers never name the spare.
-    scan seen{.newest_seq = low32(p.eus.size() - 1)};
+    scan seen;
+    seen.newest_seq = low32(p.eus.size() - 1);
     for (std::uint32_t i = 0; i < p.eus.size(); ++i) {
         p.eus[i].header = load<eu_header_t>(p.image.data() + eu_at(i));
         classify(p, i, seen);

@@ -193,6 +193,14 @@ constexpr finding_kind kinds[] = {
      "The file can't be read from here on.", "chunk"},
     {id::efs_file_size, fault, "efs-file-size", "a stored size that its file can't have",
      "It is above the largest size in the table, or the file would run past the last logical block.", "size"},
+    {id::table_unreadable, fault, "table-unreadable", "a table of the set can't be read",
+     "No value can be read by its name while it is there. Take the table from the build again; an empty zonc.cfg lets "
+     "every default through.",
+     ""},
+    {id::file_over_limit, warning, "file-over-limit", "a file larger than the file table allows",
+     "No host writes such a file: either the image belongs to another file table or SKU, or pieces of several files "
+     "have come together in it.",
+     "size"},
 };
 static_assert(std::size(kinds) == static_cast<std::size_t>(finding_id::count));
 static_assert([] {

@@ -87,6 +87,8 @@ enum class finding_id : std::uint8_t {
     efs_erase_spread,
     efs_chunk_crc,
     efs_file_size,
+    table_unreadable,
+    file_over_limit,
     count // not a finding
 };
 

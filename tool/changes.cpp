@@ -28,14 +28,6 @@ const finding* new_fault(const contents_view& before, const contents_view& after
     return nullptr;
 }
 
-std::uint64_t differing_bytes(const bytes& a, const bytes& b)
-{
-    const std::size_t common = std::min(a.size(), b.size());
-    std::uint64_t count = std::max(a.size(), b.size()) - common;
-    for (std::size_t i = 0; i < common; ++i) count += a[i] != b[i] ? 1 : 0;
-    return count;
-}
-
 } // namespace
 
 void changes::add_file(fs::path target, bytes contents)
@@ -106,16 +98,29 @@ std::string changes::summary() const
     return fmt::format("{}", fmt::join(parts, ", "));
 }
 
+// What changed; where nothing did, the images that the verb was about, so that a caller finds a result in any case.
+std::vector<const working_copy*> changes::copies_for_elsewhere() const
+{
+    std::vector<const working_copy*> list = changed_copies();
+    if (!list.empty() || !others_.empty()) return list;
+    for (const image_kind kind : {image_kind::afs, image_kind::efs}) {
+        const auto& image = set_.image(kind);
+        if (image && (meant_.empty() || meant_.contains(kind))) list.push_back(&*image);
+    }
+    return list;
+}
+
 // One image goes whole, out of its dump, into the file; several files go into a folder, each by its own name.
 void changes::save_elsewhere() const
 {
-    const std::vector<const working_copy*> copies = changed_copies();
+    const std::vector<const working_copy*> copies = copies_for_elsewhere();
     std::error_code ignored;
     const bool folder = flags_.output.ends_with('/') || fs::is_directory(flags_.output, ignored);
     if (!folder && copies.size() + others_.size() != 1) {
-        throw failure(fault::usage,
-                      fmt::format("{} files change, and -o names one: {}", copies.size() + others_.size(), summary()),
-                      "-o FOLDER/ takes all of them");
+        throw failure(
+            fault::usage,
+            fmt::format("{} to be written, and -o names one", count_of(copies.size() + others_.size(), "file")),
+            "-o FOLDER/ takes all of them; -i IMAGE works on one image alone");
     }
     if (flags_.output == "-") {
         print_contents(copies.empty() ? others_.front().second : copies.front()->now, false);
@@ -133,7 +138,7 @@ void changes::save_elsewhere() const
 
 void changes::save(const std::string& what)
 {
-    if (empty()) {
+    if (empty() && (flags_.output.empty() || flags_.dry_run)) {
         note(fmt::format("{}; nothing changed", what));
         return;
     }
@@ -153,7 +158,8 @@ void changes::save(const std::string& what)
     }
     if (!flags_.output.empty()) {
         save_elsewhere();
-        note(fmt::format("{}; saved into {}", what, flags_.output == "-" ? "standard output" : flags_.output));
+        note(fmt::format("{}; {}{}", what, empty() ? "nothing changed; " : "",
+                         flags_.output == "-" ? "written to standard output" : "saved into " + flags_.output));
         return;
     }
     save_list list = files_to_save();

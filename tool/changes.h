@@ -24,6 +24,8 @@ public:
 
     // The verb means this file.
     void touch(const file_row& row) { touched_.emplace(row.where, row.index); }
+    // -o takes this image, changed or not.
+    void mean(image_kind kind) { meant_.insert(kind); }
     // The verb may change any file, as one that drops damaged data does.
     void touch_all() { any_file_ = true; }
     // The result is meant to be damaged.
@@ -44,10 +46,12 @@ private:
     void save_elsewhere() const;
     std::string summary() const;
     std::vector<const working_copy*> changed_copies() const;
+    std::vector<const working_copy*> copies_for_elsewhere() const;
 
     session& set_;
     change_flags flags_;
     std::set<std::pair<file_system, std::uint32_t>> touched_;
+    std::set<image_kind> meant_;
     bool any_file_ = false;
     bool any_fault_ = false;
     std::vector<std::pair<std::filesystem::path, bytes>> others_;

@@ -11,6 +11,16 @@ namespace yfs::tool {
 
 namespace {
 
+bool is_damaged(const inspect::picture& picture, std::uint32_t file)
+{
+    return picture.file[file].damaged;
+}
+
+bool is_damaged(const inspect::efs_picture& picture, std::uint32_t file)
+{
+    return picture.files[file].state == inspect::efs_file_state::damaged;
+}
+
 template <typename Picture>
 contents_view view_of(const Picture& picture, std::size_t files)
 {
@@ -19,6 +29,7 @@ contents_view view_of(const Picture& picture, std::size_t files)
                  [](const inspect::finding& f) { return severity_of(f) == inspect::severity::fault; });
     for (std::uint32_t file = 0; file < files; ++file) {
         if (auto contents = inspect::read_file(picture, file)) view.files.emplace(file, *std::move(contents));
+        if (is_damaged(picture, file)) view.damaged.insert(file);
     }
     return view;
 }

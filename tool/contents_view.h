@@ -6,6 +6,7 @@
 #include "tool/image.h"
 
 #include <map>
+#include <set>
 #include <vector>
 
 namespace yfs::tool {
@@ -13,6 +14,7 @@ namespace yfs::tool {
 struct contents_view {
     std::vector<inspect::finding> faults;
     std::map<std::uint32_t, bytes> files; // by number; damaged ones as they lie
+    std::set<std::uint32_t> damaged;
 };
 
 contents_view view_contents(const image_ref& ref, std::span<const std::uint8_t> image, image_kind kind);

@@ -25,9 +25,11 @@ void check_limit(const file_row& row, std::size_t size)
 }
 
 // A deployed volume has to hold every value that velor.cfg lists as available, or no host can take the values over.
-void warn_if_a_value_needs(const session& set, const volume& images, const file_row& row)
+void warn_if_a_value_needs(const session& set, volume& images, const file_row& row)
 {
-    if (set.bare() || !images.deployed() || (row.attributes & attribute_unread) != 0) return;
+    if (set.bare()) return;
+    if (row.where == file_system::efs) images.mount_afs(); // which tells whether it is deployed
+    if (!images.deployed() || (row.attributes & attribute_unread) != 0) return;
     for (const cfg_record& record : read_cfg_records(set.velor.now, set.velor.name())) {
         if (!record.available || record.fileno != row.fileno) continue;
         note(fmt::format(
@@ -63,8 +65,9 @@ std::string put_file(session& set, const options& given, changes& done)
     volume images(set);
     images.mount(row.where);
     const auto old_size = images.size_of(row);
+    done.mean(row.where == file_system::efs ? image_kind::efs : image_kind::afs);
     if (holds(images, row, contents)) {
-        return fmt::format("{} holds these {} already", printable(row.path), bytes_text(contents.size()));
+        return fmt::format("{} holds the same {} already", printable(row.path), bytes_text(contents.size()));
     }
     done.touch(row);
     write_whole(images, row, contents);

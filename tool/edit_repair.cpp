@@ -55,38 +55,34 @@ std::optional<bytes> mended_in_place(const working_copy& image, image_kind kind)
     return copy;
 }
 
-std::string name_of(const session& set, image_kind kind, std::uint32_t file)
-{
-    return printable(set.table.resolve(fmt::format("{}#{}", to_string(kind), file)).path);
-}
-
-void list_losses(const session& set, const working_copy& image, image_kind kind, const std::vector<std::uint32_t>& lost)
-{
-    for (const std::uint32_t file : lost)
-        note(fmt::format("{}: lost: {}#{} {}", image.name(), to_string(kind), file, name_of(set, kind, file)));
-}
-
 // Answers what was done to the image; empty if it needed nothing.
 std::string repair_image(session& set, working_copy& image, image_kind kind, bool lossy, changes& done)
 {
     const std::size_t before = troubles(image, image.now, kind);
     if (before == 0) return {};
-    if (auto mended = mended_in_place(image, kind); mended && troubles(image, *mended, kind) == 0) {
+    const auto saved = salvage_image(image, kind);
+    const bool certain = saved && saved->doubt.empty();
+    // Where older pages are in force, a reclaim would make them last.
+    if (auto mended = certain ? mended_in_place(image, kind) : std::nullopt;
+        mended && troubles(image, *mended, kind) == 0) {
         image.now = *std::move(mended);
         return fmt::format("{}: {} mended", image.name(), count_of(before, "finding"));
     }
-    const auto saved = salvage_image(image, kind);
+    const fault damage = kind == image_kind::afs ? fault::volume_damaged : fault::efs_damaged;
     if (!saved) {
-        throw failure(kind == image_kind::afs ? fault::volume_damaged : fault::efs_damaged,
+        throw failure(damage,
                       fmt::format("{}: nothing tells which files there are, so nothing can be saved", image.name()),
                       fmt::format("'yfs mkfs {}' makes a new one", to_string(kind)));
     }
-    list_losses(set, image, kind, saved->damaged);
-    if (!saved->damaged.empty() && !lossy) {
-        throw failure(kind == image_kind::afs ? fault::volume_damaged : fault::efs_damaged,
-                      fmt::format("{}: a repair would lose the {} listed above and keep {}", image.name(),
-                                  count_of(saved->damaged.size(), "file"), saved->sound.size()),
-                      "--lossy lets them go; 'yfs extract' saves what can be read beforehand");
+    list_losses(set, image, kind, *saved);
+    if (!lossy && !(certain && saved->damaged.empty())) {
+        const std::string what =
+            certain ? fmt::format("{}: a repair would lose the {} listed above and keep {}", image.name(),
+                                  count_of(saved->damaged.size(), "file"), saved->sound.size())
+                    : fmt::format("{}: a repair would keep {} that can be read, any of which may be an older state or "
+                                  "pieces of several",
+                                  image.name(), count_of(saved->sound.size(), "file"));
+        throw failure(damage, what, "--lossy does that; 'yfs extract' saves what can be read beforehand");
     }
     for (const std::uint32_t file : saved->damaged)
         done.touch(row_of_place(kind == image_kind::afs ? file_system::afs : file_system::efs, low16(file)));

@@ -64,6 +64,7 @@ public:
 
 private:
     [[noreturn]] void fail(std::string_view what, int error) const;
+    void remove_leftovers() const;
 
     fs::path target_; // links followed
     fs::path name_;   // empty once renamed
@@ -87,11 +88,29 @@ void temporary::fail(std::string_view what, int error) const
                   fmt::format("the folder {} needs room and the right to make files in it", folder().string()));
 }
 
+// Temporary files of a command that was killed long ago.
+void temporary::remove_leftovers() const
+{
+    using namespace std::chrono_literals;
+    const std::string prefix = fmt::format(".{}.", target_.filename().string());
+    constexpr std::size_t random_letters = 6;
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(folder(), ignored)) {
+        const std::string name = entry.path().filename().string();
+        if (name.size() != prefix.size() + random_letters || !name.starts_with(prefix)) continue;
+        const auto written = fs::last_write_time(entry.path(), ignored);
+        if (!ignored && entry.is_regular_file(ignored) && fs::file_time_type::clock::now() - written > 1h)
+            fs::remove(entry.path(), ignored);
+    }
+}
+
 void temporary::fill(const bytes& contents)
 {
     struct stat old = {};
     const bool exists = ::stat(target_.c_str(), &old) == 0;
     if (exists && !S_ISREG(old.st_mode)) fail("it isn't a regular file", EINVAL);
+    if (exists && ::access(target_.c_str(), W_OK) != 0) fail("it is protected", errno);
+    remove_leftovers();
 
     std::string pattern = (folder() / fmt::format(".{}.XXXXXX", target_.filename().string())).string();
     const descriptor out(::mkostemp(pattern.data(), O_CLOEXEC));
@@ -199,7 +218,10 @@ bytes read_file(const fs::path& path, std::uint64_t limit)
         stop_if_interrupted();
         if (n < 0) continue;
         if (n == 0) return contents;
-        if (contents.size() > limit) fail(fmt::format("it holds more than {} bytes", limit));
+        if (contents.size() > limit)
+            throw failure(fault::file_unreadable,
+                          fmt::format("can't read {}: it holds more than {} bytes", path.string(), limit),
+                          "cut out the part that holds the partition, as with dd");
     }
 }
 

@@ -83,9 +83,9 @@ std::optional<std::string> stored_path(std::string_view host_path)
 target_folder::target_folder(const std::string& path) : path_(path)
 {
     std::error_code ignored;
-    fs::create_directories(path, ignored);
+    if (fs::create_directories(path, ignored); ignored) fail("", ignored.value());
     fd_ = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd_ < 0) fail(".", errno);
+    if (fd_ < 0) fail("", errno);
 }
 
 target_folder::~target_folder()

@@ -204,10 +204,9 @@ private:
     void add_change_options(CLI::App& sub)
     {
         sub.add_flag("-n,--dry-run", given_.change.dry_run, "Only say what would change");
-        sub.add_option("--backup", given_.change.backup, "Keep the old files, with this suffix (.bak)")
-            ->type_name("SUFFIX")
-            ->expected(0, 1)
-            ->default_str(".bak");
+        // A flag, so that the word behind it is never taken for the suffix.
+        sub.add_flag("--backup{.bak}", given_.change.backup,
+                     "Keep the old files beside; --backup=SUFFIX: with this suffix");
         sub.add_option("-o,--output", given_.change.output, "Write into this file or folder, or -, and leave the old")
             ->type_name("FILE");
     }
@@ -233,7 +232,10 @@ private:
         if (run == trace || run == torture) add_json(sub);
         return sub;
     }
-    void add_json(CLI::App& sub) { sub.add_flag("--json", given_.json, "One JSON document instead of text"); }
+    CLI::Option& add_json(CLI::App& sub)
+    {
+        return *sub.add_flag("--json", given_.json, "One JSON document instead of text");
+    }
     void add_force(CLI::App& sub, const char* help) { sub.add_flag("--force", given_.force, help); }
     void add_drop_unknown(CLI::App& sub)
     {
@@ -303,18 +305,22 @@ private:
         add_json(df);
 
         CLI::App& diff = add(app_, "diff", "Compare two images, or two sets", diff_images);
-        diff.footer("Exit status 0 if they are the same, 1 if they differ.");
+        diff.footer(
+            "Of two sets the tables are compared too, byte for byte. Exit status 0 if they are the same, 1 if they\n"
+            "differ.");
         diff.add_option("SIDES", given_.inputs, "Two images, or two set files or folders of sets")
             ->required()
             ->expected(2)
             ->type_name("");
-        diff.add_flag("--contents", given_.contents, "Only what the files hold, not the flash under them");
-        diff.add_flag("--values", given_.values, "Only the values in force, of two sets");
-        diff.add_option("-o,--output", given_.change.output,
-                        "Draw the second with all that differs: FILE.svg or FILE.html")
-            ->type_name("FILE");
+        CLI::Option* const contents =
+            diff.add_flag("--contents", given_.contents, "Only what the files hold, not the flash under them");
+        CLI::Option* const values = diff.add_flag("--values", given_.values, "Only the values in force, of two sets");
+        CLI::Option* const picture = diff.add_option("-o,--output", given_.change.output,
+                                                     "Draw the second with all that differs: FILE.svg or FILE.html");
+        picture->type_name("FILE")->excludes(contents)->excludes(values);
+        values->excludes(contents);
         add_table_options(diff);
-        add_json(diff);
+        add_json(diff).excludes(picture);
     }
 
     void add_dumps()
@@ -503,7 +509,7 @@ private:
         CLI::App& set = add(app_, "set", "Set files: init", nullptr);
         set.require_subcommand(0, 1);
         CLI::App& init = add(set, "init", "Write yfs.json by looking at the files of a folder", init_set);
-        add_folder(init, "The folder");
+        init.add_option("DIR", given_.folder, "The folder (.)")->type_name("");
         init.add_option("--sku", given_.sku, "The SKU, where the file table has several")->type_name("N");
         add_force(init, "Replace a set file that is there already");
     }
@@ -525,8 +531,7 @@ private:
         help.callback([this] { parsed_.text = help_of(given_.inputs); });
 
         add(app_, "explain", "What a finding of 'check' means, where it comes from, what helps", explain)
-            .add_option("ID", given_.path, "As 'check' prints it: chain-loop")
-            ->required()
+            .add_option("ID", given_.path, "As 'check' prints it: chain-loop; without one, a list of all")
             ->type_name("");
     }
 
@@ -571,6 +576,17 @@ std::string wrong_verb(CLI::App& app, int argc, char** argv, std::vector<std::st
     return {};
 }
 
+// As far as the verbs were understood: "yfs nvar set".
+std::string verb_of(const CLI::App& app)
+{
+    std::string out = app.get_name();
+    for (const CLI::App* at = &app; !at->get_subcommands().empty();) {
+        at = at->get_subcommands().front();
+        out += " " + at->get_name();
+    }
+    return out;
+}
+
 } // namespace
 
 command parse_command_line(int argc, char** argv)
@@ -587,11 +603,12 @@ command parse_command_line(int argc, char** argv)
         std::vector<std::string> known;
         const std::string word = wrong_verb(words.app(), argc, argv, known);
         if (word.empty())
-            throw failure(fault::usage, error.what(), "'yfs --help' and 'yfs VERB --help' tell what there is");
+            throw failure(fault::usage, error.what(),
+                          fmt::format("'{} --help' tells what there is", verb_of(words.app())));
         refuse_verb(word, known);
     }
     if (parsed.run == nullptr && parsed.text.empty())
-        throw failure(fault::usage, "no verb", "'yfs --help' lists the verbs");
+        throw failure(fault::usage, "no verb", fmt::format("'{} --help' lists the verbs", verb_of(words.app())));
     return parsed;
 }
 

@@ -103,7 +103,8 @@ void explain_take_over(session& set)
         if (!size) {
             throw failure(fault::volume_incomplete,
                           fmt::format("{} lists {} as available, but {} is deployed and doesn't hold it",
-                                      set.velor.name(), printable(row->path), set.yfs->name()),
+                                      set.velor.name(), printable(row->path),
+                                      (row->where == file_system::efs ? set.efs : set.yfs)->name()),
                           fmt::format("store it with 'yfs put {} FILE'", printable(row->path)));
         }
         if (*size < row->tail()) {

@@ -9,13 +9,13 @@ namespace yfs::tool {
 namespace {
 
 volatile std::sig_atomic_t signalled = 0;
+constexpr int signals[] = {SIGINT, SIGTERM, SIGHUP};
 
-sigset_t both_signals()
+sigset_t all_signals()
 {
     sigset_t set;
     sigemptyset(&set);
-    sigaddset(&set, SIGINT);
-    sigaddset(&set, SIGTERM);
+    for (const int signal : signals) sigaddset(&set, signal);
     return set;
 }
 
@@ -25,7 +25,7 @@ void watch_for_interrupts()
 {
     struct sigaction action = {};
     action.sa_handler = [](int signal) { signalled = signal; };
-    for (const int signal : {SIGINT, SIGTERM}) {
+    for (const int signal : signals) {
         struct sigaction former = {};
         sigaction(signal, nullptr, &former);
         if (former.sa_handler != SIG_IGN) sigaction(signal, &action, nullptr); // a caller's nohup stays in force
@@ -39,13 +39,13 @@ void stop_if_interrupted()
 
 uninterrupted::uninterrupted()
 {
-    const sigset_t set = both_signals();
+    const sigset_t set = all_signals();
     sigprocmask(SIG_BLOCK, &set, nullptr);
 }
 
 uninterrupted::~uninterrupted()
 {
-    const sigset_t set = both_signals();
+    const sigset_t set = all_signals();
     sigprocmask(SIG_UNBLOCK, &set, nullptr);
 }
 

@@ -3,6 +3,7 @@
 #include "inspect/efs_picture.h"
 #include "inspect/picture.h"
 #include "tool/error.h"
+#include "tool/output.h"
 #include "tool/volume.h"
 #include "yfs/dfs.h"
 #include "yfs/efs.h"
@@ -21,11 +22,49 @@ namespace yfs::tool {
 
 namespace {
 
+// Whether all units without a header held file contents, so that the chain table is whole. It is told by the groups
+// that nothing holds, where the volume has units for every group.
+bool lost_units_are_data(const inspect::picture& picture)
+{
+    const auto lost = std::count_if(picture.eus.begin(), picture.eus.end(),
+                                    [](const auto& unit) { return unit.role == inspect::eu_role::unknown; });
+    const auto unowned = std::count(picture.group_owner.begin(), picture.group_owner.end(), inspect::none);
+    constexpr std::size_t log_and_spare = 2;
+    return lost == unowned && picture.groups + log_and_spare <= picture.eus.size();
+}
+
+// Where a part of the log is gone, older pages of the chain table are in force: every file may read as it once was, or
+// as pieces of two states, and nothing in it shows that. The finding that tells of it; null if the table is certain.
+const inspect::finding* doubt_about(const inspect::picture& picture)
+{
+    using enum inspect::finding_id;
+    const auto doubtful = [&](const inspect::finding& f) {
+        switch (f.id) {
+        case eu_two_invalid:
+        case eu_two_incomplete:
+            return !lost_units_are_data(picture);
+        case eu_spare_not_named:
+        case eu_incomplete_source:
+        case eu_seq_twice:
+        case log_record_range:
+        case log_behind_end:
+        case fat_page_crc:
+        case fat_head_range:
+            return true;
+        default:
+            return false;
+        }
+    };
+    const auto found = std::find_if(picture.findings.begin(), picture.findings.end(), doubtful);
+    return found == picture.findings.end() ? nullptr : &*found;
+}
+
 std::optional<salvage> salvage_afs(const working_copy& image)
 {
     const inspect::picture picture = inspect::inspect_image(image.now);
     if (!picture.has_volume) return {};
     salvage out;
+    if (const inspect::finding* const doubt = doubt_about(picture)) out.doubt = describe(*doubt);
     for (std::uint32_t file = 0; file < picture.file.size(); ++file) {
         const inspect::file_view& view = picture.file[file];
         if (view.damaged)
@@ -125,6 +164,19 @@ bytes rebuild_efs(const working_copy& image, const std::map<std::uint32_t, bytes
 std::optional<salvage> salvage_image(const working_copy& image, image_kind kind)
 {
     return kind == image_kind::afs ? salvage_afs(image) : salvage_efs(image);
+}
+
+file_row row_in(const session& set, image_kind kind, std::uint32_t file)
+{
+    return set.table.resolve(fmt::format("{}#{}", to_string(kind), file));
+}
+
+void list_losses(const session& set, const working_copy& image, image_kind kind, const salvage& saved)
+{
+    if (!saved.doubt.empty()) note(fmt::format("{}: no file is certain: {}", image.name(), saved.doubt));
+    for (const std::uint32_t file : saved.damaged)
+        note(fmt::format("{}: lost: {}#{} {}", image.name(), to_string(kind), file,
+                         printable(row_in(set, kind, file).path)));
 }
 
 bytes rebuild_image(const working_copy& image, image_kind kind, const std::map<std::uint32_t, bytes>& files)

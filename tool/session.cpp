@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <system_error>
 #include <utility>
 
@@ -73,6 +74,14 @@ void working_copy::replace(bytes contents)
     if (ref.size)
         contents.insert(contents.end(), before.begin() + static_cast<std::ptrdiff_t>(contents.size()), before.end());
     now = std::move(contents);
+}
+
+std::uint64_t differing_bytes(const bytes& a, const bytes& b)
+{
+    const std::size_t common = std::min(a.size(), b.size());
+    std::uint64_t count = std::max(a.size(), b.size()) - common;
+    for (std::size_t i = 0; i < common; ++i) count += a[i] != b[i] ? 1 : 0;
+    return count;
 }
 
 working_copy read_copy(image_ref ref)

@@ -36,6 +36,8 @@ struct working_copy {
 };
 
 working_copy read_copy(image_ref ref);
+// How many bytes are others, or only in one of them.
+std::uint64_t differing_bytes(const bytes& a, const bytes& b);
 
 enum class access : std::uint8_t {
     read,

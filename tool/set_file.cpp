@@ -23,8 +23,10 @@ fs::path find_set_file(const std::string& named)
     fs::path path = fs::is_directory(given, ignored) ? given / set_file_name : given;
     if (fs::exists(path, ignored)) return path;
     if (named.empty()) {
-        throw failure(fault::set_missing, fmt::format("no {} in {}", set_file_name, fs::current_path().string()),
-                      "name a set file or its folder with --set; 'yfs sample DIR' makes a set to try");
+        throw failure(
+            fault::set_missing, fmt::format("no {} in {}", set_file_name, fs::current_path().string()),
+            "'yfs set init' writes one for the files that are here, --set names one elsewhere, 'yfs sample DIR' makes "
+            "a set to try");
     }
     throw failure(fault::set_missing, fmt::format("no set file at {}", path.string()),
                   fmt::format("a set file says what belongs together: {}", example));

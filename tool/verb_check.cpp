@@ -4,6 +4,7 @@
 #include "inspect/picture.h"
 #include "tool/output.h"
 #include "tool/session.h"
+#include "tool/tables.h"
 #include "tool/verbs.h"
 
 #include <fmt/format.h>
@@ -19,8 +20,11 @@ using inspect::severity;
 
 struct checked_image {
     std::string name;
-    std::string_view kind; // "afs", "efs"
+    std::string_view kind; // "afs", "efs"; of a table "velor", "zonc"
     std::vector<finding> findings;
+    std::string detail = {}; // of a table: what is wrong with it
+
+    bool is_table() const { return kind == "velor" || kind == "zonc"; }
 
     std::uint64_t count(severity level) const
     {
@@ -76,6 +80,7 @@ std::string text_of(const checked_image& image, bool all)
         if (last > i) out += fmt::format("    and the same up to slot {}\n", image.findings[last].slot);
         i = last;
     }
+    if (!image.detail.empty()) out += fmt::format("    {}\n", image.detail);
     const std::uint64_t faults = image.count(severity::fault), warnings = image.count(severity::warning);
     return fmt::format("{}: {}: {}\n", image.name, image.kind,
                        faults + warnings == 0
@@ -90,12 +95,44 @@ checked_image check_image(const image_ref& ref, const bytes& contents, image_kin
     return {ref.text, "efs", inspect::inspect_efs(contents, plan_for(ref, contents)).findings};
 }
 
+template <typename Table>
+checked_image check_table(const working_copy& file, std::string_view kind, const Table& table)
+{
+    checked_image out{file.name(), kind, {}};
+    try {
+        read_cfg_records(table(), file.name());
+    } catch (const failure& error) {
+        out.findings.push_back({.id = inspect::finding_id::table_unreadable});
+        out.detail = error.what();
+    }
+    return out;
+}
+
+// What only the file table can tell of the files in a volume.
+void check_limits(const session& set, checked_image& image)
+{
+    const inspect::picture picture = inspect::inspect_image(set.yfs->before);
+    for (const file_row& row : set.table.rows()) {
+        if (row.where != file_system::afs || row.limit == no_limit || row.index >= picture.file.size()) continue;
+        const std::uint32_t size = picture.file[row.index].size;
+        if (size > std::uint64_t{row.limit} + row.tail())
+            image.findings.push_back({.id = inspect::finding_id::file_over_limit, .file = row.index, .value = size});
+    }
+}
+
 // An image whose name in the set tells its kind is that, however little of it is left.
 std::vector<checked_image> check_set(const source& from)
 {
     const session set(from);
     std::vector<checked_image> out;
-    if (set.yfs) out.push_back(check_image(set.yfs->ref, set.yfs->before, image_kind::afs));
+    out.push_back(check_table(set.velor, "velor", [&] { return set.velor.before; }));
+    if (set.zonc && !set.zonc->before.empty())
+        out.push_back(
+            check_table(*set.zonc, "zonc", [&] { return table_in_partition(set.zonc->before, set.zonc->name()); }));
+    if (set.yfs) {
+        out.push_back(check_image(set.yfs->ref, set.yfs->before, image_kind::afs));
+        check_limits(set, out.back());
+    }
     if (set.efs) out.push_back(check_image(set.efs->ref, set.efs->before, image_kind::efs));
     return out;
 }
@@ -120,23 +157,34 @@ exit_status check(const options& given)
 {
     const std::vector<checked_image> images = given.images.empty() ? check_set(given) : check_images(given);
     std::uint64_t faults = 0;
-    json::array documents;
+    json::array documents, tables;
     std::string text;
     for (const checked_image& image : images) {
         faults += image.count(severity::fault);
-        documents.push_back(document_of(image));
+        (image.is_table() ? tables : documents).push_back(document_of(image));
         text += text_of(image, given.long_list);
     }
-    print(given.json ? json(json::object{{"schema", "yfs.check/1"}, {"images", std::move(documents)}}).dump() : text);
+    print(given.json
+              ? json(json::object{
+                         {"schema", "yfs.check/1"}, {"images", std::move(documents)}, {"tables", std::move(tables)}})
+                    .dump()
+              : text);
     return faults == 0 ? exit_status::done : exit_status::damaged;
 }
 
 exit_status explain(const options& given)
 {
+    if (given.path.empty()) {
+        text_table out({text_table::align::left, text_table::align::left, text_table::align::left});
+        for (const inspect::finding_kind& kind : inspect::finding_kinds())
+            out.row({std::string(kind.name), std::string(to_string(kind.level)), std::string(kind.meaning)});
+        print(out.text());
+        return exit_status::done;
+    }
     const inspect::finding_kind* const kind = inspect::kind_named(given.path);
     if (kind == nullptr) {
         throw failure(fault::unknown_path, fmt::format("no finding has the id {}", given.path),
-                      "'yfs check' prints the ids");
+                      "'yfs explain' lists them all");
     }
     const auto value = kind->value_name.empty() ? std::string() : fmt::format("\nIts value is {}.\n", kind->value_name);
     print(fmt::format("{} ({})\n{}\n\n{}\n{}", kind->name, to_string(kind->level), kind->meaning, kind->explanation,

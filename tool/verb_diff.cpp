@@ -21,6 +21,7 @@ namespace {
 struct file_difference {
     std::string name;
     std::optional<std::size_t> left, right;
+    bool left_damaged = false, right_damaged = false; // read as far as it can be
 };
 
 // An erase unit or a block that differs.
@@ -28,6 +29,13 @@ struct part_difference {
     std::string name;
     std::size_t bytes = 0;
     std::string detail;
+};
+
+// A table of one set and the other's.
+struct table_difference {
+    std::string_view key;
+    std::string left, right; // empty: the set has none
+    std::size_t bytes = 0;
 };
 
 struct image_difference {
@@ -44,17 +52,20 @@ std::vector<file_difference> compare_files(const image_map& names, const content
                                            const contents_view& right, std::size_t& same)
 {
     std::vector<file_difference> list;
+    const auto add = [&](std::uint32_t file, std::optional<std::size_t> one, std::optional<std::size_t> other) {
+        list.push_back({names.file_name(file), one, other, left.damaged.contains(file), right.damaged.contains(file)});
+    };
     for (const auto& [file, contents] : left.files) {
         const auto other = right.files.find(file);
         if (other == right.files.end())
-            list.push_back({names.file_name(file), contents.size(), {}});
-        else if (other->second != contents)
-            list.push_back({names.file_name(file), contents.size(), other->second.size()});
+            add(file, contents.size(), {});
+        else if (other->second != contents || left.damaged.contains(file) != right.damaged.contains(file))
+            add(file, contents.size(), other->second.size());
         else
             ++same;
     }
     for (const auto& [file, contents] : right.files) {
-        if (!left.files.contains(file)) list.push_back({names.file_name(file), {}, contents.size()});
+        if (!left.files.contains(file)) add(file, {}, contents.size());
     }
     return list;
 }
@@ -121,10 +132,14 @@ std::string text_of(const image_difference& diff, bool contents_only)
     std::string text = fmt::format(
         "{} {} {}: {}, {} the same\n", diff.left, diff.files.empty() ? "=" : "->", diff.right,
         count_of(diff.files.size(), "file") + " differ" + (diff.files.size() == 1 ? "s" : ""), diff.same_files);
-    for (const auto& [name, left, right] : diff.files) {
+    for (const auto& [name, left, right, left_damaged, right_damaged] : diff.files) {
         text += !left    ? fmt::format("  added    {}, {}\n", name, bytes_text(*right))
                 : !right ? fmt::format("  removed  {}, {}\n", name, bytes_text(*left))
-                         : fmt::format("  changed  {}, {} -> {}\n", name, *left, bytes_text(*right));
+                         : fmt::format("  changed  {}, {} -> {}{}\n", name, *left, bytes_text(*right),
+                                       left_damaged && right_damaged ? ", damaged on both sides"
+                                       : left_damaged                ? ", damaged on the left"
+                                       : right_damaged               ? ", damaged on the right"
+                                                                     : "");
     }
     if (contents_only) return text;
     text += fmt::format("  flash: {} of {} differ\n", diff.parts.size(),
@@ -134,14 +149,18 @@ std::string text_of(const image_difference& diff, bool contents_only)
     return text;
 }
 
-json document_of(const image_difference& diff)
+json document_of(const image_difference& diff, bool contents_only)
 {
     json::array files, parts;
     const auto size = [](const std::optional<std::size_t>& value) {
         return value ? json(std::uint64_t{*value}) : json();
     };
-    for (const auto& [name, left, right] : diff.files)
-        files.emplace_back(json::object{{"path", name}, {"left_size", size(left)}, {"right_size", size(right)}});
+    for (const file_difference& file : diff.files)
+        files.emplace_back(json::object{{"path", file.name},
+                                        {"left_size", size(file.left)},
+                                        {"right_size", size(file.right)},
+                                        {"left_damaged", file.left_damaged},
+                                        {"right_damaged", file.right_damaged}});
     for (const auto& [name, count, detail] : diff.parts)
         parts.emplace_back(json::object{{"part", name}, {"bytes", std::uint64_t{count}}, {"detail", detail}});
     return json::object{{"kind", to_string(diff.kind)},
@@ -149,7 +168,7 @@ json document_of(const image_difference& diff)
                         {"right", diff.right},
                         {"files", std::move(files)},
                         {"same", std::uint64_t{diff.same_files}},
-                        {"parts", std::move(parts)}};
+                        {"parts", contents_only ? json() : json(std::move(parts))}};
 }
 
 bool is_set(const std::string& name)
@@ -158,27 +177,50 @@ bool is_set(const std::string& name)
     return fs::is_directory(name, ignored) || name.ends_with(".json");
 }
 
+struct difference {
+    std::vector<image_difference> images;
+    std::vector<table_difference> tables; // of two sets; only those that differ
+};
+
+difference compare_sets(const std::string& a, const std::string& b)
+{
+    source right_source, left_source;
+    right_source.set = b;
+    left_source.set = a;
+    const session right(right_source), left(left_source); // the left one's tables stay active
+    difference out;
+    for (const image_kind kind : {image_kind::afs, image_kind::efs}) {
+        const auto &one = left.image(kind), &other = right.image(kind);
+        if (one && other) out.images.push_back(compare(left, *one, *other, kind));
+        if (one.has_value() != other.has_value())
+            throw failure(fault::usage, fmt::format("only one of {} and {} has an image of {}", a, b, to_string(kind)));
+    }
+    const auto add_table = [&](std::string_view key, const working_copy* one, const working_copy* other) {
+        static const working_copy none;
+        if (one == nullptr) one = &none;
+        if (other == nullptr) other = &none;
+        const std::size_t count = differing_bytes(one->before, other->before);
+        if (count != 0) out.tables.push_back({key, one->name(), other->name(), count});
+    };
+    add_table("ftbl", &left.ftbl, &right.ftbl);
+    add_table("velor", &left.velor, &right.velor);
+    add_table("zonc", left.zonc ? &*left.zonc : nullptr, right.zonc ? &*right.zonc : nullptr);
+    return out;
+}
+
 // Both sides' images of each kind, with the tables of the left set, of --ftbl, or of the set that is there.
-std::vector<image_difference> compare_sides(const options& given)
+difference compare_sides(const options& given)
 {
     const std::string &a = given.inputs[0], &b = given.inputs[1];
+    for (const std::string& side : {a, b}) {
+        std::error_code ignored;
+        if (side != "-" && !fs::exists(parse_image(side).path, ignored))
+            throw failure(fault::file_unreadable, fmt::format("there is no {}", side));
+    }
     if (is_set(a) != is_set(b))
         throw failure(fault::usage, fmt::format("{} and {} aren't both sets, nor both images", a, b));
-    std::vector<image_difference> list;
-    if (is_set(a)) {
-        source right_source, left_source;
-        right_source.set = b;
-        left_source.set = a;
-        const session right(right_source), left(left_source); // the left one's tables stay active
-        for (const image_kind kind : {image_kind::afs, image_kind::efs}) {
-            const auto &one = left.image(kind), &other = right.image(kind);
-            if (one && other) list.push_back(compare(left, *one, *other, kind));
-            if (one.has_value() != other.has_value())
-                throw failure(fault::usage,
-                              fmt::format("only one of {} and {} has an image of {}", a, b, to_string(kind)));
-        }
-        return list;
-    }
+    if (is_set(a)) return compare_sets(a, b);
+
     source tables = given;
     tables.tables_only = true;
     const session names(tables);
@@ -186,21 +228,38 @@ std::vector<image_difference> compare_sides(const options& given)
     const image_kind kind = kind_of(left.ref, left.before);
     if (kind_of(right.ref, right.before) != kind)
         throw failure(fault::usage, fmt::format("{} and {} are images of different kinds", a, b));
-    list.push_back(compare(names, left, right, kind));
-    return list;
+    return {{compare(names, left, right, kind)}, {}};
 }
 
-void save_picture(const std::string& target, const std::vector<image_difference>& diffs)
+json document_of(const table_difference& table)
+{
+    const auto name = [](const std::string& path) { return path.empty() ? json() : json(path); };
+    return json::object{{"table", table.key},
+                        {"left", name(table.left)},
+                        {"right", name(table.right)},
+                        {"bytes", std::uint64_t{table.bytes}}};
+}
+
+std::string text_of(const difference& found, bool contents_only)
+{
+    std::string text;
+    for (const image_difference& image : found.images) text += text_of(image, contents_only);
+    for (const table_difference& table : found.tables)
+        text += table.left.empty()    ? fmt::format("{}: added\n", table.right)
+                : table.right.empty() ? fmt::format("{}: removed\n", table.left)
+                                      : fmt::format("{} -> {}: {} differ{}\n", table.left, table.right,
+                                                    bytes_text(table.bytes), table.bytes == 1 ? "s" : "");
+    return text;
+}
+
+void save_picture(const std::string& target, const difference& found)
 {
     const bool page = target.ends_with(".html");
     if (!page && !target.ends_with(".svg"))
         throw failure(fault::usage, fmt::format("'{}' is neither .svg nor .html", target), "name one of these");
     std::vector<image_map> maps;
-    std::string text;
-    for (const image_difference& diff : diffs) {
-        maps.push_back(diff.map);
-        text += text_of(diff, false);
-    }
+    for (const image_difference& image : found.images) maps.push_back(image.map);
+    const std::string text = text_of(found, false);
     const std::string drawn =
         page ? map_html(maps, "Difference of two flash images", fmt::format("<pre>{}</pre>\n", escaped_xml(text)))
              : map_svg(maps);
@@ -215,20 +274,24 @@ void save_picture(const std::string& target, const std::vector<image_difference>
 exit_status diff_images(const options& given)
 {
     if (given.values) return diff_values(given);
-    const std::vector<image_difference> diffs = compare_sides(given);
-    const bool same = std::all_of(diffs.begin(), diffs.end(), [&](const image_difference& diff) {
-        return diff.files.empty() && (given.contents || diff.parts.empty());
-    });
+    const difference found = compare_sides(given);
+    const bool same =
+        found.tables.empty() && std::all_of(found.images.begin(), found.images.end(), [&](const auto& image) {
+            return image.files.empty() && (given.contents || image.parts.empty());
+        });
     if (!given.change.output.empty()) {
-        save_picture(given.change.output, diffs);
+        save_picture(given.change.output, found);
     } else if (given.json) {
-        json::array images;
-        for (const image_difference& diff : diffs) images.push_back(document_of(diff));
-        print(json(json::object{{"schema", "yfs.diff/1"}, {"same", same}, {"images", std::move(images)}}).dump());
+        json::array images, tables;
+        for (const image_difference& image : found.images) images.push_back(document_of(image, given.contents));
+        for (const table_difference& table : found.tables) tables.push_back(document_of(table));
+        print(json(json::object{{"schema", "yfs.diff/1"},
+                                {"same", same},
+                                {"images", std::move(images)},
+                                {"tables", std::move(tables)}})
+                  .dump());
     } else if (!same) {
-        std::string text;
-        for (const image_difference& diff : diffs) text += text_of(diff, given.contents);
-        print(text);
+        print(text_of(found, given.contents));
     }
     return same ? exit_status::done : exit_status::no;
 }

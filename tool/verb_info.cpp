@@ -100,11 +100,12 @@ std::uint64_t files_on(const std::vector<stored_file>& files, file_system where)
         std::count_if(files.begin(), files.end(), [&](const stored_file& file) { return file.row.where == where; }));
 }
 
-void add_volume(part& out, const volume& images, std::uint64_t files)
+void add_volume(part& out, const session& set, const volume& images, std::uint64_t files)
 {
     const volume_space space = images.space();
-    const bool deployed = images.deployed();
-    out.add("deployed", deployed);
+    // Which file tells is up to the file table.
+    const bool told = !set.set.ftbl.empty(), deployed = told && images.deployed();
+    out.add("deployed", told ? json(deployed) : json());
     out.add("files", files);
     out.add("file_heads", space.file_heads);
     out.add("chunks", space.chunks);
@@ -115,15 +116,19 @@ void add_volume(part& out, const volume& images, std::uint64_t files)
     out.add("log_units", space.log_units);
     out.add("lowest_erase_count", space.lowest_erase_count);
     out.add("highest_erase_count", space.highest_erase_count);
-    out.line(deployed ? std::string("deployed: the files hold the live values")
-                      : fmt::format("not deployed: {} is empty or absent", deploy_path));
+    if (told)
+        out.line(deployed ? std::string("deployed: the files hold the live values")
+                          : fmt::format("not deployed: {} is empty or absent", deploy_path));
     out.line(fmt::format("{}, numbers 0 to {}", count_of(files, "file"), space.file_heads - 1));
     out.line(fmt::format("{} of 64 bytes: {} used, {} free ({} at once, {} after a reclaim)",
                          count_of(space.chunks, "chunk"), space.used, space.free(), space.at_once,
                          space.free() - space.at_once));
-    out.line(fmt::format("{} of 8192 bytes: {} data, {} log, 1 spare; erased {} to {} times",
+    out.line(fmt::format("{} of 8192 bytes: {} data, {} log, 1 spare; erased {} times",
                          count_of(space.data_units + space.log_units + 1, "erase unit"), space.data_units,
-                         space.log_units, space.lowest_erase_count, space.highest_erase_count));
+                         space.log_units,
+                         space.lowest_erase_count == space.highest_erase_count
+                             ? fmt::format("{}", space.lowest_erase_count)
+                             : fmt::format("{} to {}", space.lowest_erase_count, space.highest_erase_count)));
 }
 
 void add_efs(part& out, std::uint64_t files)
@@ -145,12 +150,17 @@ exit_status info(const options& given)
     session set(given);
     volume images(set);
 
-    part ftbl("ftbl", set.ftbl);
-    add_file_table(ftbl, set);
-    part velor("velor", set.velor);
+    // Images alone have no tables, or just the file table that was named.
+    const auto table_part = [](const char* key, const working_copy& file) {
+        return file.name().empty() ? part(key) : part(key, file);
+    };
+    part ftbl = table_part("ftbl", set.ftbl);
+    ftbl.attempt([&] { add_file_table(ftbl, set); });
+    part velor = table_part("velor", set.velor);
     velor.attempt([&] { add_records(velor, set.table, read_cfg_records(set.velor.now, set.velor.name())); });
     part zonc("zonc", set.zonc);
     zonc.attempt([&] {
+        if (set.zonc->now.empty()) return zonc.line("empty: no value goes before the defaults");
         const auto table = table_in_partition(set.zonc->now, set.zonc->name());
         add_records(zonc, set.table, read_cfg_records(table, set.zonc->name()));
     });
@@ -159,13 +169,15 @@ exit_status info(const options& given)
     const bool with_afs = yfs.attempt([&] { images.mount_afs(); });
     const bool with_efs = efs.attempt([&] { images.mount_efs(); });
     const std::vector<stored_file> files = images.files();
-    if (with_afs) yfs.attempt([&] { add_volume(yfs, images, files_on(files, file_system::afs)); });
+    if (with_afs) yfs.attempt([&] { add_volume(yfs, set, images, files_on(files, file_system::afs)); });
     if (with_efs) add_efs(efs, files_on(files, file_system::efs));
 
     exit_status status = exit_status::done;
-    json::object document = {{"schema", "yfs.info/1"}, {"set", set.set.path.string()}, {"sku", set.set.sku}};
+    json::object document = {{"schema", "yfs.info/1"}};
+    document.emplace_back("set", set.bare() ? json() : json(set.set.path.string()));
+    document.emplace_back("sku", set.set.ftbl.empty() ? json() : json(set.set.sku));
     text_table lines({text_table::align::left, text_table::align::left});
-    lines.row({"set", fmt::format("{}, SKU {}", set.set.path.string(), set.set.sku)});
+    lines.row({"set", set.bare() ? "-" : fmt::format("{}, SKU {}", set.set.path.string(), set.set.sku)});
     for (const part* each : {&ftbl, &velor, &zonc, &yfs, &efs}) {
         document.emplace_back(each->key(), each->document());
         each->print_to(lines);

@@ -14,7 +14,7 @@ namespace yfs::tool {
 
 namespace {
 
-constexpr std::uint64_t grain = 4096; // partitions begin at an erase block
+constexpr std::uint64_t grain = 4096; // an erase block: partitions end with one, and mostly begin with one
 constexpr std::uint64_t largest_dump = 1ULL << 30;
 
 struct partition {
@@ -86,6 +86,12 @@ std::optional<partition> ftbl_at(std::span<const std::uint8_t> dump, std::uint64
     }
 }
 
+// Off the grid of erase blocks only where a block map's version stands, since more can't be looked at for every byte.
+bool may_begin_efs(std::span<const std::uint8_t> dump, std::uint64_t offset)
+{
+    return offset % grain == 0 || (dump.size() > 1 && dump[0] == efs::bm_version && dump[1] == 0);
+}
+
 std::vector<partition> find_partitions(std::span<const std::uint8_t> dump)
 {
     std::vector<partition> found;
@@ -94,10 +100,9 @@ std::vector<partition> find_partitions(std::span<const std::uint8_t> dump)
         std::optional<partition> here;
         if (unit_at(rest)) here = afs_at(rest, offset);
         if (!here) here = ftbl_at(rest, offset);
-        if (!here) here = efs_at(rest, offset);
+        if (!here && may_begin_efs(rest, offset)) here = efs_at(rest, offset);
         if (here) found.push_back(*here);
-        const std::uint64_t step = here ? (here->size + grain - 1) / grain * grain : grain;
-        offset += step;
+        offset += here ? here->size : 1;
     }
     return found;
 }

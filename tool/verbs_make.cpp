@@ -87,20 +87,20 @@ std::uint32_t choose_sku(const options& given, const std::string& ftbl)
 
 exit_status init_set(const options& given)
 {
-    const fs::path folder = given.folder;
-    const std::map<role, std::string> found = roles_in(given.folder);
+    const std::string name = given.folder.empty() ? "." : given.folder;
+    const fs::path folder = name;
+    const std::map<role, std::string> found = roles_in(name);
     for (const role needed : {role::ftbl, role::velor}) {
         if (found.contains(needed)) continue;
-        throw failure(
-            fault::set_missing,
-            fmt::format("{} holds no file that could be \"{}\"", given.folder, role_keys[static_cast<int>(needed)]),
-            "a set is a file table, velor.cfg, and as there are any zonc.cfg, an AFS and an EFS image");
+        throw failure(fault::set_missing,
+                      fmt::format("{} holds no file that could be \"{}\"", name, role_keys[static_cast<int>(needed)]),
+                      "a set is a file table, velor.cfg, and as there are any zonc.cfg, an AFS and an EFS image");
     }
     json::object members = {{"sku", choose_sku(given, (folder / found.at(role::ftbl)).string())}};
     std::vector<std::string> told;
-    for (const auto& [what, name] : found) {
-        members.emplace_back(role_keys[static_cast<int>(what)], name);
-        told.push_back(fmt::format("{} ({})", name, role_keys[static_cast<int>(what)]));
+    for (const auto& [what, file] : found) {
+        members.emplace_back(role_keys[static_cast<int>(what)], file);
+        told.push_back(fmt::format("{} ({})", file, role_keys[static_cast<int>(what)]));
     }
     const std::string text = json(std::move(members)).dump();
     const std::string target = (folder / set_file_name).string();
@@ -113,7 +113,7 @@ exit_status make_afs(const options& given)
 {
     constexpr std::uint64_t most = 0x1FE000;
     bytes image(std::min(given.size, most + 1));
-    if (yfs_make_volume(image.data(), low32(image.size()), given.files) != 0) {
+    if (given.size % ftl::eu_size != 0 || yfs_make_volume(image.data(), low32(image.size()), given.files) != 0) {
         throw failure(fault::usage,
                       fmt::format("no volume of {} for {} file numbers can be", bytes_text(given.size), given.files),
                       "a size is a multiple of 8192 from 32768 to 2088960, and has room for 2 bytes a number "
@@ -131,7 +131,7 @@ exit_status make_efs(const options& given)
     from.tables_only = true;
     const session set(from);
     if (g_efs_autogen_data_loaded == 0) {
-        throw failure(fault::efs_damaged, "an EFS image is laid out by a file table, and none with a layout is here",
+        throw failure(fault::set_missing, "an EFS image is laid out by a file table, and none with a layout is here",
                       "--ftbl FILE --sku N, or a set file");
     }
     bytes image(EFS_get_efs_size());

@@ -115,7 +115,10 @@ exit_status cut(const options& given)
     for (std::size_t i = 0; i < given.after; ++i) tried.operations[i].apply(images.of(tried.operations[i].medium));
     if (given.after < tried.operations.size() && given.torn_bytes != 0) {
         const flash_operation& torn = tried.operations[given.after];
-        torn.apply(images.of(torn.medium), std::min(given.torn_bytes, torn.length));
+        if (given.torn_bytes > torn.length)
+            throw failure(fault::usage, fmt::format("the next operation has {}", bytes_text(torn.length)),
+                          "'yfs trace' lists them");
+        torn.apply(images.of(torn.medium), given.torn_bytes);
     }
     for (const image_kind kind : {image_kind::afs, image_kind::efs}) {
         if (auto& image = set.image(kind)) image->now = images.of(kind);
@@ -123,6 +126,7 @@ exit_status cut(const options& given)
     changes done(set, given.change);
     done.touch_all();
     done.accept_faults();
+    for (const flash_operation& operation : tried.operations) done.mean(operation.medium);
     done.save(
         fmt::format("{}, cut after {} of {}", tried.what, given.after, count_of(tried.operations.size(), "operation")));
     return exit_status::done;

@@ -69,7 +69,7 @@ void volume::mount_afs()
     throw failure(fault::volume_damaged,
                   fmt::format("{}: its erase units, volume header or file chains contradict each other (status {})",
                               what, status),
-                  "take the image from the firmware or the build again");
+                  "'yfs check' lists what is wrong, 'yfs extract' saves what can be read, 'yfs repair' mends");
 }
 
 void volume::mount_efs()
@@ -95,7 +95,8 @@ void volume::mount_efs()
     throw failure(fault::efs_damaged,
                   fmt::format("{} can't be mounted: no sound block map for the layout in {} (status {})", what,
                               set_.set.ftbl, status),
-                  "check that file table and image come from the same build");
+                  "either file table and image come from different builds, or 'yfs check' lists what is wrong and 'yfs "
+                  "repair' mends; -i IMAGE works on the other image alone");
 }
 
 void volume::mount(file_system where)

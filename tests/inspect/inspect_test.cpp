@@ -56,7 +56,7 @@ const damage damages[] = {
     {"spare erased", [](volume& v) { v.eu(5).erased(); }, {eu_spare_untrusted}},
     {"data unit with seq 0",
      [](volume& v) { v.eu(3).seq(0); },
-     {eu_two_invalid, eu_spare_not_named, eu_spare_untrusted, group_no_owner},
+     {eu_two_invalid, group_no_owner},
      5},
     {"no spare", [](volume& v) { v.eu(5).magic(ftl::eu_magic); }, {eu_no_spare}, 5},
     {"uncommitted", [](volume& v) { v.make_data(5, 0).src(2).seq(9).commit(0xFF); }, {eu_incomplete_discarded}},
