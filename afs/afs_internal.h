@@ -84,6 +84,9 @@ inline constexpr std::uint16_t line_valid = 0x1; // in the link of a line
 // A pointer to the byte at `va` in its cache line. 0 | the cache's status.
 std::uint32_t cache_at(afs_context& ctx, std::uint32_t va, std::uint8_t*& byte);
 
+// As cache_line_written: the line that `byte` lies in was changed.
+void line_was_written(afs_context& ctx, const std::uint8_t* byte);
+
 // The next chunk of a walk is its first.
 void begin_walk();
 
