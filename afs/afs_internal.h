@@ -5,6 +5,9 @@
 #include "yfs/afs.h"
 #include "yfs/status.h"
 
+#include <algorithm>
+#include <bit>
+
 namespace yfs::afs {
 
 inline constexpr std::uint32_t staging_bytes = 4096;
@@ -71,6 +74,21 @@ inline std::uint32_t map_words(const afs_context& ctx)
 inline bool chunk_in_use(const afs_context& ctx, std::uint32_t index)
 {
     return ctx.alloc_map != nullptr && index <= ctx.chunks && bit_is_set(ctx.alloc_map, index);
+}
+
+// How many chunks from `index` on are in use without a gap, as far as `most`.
+inline std::uint32_t in_use_ahead(const afs_context& ctx, std::uint32_t index, std::uint32_t most)
+{
+    if (ctx.alloc_map == nullptr) return 0;
+    most = std::min(most, index <= ctx.chunks ? ctx.chunks + 1U - index : 0);
+    std::uint32_t count = 0;
+    while (count < most) {
+        const std::uint32_t at = index + count;
+        const std::uint32_t here = static_cast<std::uint32_t>(std::countr_one(ctx.alloc_map[at >> 5] >> (at & 31U)));
+        count += here;
+        if ((at & 31U) + here < 32) break;
+    }
+    return std::min(count, most);
 }
 
 // 22 unless `file` names a file head of an open volume.

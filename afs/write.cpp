@@ -60,6 +60,17 @@ void step_on(rewrite& job)
     job.cur = job.next;
 }
 
+// Passes over chunks that end before the change begins and are followed by their neighbours.
+void pass_neighbours(rewrite& job)
+{
+    if (!is_chunk(job.cur) || job.offset < job.pos) return;
+    const std::uint32_t ahead = neighbours_ahead(job.ctx, job.cur, (job.offset - job.pos) / chunk_bytes);
+    if (ahead == 0) return;
+    step_to_neighbours(job.cur, ahead);
+    job.prev = low16(job.cur - 1);
+    job.pos += ahead * chunk_bytes;
+}
+
 // The chunk ends before the change begins, and the chain goes on or the change begins right behind it.
 bool unchanged(const rewrite& job)
 {
@@ -166,6 +177,7 @@ std::uint32_t build_new_chunks(rewrite& job, outcome& result)
                 return afs_status::ok;
             }
         }
+        pass_neighbours(job);
         job.next = 0;
         if (is_chunk(job.cur)) {
             const auto status = step_chain(job.ctx, job.cur, job.next);
