@@ -99,11 +99,17 @@ inline bool is_file_number(const afs_context* ctx, std::int32_t file)
 
 inline constexpr std::uint16_t line_valid = 0x1; // in the link of a line
 
-// A pointer to the byte at `va` in its cache line. 0 | the cache's status.
-std::uint32_t cache_at(afs_context& ctx, std::uint32_t va, std::uint8_t*& byte);
+// The bytes of the line with `page`, which becomes the most recently used. 0 | the cache's status.
+std::uint32_t fetch_line(afs_context& ctx, std::uint16_t page, std::uint8_t*& bytes);
 
-// As cache_line_written: the line that `byte` lies in was changed.
-void line_was_written(afs_context& ctx, const std::uint8_t* byte);
+// A pointer to the byte at `va` in its cache line. 0 | the cache's status.
+inline std::uint32_t cache_at(afs_context& ctx, std::uint32_t va, std::uint8_t*& byte)
+{
+    if (ctx.line_table == nullptr || ctx.cache_data == nullptr || ctx.page_size == 0) return afs_status::bad_state;
+    const std::uint32_t status = fetch_line(ctx, low16(va / line_bytes), byte);
+    if (status == afs_status::ok) byte += va % line_bytes;
+    return status;
+}
 
 // The next chunk of a walk is its first.
 void begin_walk();

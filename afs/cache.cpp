@@ -18,40 +18,25 @@ std::uint32_t write_line(afs_context& ctx, std::uint16_t line)
     return ctx.handler->write_page(&ctx, va, line_bytes, bytes_of(ctx, line), ctx.flash_base);
 }
 
+} // namespace
+
 // A miss goes into the least recently used line, which is the most recent from then on, whatever comes of it.
 std::uint32_t fetch_line(afs_context& ctx, std::uint16_t page, std::uint8_t*& bytes)
 {
     const std::uint16_t hit = find_line(ctx, page);
     const std::uint16_t line = hit != no_line ? hit : least_recent_line(ctx);
     use_line(ctx, line);
-    bytes = bytes_of(ctx, line);
-    if (hit != no_line) return afs_status::ok;
-
-    if (is_dirty(ctx.line_table[line])) {
-        if (const std::uint32_t status = write_line(ctx, line); status != afs_status::ok) return status;
+    std::uint8_t* const at = bytes_of(ctx, line);
+    if (hit == no_line) {
+        if (is_dirty(ctx.line_table[line])) {
+            if (const std::uint32_t status = write_line(ctx, line); status != afs_status::ok) return status;
+        }
+        const std::uint32_t status = ctx.handler->read_page(&ctx, page * line_bytes, line_bytes, at, ctx.flash_base);
+        if (status != afs_status::ok) return status;
+        give_line(ctx, line, page);
     }
-    const std::uint32_t status = ctx.handler->read_page(&ctx, page * line_bytes, line_bytes, bytes, ctx.flash_base);
-    if (status == afs_status::ok) give_line(ctx, line, page);
-    return status;
-}
-
-} // namespace
-
-std::uint32_t cache_at(afs_context& ctx, std::uint32_t va, std::uint8_t*& byte)
-{
-    if (ctx.line_table == nullptr || ctx.cache_data == nullptr || ctx.page_size == 0) return afs_status::bad_state;
-    std::uint8_t* bytes = nullptr;
-    const std::uint32_t status = fetch_line(ctx, low16(va / line_bytes), bytes);
-    if (status == afs_status::ok) byte = bytes + va % line_bytes;
-    return status;
-}
-
-void line_was_written(afs_context& ctx, const std::uint8_t* byte)
-{
-    const auto line = static_cast<std::uint32_t>((byte - ctx.cache_data) / line_bytes);
-    if (line >= ctx.line_count) return;
-    use_line(ctx, low16(line));
-    ctx.line_table[line].link |= line_dirty;
+    bytes = at;
+    return afs_status::ok;
 }
 
 } // namespace yfs::afs

@@ -1,5 +1,6 @@
 // FAT entries: reading one and telling whether it is a value that may stand there, writing one in the cache.
 #include "afs/chain_step.h"
+#include "afs/line_order.h"
 
 namespace yfs::afs {
 

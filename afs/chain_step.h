@@ -10,7 +10,7 @@
 namespace yfs::afs {
 
 // Steps of the present chain walk. A file head starts it anew; a loop is told by a walk of `chunks` steps.
-extern std::uint32_t chunk_cntr;
+[[gnu::visibility("hidden")]] extern std::uint32_t chunk_cntr;
 
 constexpr bool is_allowed(const afs_context& ctx, std::uint16_t entry, std::uint16_t value)
 {

@@ -105,6 +105,15 @@ inline void use_line(afs_context& ctx, std::uint16_t line)
     ctx.cache_head = line;
 }
 
+// As cache_line_written: the line that `byte` lies in was changed.
+inline void line_was_written(afs_context& ctx, const std::uint8_t* byte)
+{
+    const auto line = static_cast<std::uint32_t>((byte - ctx.cache_data) / line_bytes);
+    if (line >= ctx.line_count) return;
+    use_line(ctx, low16(line));
+    ctx.line_table[line].link |= line_dirty;
+}
+
 // Makes it a valid, clean line that holds `page`.
 inline void give_line(afs_context& ctx, std::uint16_t line, std::uint16_t page)
 {

@@ -2,6 +2,7 @@
 // on flash; the switch is the one FAT page with the entry that points at them. Chunks are never rewritten: each chunk
 // with a changed byte is replaced by a new one.
 #include "afs/chain_step.h"
+#include "afs/line_order.h"
 #include "frame/memory.h"
 
 #include <algorithm>

@@ -81,10 +81,11 @@ uint16_t add_crc16_key(uint16_t crc, const uint8_t* key)
     return low16(crc16_slices[1][key[0] ^ (crc >> 8)] ^ crc16_slices[0][key[1] ^ (crc & 0xFFU)]);
 }
 
-uint16_t crc16_of_page_by_slices(const uint8_t* data, const uint8_t* key)
+uint16_t crc16_of_page_by_slices(const uint8_t* data, uint16_t page)
 {
     constexpr std::size_t page_bytes = 64;
-    return add_crc16_key(crc16_by_slices(crc16_start, data, page_bytes), key);
+    const le16 key = page;
+    return add_crc16_key(crc16_by_slices(crc16_start, data, page_bytes), key.byte);
 }
 
 } // namespace yfs
