@@ -97,13 +97,6 @@ inline page_frame_t make_frame(const void* data, std::uint32_t page)
     return frame;
 }
 
-// Whether the bytes lie erased.
-inline bool blank(const std::uint8_t* bytes, std::size_t count)
-{
-    constexpr std::uint8_t erased = 0xFF;
-    return count == 0 || (bytes[0] == erased && std::memcmp(bytes, bytes + 1, count - 1) == 0);
-}
-
 // Reads a run of frames until page_of(i) is the key that fits the i-th. Null if the chip failed or a frame stayed
 // wrong; else the frames, in `buf` or where they stand on the flash: they are to be used before the next write.
 template <typename PageOf>
