@@ -1,12 +1,10 @@
 // What the files of this folder share: geometry of a mounted volume, FAT access, limits.
 #pragma once
 
+#include "afs/chunk_bits.h"
 #include "afs/volume_layout.h"
 #include "yfs/afs.h"
 #include "yfs/status.h"
-
-#include <algorithm>
-#include <bit>
 
 namespace yfs::afs {
 
@@ -58,14 +56,6 @@ inline std::uint32_t chunk_va(const afs_context& ctx, std::uint16_t cid)
 {
     return ctx.fat_size + chunk_bytes * chunk_index(ctx, cid);
 }
-inline bool bit_is_set(const std::uint32_t* map, std::uint32_t index)
-{
-    return ((map[index >> 5] >> (index & 31U)) & 1U) != 0;
-}
-inline void set_bit(std::uint32_t* map, std::uint32_t index)
-{
-    map[index >> 5] |= 1U << (index & 31U);
-}
 inline std::uint32_t map_words(const afs_context& ctx)
 {
     return ctx.chunks / 32U + 1;
@@ -80,15 +70,7 @@ inline bool chunk_in_use(const afs_context& ctx, std::uint32_t index)
 inline std::uint32_t in_use_ahead(const afs_context& ctx, std::uint32_t index, std::uint32_t most)
 {
     if (ctx.alloc_map == nullptr) return 0;
-    most = std::min(most, index <= ctx.chunks ? ctx.chunks + 1U - index : 0);
-    std::uint32_t count = 0;
-    while (count < most) {
-        const std::uint32_t at = index + count;
-        const std::uint32_t here = static_cast<std::uint32_t>(std::countr_one(ctx.alloc_map[at >> 5] >> (at & 31U)));
-        count += here;
-        if ((at & 31U) + here < 32) break;
-    }
-    return std::min(count, most);
+    return set_ahead(ctx.alloc_map, index, std::min(most, index <= ctx.chunks ? ctx.chunks + 1U - index : 0));
 }
 
 // 22 unless `file` names a file head of an open volume.

@@ -1,6 +1,7 @@
 // The medium of EFS, nothing else: a program that defines these three functions itself takes this file's place.
 #include "efs/layout.h"
 #include "efs/medium_access.h"
+#include "frame/blank.h"
 #include "yfs/efs.h"
 #include "yfs/status.h"
 
@@ -28,7 +29,7 @@ uint32_t EFS_physical_erase(uint32_t address, uint32_t length)
     if (!in_image(address, length) || address % block_bytes != 0 || length % block_bytes != 0) {
         return efs_status::invalid;
     }
-    std::memset(efs_image + address, yfs::efs::erased_byte, length);
+    yfs::lay_erased(efs_image + address, length);
     return efs_status::ok;
 }
 

@@ -107,11 +107,45 @@ uint16_t crc16(const void* data, int32_t len, const uint8_t* key)
     return yfs::add_crc16_key(yfs::add_crc16(crc16_start, static_cast<const uint8_t*>(data), length), key);
 }
 
+namespace {
+
+constexpr uint16_t crc14_mask = 0x3FFF; // taken off after each byte: it changes the result
+
+constexpr uint16_t add_byte14(uint16_t crc, uint8_t byte)
+{
+    return add_byte(crc, byte) & crc14_mask;
+}
+
+// Each bit of two bytes flips the same bits of their CRC whatever the others are, so what the first and the second byte
+// make of it can be looked up apart.
+struct pair_tables {
+    uint16_t first[256];
+    uint16_t second[256];
+};
+constexpr pair_tables make_pair_tables()
+{
+    pair_tables tables{};
+    const uint16_t of_zeros = add_byte14(add_byte14(crc14_mask, 0), 0);
+    for (uint32_t x = 0; x < 256; ++x) {
+        const auto byte = static_cast<uint8_t>(x);
+        tables.first[x] = add_byte14(add_byte14(crc14_mask, byte), 0);
+        tables.second[x] = add_byte14(add_byte14(crc14_mask, 0), byte) ^ of_zeros;
+    }
+    return tables;
+}
+constexpr pair_tables crc14_pairs = make_pair_tables();
+
+} // namespace
+
+uint16_t yfs::crc14_of_pair(uint16_t pair)
+{
+    return crc14_pairs.first[pair & 0xFFU] ^ crc14_pairs.second[pair >> 8];
+}
+
 uint16_t crc14(const void* data, int32_t len)
 {
-    constexpr uint16_t mask = 0x3FFF; // inside the loop: it changes the result
     const auto* byte = static_cast<const uint8_t*>(data);
-    uint16_t crc = mask;
-    for (int32_t i = 0; i < len; ++i) crc = add_byte(crc, byte[i]) & mask;
+    uint16_t crc = crc14_mask;
+    for (int32_t i = 0; i < len; ++i) crc = add_byte14(crc, byte[i]);
     return crc;
 }

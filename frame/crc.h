@@ -28,4 +28,7 @@ inline std::uint16_t crc16_of_page(const std::uint8_t* data, std::uint16_t page)
     return has_lanes ? crc16_page_lanes(data, std::rotl(page, 8)) : crc16_of_page_by_slices(data, page);
 }
 
+// crc14 of the two bytes of a number, its low byte first.
+std::uint16_t crc14_of_pair(std::uint16_t pair);
+
 } // namespace yfs

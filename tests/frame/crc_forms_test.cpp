@@ -59,4 +59,12 @@ TEST(ChecksumForms, APageIsItsBytesAndItsKey)
     }
 }
 
+TEST(ChecksumForms, APairIsTwoBytes)
+{
+    for (unsigned pair = 0; pair <= 0xFFFF; ++pair) {
+        const std::uint8_t bytes[2] = {static_cast<std::uint8_t>(pair & 0xFFU), static_cast<std::uint8_t>(pair >> 8)};
+        ASSERT_EQ(yfs::crc14_of_pair(static_cast<std::uint16_t>(pair)), crc14(bytes, 2));
+    }
+}
+
 } // namespace
