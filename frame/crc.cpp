@@ -5,10 +5,10 @@
 
 #include <array>
 
-const uint8_t gCrc8_low[16] = {0x00, 0x07, 0x0E, 0x09, 0x1C, 0x1B, 0x12, 0x15,
-                               0x38, 0x3F, 0x36, 0x31, 0x24, 0x23, 0x2A, 0x2D};
-const uint8_t gCrc8_high[16] = {0x00, 0x70, 0xE0, 0x90, 0xC7, 0xB7, 0x27, 0x57,
-                                0x89, 0xF9, 0x69, 0x19, 0x4E, 0x3E, 0xAE, 0xDE};
+constexpr uint8_t gCrc8_low[16] = {0x00, 0x07, 0x0E, 0x09, 0x1C, 0x1B, 0x12, 0x15,
+                                   0x38, 0x3F, 0x36, 0x31, 0x24, 0x23, 0x2A, 0x2D};
+constexpr uint8_t gCrc8_high[16] = {0x00, 0x70, 0xE0, 0x90, 0xC7, 0xB7, 0x27, 0x57,
+                                    0x89, 0xF9, 0x69, 0x19, 0x4E, 0x3E, 0xAE, 0xDE};
 
 namespace {
 
@@ -51,6 +51,14 @@ uint16_t add_eight(uint16_t crc, const uint8_t* b)
 }
 
 constexpr uint16_t crc16_start = 0xFFFF;
+
+constexpr std::array<uint8_t, 256> make_crc8_table()
+{
+    std::array<uint8_t, 256> table{};
+    for (uint32_t x = 0; x < 256; ++x) table[x] = yfs::low8(gCrc8_high[x >> 4] ^ gCrc8_low[x & 15U]);
+    return table;
+}
+constexpr std::array<uint8_t, 256> crc8_table = make_crc8_table();
 
 } // namespace
 
@@ -95,8 +103,7 @@ uint8_t crc8(const void* data, uint32_t len)
     const auto* byte = static_cast<const uint8_t*>(data);
     uint8_t crc = 0x01;
     for (uint32_t i = 0; i < len; ++i) {
-        const uint32_t x = crc ^ byte[i];
-        crc = yfs::low8(gCrc8_high[x >> 4] ^ gCrc8_low[x & 15U]);
+        crc = crc8_table[crc ^ byte[i]];
     }
     return crc;
 }
@@ -116,15 +123,9 @@ constexpr uint16_t add_byte14(uint16_t crc, uint8_t byte)
     return add_byte(crc, byte) & crc14_mask;
 }
 
-// Each bit of two bytes flips the same bits of their CRC whatever the others are, so what the first and the second byte
-// make of it can be looked up apart.
-struct pair_tables {
-    uint16_t first[256];
-    uint16_t second[256];
-};
-constexpr pair_tables make_pair_tables()
+constexpr yfs::crc14_pair_tables make_pair_tables()
 {
-    pair_tables tables{};
+    yfs::crc14_pair_tables tables{};
     const uint16_t of_zeros = add_byte14(add_byte14(crc14_mask, 0), 0);
     for (uint32_t x = 0; x < 256; ++x) {
         const auto byte = static_cast<uint8_t>(x);
@@ -133,14 +134,9 @@ constexpr pair_tables make_pair_tables()
     }
     return tables;
 }
-constexpr pair_tables crc14_pairs = make_pair_tables();
-
 } // namespace
 
-uint16_t yfs::crc14_of_pair(uint16_t pair)
-{
-    return crc14_pairs.first[pair & 0xFFU] ^ crc14_pairs.second[pair >> 8];
-}
+constexpr yfs::crc14_pair_tables yfs::crc14_pairs = make_pair_tables();
 
 uint16_t crc14(const void* data, int32_t len)
 {

@@ -28,7 +28,16 @@ inline std::uint16_t crc16_of_page(const std::uint8_t* data, std::uint16_t page)
     return has_lanes ? crc16_page_lanes(data, std::rotl(page, 8)) : crc16_of_page_by_slices(data, page);
 }
 
-// crc14 of the two bytes of a number, its low byte first.
-std::uint16_t crc14_of_pair(std::uint16_t pair);
+// crc14 of the two bytes of a number, its low byte first. Each bit of two bytes flips the same bits of their CRC
+// whatever the others are, so what the first and the second byte make of it can be looked up apart.
+struct crc14_pair_tables {
+    std::uint16_t first[256];
+    std::uint16_t second[256];
+};
+[[gnu::visibility("hidden")]] extern const crc14_pair_tables crc14_pairs;
+inline std::uint16_t crc14_of_pair(std::uint16_t pair)
+{
+    return crc14_pairs.first[pair & 0xFFU] ^ crc14_pairs.second[pair >> 8];
+}
 
 } // namespace yfs
