@@ -1,6 +1,7 @@
 // What the files of this folder share: geometry of a mounted volume, FAT access, limits.
 #pragma once
 
+#include "afs/chunk_bits.h"
 #include "afs/volume_layout.h"
 #include "yfs/afs.h"
 #include "yfs/status.h"
@@ -55,14 +56,6 @@ inline std::uint32_t chunk_va(const afs_context& ctx, std::uint16_t cid)
 {
     return ctx.fat_size + chunk_bytes * chunk_index(ctx, cid);
 }
-inline bool bit_is_set(const std::uint32_t* map, std::uint32_t index)
-{
-    return ((map[index >> 5] >> (index & 31U)) & 1U) != 0;
-}
-inline void set_bit(std::uint32_t* map, std::uint32_t index)
-{
-    map[index >> 5] |= 1U << (index & 31U);
-}
 inline std::uint32_t map_words(const afs_context& ctx)
 {
     return ctx.chunks / 32U + 1;
@@ -73,6 +66,13 @@ inline bool chunk_in_use(const afs_context& ctx, std::uint32_t index)
     return ctx.alloc_map != nullptr && index <= ctx.chunks && bit_is_set(ctx.alloc_map, index);
 }
 
+// How many chunks from `index` on are in use without a gap, as far as `most`.
+inline std::uint32_t in_use_ahead(const afs_context& ctx, std::uint32_t index, std::uint32_t most)
+{
+    if (ctx.alloc_map == nullptr) return 0;
+    return set_ahead(ctx.alloc_map, index, std::min(most, index <= ctx.chunks ? ctx.chunks + 1U - index : 0));
+}
+
 // 22 unless `file` names a file head of an open volume.
 inline bool is_file_number(const afs_context* ctx, std::int32_t file)
 {
@@ -81,8 +81,17 @@ inline bool is_file_number(const afs_context* ctx, std::int32_t file)
 
 inline constexpr std::uint16_t line_valid = 0x1; // in the link of a line
 
+// The bytes of the line with `page`, which becomes the most recently used. 0 | the cache's status.
+std::uint32_t fetch_line(afs_context& ctx, std::uint16_t page, std::uint8_t*& bytes);
+
 // A pointer to the byte at `va` in its cache line. 0 | the cache's status.
-std::uint32_t cache_at(afs_context& ctx, std::uint32_t va, std::uint8_t*& byte);
+inline std::uint32_t cache_at(afs_context& ctx, std::uint32_t va, std::uint8_t*& byte)
+{
+    if (ctx.line_table == nullptr || ctx.cache_data == nullptr || ctx.page_size == 0) return afs_status::bad_state;
+    const std::uint32_t status = fetch_line(ctx, low16(va / line_bytes), byte);
+    if (status == afs_status::ok) byte += va % line_bytes;
+    return status;
+}
 
 // The next chunk of a walk is its first.
 void begin_walk();

@@ -20,13 +20,23 @@ std::uint32_t write_line(afs_context& ctx, std::uint16_t line)
 
 } // namespace
 
-std::uint32_t cache_at(afs_context& ctx, std::uint32_t va, std::uint8_t*& byte)
+// A miss goes into the least recently used line, which is the most recent from then on, whatever comes of it.
+std::uint32_t fetch_line(afs_context& ctx, std::uint16_t page, std::uint8_t*& bytes)
 {
-    if (ctx.line_table == nullptr || ctx.page_size == 0) return afs_status::bad_state;
-    void* line = nullptr;
-    const std::uint32_t status = cache_ptr(&ctx, low16(va / line_bytes), &line);
-    if (status == afs_status::ok) byte = static_cast<std::uint8_t*>(line) + (va & (line_bytes - 1));
-    return status;
+    const std::uint16_t hit = find_line(ctx, page);
+    const std::uint16_t line = hit != no_line ? hit : least_recent_line(ctx);
+    use_line(ctx, line);
+    std::uint8_t* const at = bytes_of(ctx, line);
+    if (hit == no_line) {
+        if (is_dirty(ctx.line_table[line])) {
+            if (const std::uint32_t status = write_line(ctx, line); status != afs_status::ok) return status;
+        }
+        const std::uint32_t status = ctx.handler->read_page(&ctx, page * line_bytes, line_bytes, at, ctx.flash_base);
+        if (status != afs_status::ok) return status;
+        give_line(ctx, line, page);
+    }
+    bytes = at;
+    return afs_status::ok;
 }
 
 } // namespace yfs::afs
@@ -57,31 +67,15 @@ uint32_t cache_ptr(afs_context* ctx, uint16_t page, void** out)
     using namespace yfs::afs;
     if (ctx->line_table == nullptr || ctx->cache_data == nullptr) return afs_status::bad_state;
 
-    const uint16_t hit = find_line(*ctx, page);
-    const uint16_t line = hit != no_line ? hit : least_recent_line(*ctx);
-    use_line(*ctx, line);
-    uint8_t* bytes = bytes_of(*ctx, line);
-    if (hit == no_line) {
-        if (is_dirty(ctx->line_table[line])) {
-            if (const uint32_t status = write_line(*ctx, line); status != afs_status::ok) return status;
-        }
-        const uint32_t va = page * line_bytes;
-        const uint32_t status = ctx->handler->read_page(ctx, va, line_bytes, bytes, ctx->flash_base);
-        if (status != afs_status::ok) return status;
-        give_line(*ctx, line, page);
-    }
-    *out = bytes;
-    return afs_status::ok;
+    uint8_t* bytes = nullptr;
+    const uint32_t status = fetch_line(*ctx, page, bytes);
+    if (status == afs_status::ok) *out = bytes;
+    return status;
 }
 
 void cache_line_written(afs_context* ctx, const void* ptr)
 {
-    using namespace yfs::afs;
-    const auto distance = static_cast<const uint8_t*>(ptr) - ctx->cache_data;
-    const auto line = static_cast<uint32_t>(distance / line_bytes);
-    if (line >= ctx->line_count) return;
-    use_line(*ctx, yfs::low16(line));
-    ctx->line_table[line].link |= line_dirty;
+    yfs::afs::line_was_written(*ctx, static_cast<const uint8_t*>(ptr));
 }
 
 uint32_t cache_flush(afs_context* ctx)

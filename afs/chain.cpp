@@ -1,5 +1,6 @@
 // FAT entries: reading one and telling whether it is a value that may stand there, writing one in the cache.
 #include "afs/chain_step.h"
+#include "afs/line_order.h"
 
 namespace yfs::afs {
 
@@ -12,10 +13,13 @@ void begin_walk()
 
 std::uint32_t write_fat_entry(afs_context& ctx, std::uint16_t entry, std::uint16_t value)
 {
-    std::uint8_t* at = nullptr;
-    if (const std::uint32_t status = cache_at(ctx, fat_entry_at(entry), at); status != afs_status::ok) return status;
+    std::uint8_t* at = at_head_line(ctx, fat_entry_at(entry));
+    if (at == nullptr) {
+        const std::uint32_t status = cache_at(ctx, fat_entry_at(entry), at);
+        if (status != afs_status::ok) return status;
+    }
     store(at, le16(value));
-    cache_line_written(&ctx, at);
+    line_was_written(ctx, at);
     return afs_status::ok;
 }
 

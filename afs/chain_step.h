@@ -5,10 +5,12 @@
 
 #include "afs/afs_internal.h"
 
+#include <algorithm>
+
 namespace yfs::afs {
 
 // Steps of the present chain walk. A file head starts it anew; a loop is told by a walk of `chunks` steps.
-extern std::uint32_t chunk_cntr;
+[[gnu::visibility("hidden")]] extern std::uint32_t chunk_cntr;
 
 constexpr bool is_allowed(const afs_context& ctx, std::uint16_t entry, std::uint16_t value)
 {
@@ -39,6 +41,32 @@ inline std::uint32_t step_chain(afs_context& ctx, std::uint16_t cid, std::uint16
     }
     next = load<le16>(at);
     return is_allowed(ctx, cid, next) && chunk_cntr < ctx.chunks ? afs_status::ok : afs_status::failed;
+}
+
+// How many entries from that of chunk `cid` on hold their own number + 1: the chunks that are followed by their
+// neighbour. No more than `most`, none that isn't in the line used last, none that a walk may not take.
+inline std::uint32_t neighbours_ahead(const afs_context& ctx, std::uint16_t cid, std::uint32_t most)
+{
+    const std::uint32_t va = fat_entry_at(cid);
+    const std::uint8_t* const at = at_head_line(ctx, va);
+    if (at == nullptr || chunk_cntr >= ctx.chunks) return 0;
+    const std::uint32_t in_line = (line_bytes - va % line_bytes) / 2;
+    const std::uint32_t last_chunk = std::uint32_t{ctx.files} + ctx.chunks - 1;
+    const std::uint32_t in_volume = last_chunk > cid ? last_chunk - cid : 0;
+    most = std::min({most, in_line, in_volume, ctx.chunks - 1U - std::min(chunk_cntr, ctx.chunks - 1U)});
+    std::uint32_t count = 0;
+    constexpr std::uint64_t each = 0x0001000100010001; // four entries at a time
+    const std::uint64_t numbers = each * cid + 0x0004000300020001;
+    while (count + 4 <= most && load<le<std::uint64_t>>(at + 2 * count) == numbers + each * count) count += 4;
+    while (count < most && load<le16>(at + 2 * count) == cid + count + 1) ++count;
+    return count;
+}
+
+// Takes `count` steps of such a kind at once: `next` is the chunk that they begin with, and the one that they lead to.
+inline void step_to_neighbours(std::uint16_t& next, std::uint32_t count)
+{
+    chunk_cntr += count;
+    next = low16(next + count);
 }
 
 } // namespace yfs::afs

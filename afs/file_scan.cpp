@@ -48,6 +48,16 @@ private:
         return was && !checked_;
     }
 
+    // The same for a run of neighbours from `cid` on that nobody has been at, as long as there are no shared chunks.
+    std::uint32_t see_neighbours(std::uint16_t cid, std::uint32_t index)
+    {
+        if (ctx_.shared_map != nullptr || seen_ == nullptr || index >= ctx_.chunks) return 0;
+        std::uint32_t run = neighbours_ahead(ctx_, cid, ctx_.chunks - index);
+        if (!checked_) run = clear_ahead(seen_, index, run);
+        set_bits(seen_, index, run);
+        return run;
+    }
+
     afs_context& ctx_;
     lt_block<std::uint32_t> own_map_;
     std::uint32_t* seen_;
@@ -106,6 +116,13 @@ std::uint32_t file_scan::walk_chain(std::uint16_t head, std::uint32_t& size)
     std::uint32_t steps = 0;
     for (std::uint16_t cid = head, next = 0; is_chunk(cid); cid = next) {
         const std::uint32_t index = chunk_index(ctx_, cid);
+        if (const std::uint32_t run = see_neighbours(cid, index); run != 0) {
+            size += run * chunk_bytes;
+            steps += run;
+            next = cid;
+            step_to_neighbours(next, run);
+            continue;
+        }
         if (!is_shared(index) && seen_before(index)) {
             if (const auto status = share_from(cid); status != afs_status::ok) return status;
         }

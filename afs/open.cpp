@@ -149,8 +149,13 @@ std::uint32_t start_allocation(afs_context& ctx)
 {
     ctx.ftl_allocator = 1;
     if (const std::uint32_t status = afs_physical_ftl_set_allocation_map(&ctx); status != afs_status::ok) return status;
-    for (std::uint32_t index = 0; index <= ctx.chunks; ++index) {
-        if (!chunk_in_use(ctx, index)) afs_trim_fat_page_if_needed(&ctx, low16(index));
+    // Of the free chunks whose entries share a FAT page the first is enough.
+    for (std::uint32_t index = 0; index <= ctx.chunks;) {
+        index += in_use_ahead(ctx, index, UINT32_MAX);
+        if (index > ctx.chunks) break;
+        afs_trim_fat_page_if_needed(&ctx, low16(index));
+        const std::uint32_t in_page = fat_entry_at(ctx.files + index) % line_bytes;
+        index += (line_bytes - in_page) / 2;
     }
     return afs_status::ok;
 }

@@ -55,27 +55,43 @@ std::uint32_t skip_to_offset(reading& job, std::uint16_t head, bool& past_end)
             past_end = true;
             return afs_status::ok;
         }
+        const std::uint32_t ahead = neighbours_ahead(job.ctx, job.next, (job.offset - job.pos) / chunk_bytes);
+        if (ahead != 0) {
+            job.pos += ahead * chunk_bytes;
+            step_to_neighbours(job.next, ahead);
+            job.cid = low16(job.next - 1);
+            continue;
+        }
         job.pos += chunk_bytes;
         status = step_to(job, job.next);
     }
     return status;
 }
 
-bool run_goes_on(const reading& job, const chunk_run& run)
+// The most chunks that a run can have: as many as the buffer still takes, and as there are bytes wanted for.
+std::uint32_t longest_run(const reading& job, std::uint32_t skip)
 {
-    const afs_context& ctx = job.ctx;
-    if (job.at_last_chunk() || job.next != job.cid + 1) return false;
-    const auto counts = [&ctx](std::uint16_t cid) { return chunk_in_use(ctx, chunk_index(ctx, cid)); };
-    if (ctx.no_alloc_map == 0 && (!counts(run.first) || !counts(job.next))) return false;
-    if (run.count * page_raw_bytes + job.fill > run_limit) return false;
-    return job.delivered + run.count * chunk_bytes - run.skip < job.wanted;
+    const std::uint32_t in_buffer = job.fill > run_limit ? 0 : (run_limit - job.fill) / page_raw_bytes;
+    const std::uint32_t wanted = job.wanted - job.delivered;
+    return std::min(in_buffer + 1, (wanted + skip + chunk_bytes - 1) / chunk_bytes);
 }
 
+// A run goes on along neighbours; where the map of chunks is known, as long as they are in use.
 std::uint32_t gather_run(reading& job, chunk_run& run)
 {
     const bool first = job.delivered == 0 && job.pending == 0 && job.fill == 0;
     run = {job.cid, 1, first ? job.offset % chunk_bytes : 0, 0};
-    while (run_goes_on(job, run)) {
+    const std::uint32_t index = chunk_index(job.ctx, job.cid);
+    std::uint32_t most = longest_run(job, run.skip);
+    if (job.ctx.no_alloc_map == 0) most = std::min(most, in_use_ahead(job.ctx, index, most));
+    while (run.count < most && job.next == job.cid + 1) {
+        const std::uint32_t ahead = neighbours_ahead(job.ctx, job.next, most - run.count);
+        if (ahead != 0) {
+            run.count += ahead;
+            step_to_neighbours(job.next, ahead);
+            job.cid = low16(job.next - 1);
+            continue;
+        }
         if (const std::uint32_t status = step_to(job, job.next); status != afs_status::ok) return status;
         ++run.count;
     }

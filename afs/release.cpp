@@ -13,10 +13,9 @@ std::uint32_t trim_chunk(afs_context& ctx, std::uint16_t cid)
 static bool describes_used_chunk(const afs_context& ctx, std::uint32_t page_va)
 {
     const std::uint32_t first = (page_va - fat_entry_at(ctx.files)) / 2;
-    for (std::uint32_t i = 0; i < line_bytes / 2; ++i) {
-        if (chunk_in_use(ctx, first + i)) return true;
-    }
-    return false;
+    if (ctx.alloc_map == nullptr || first > ctx.chunks) return false;
+    const std::uint32_t entries = std::min(line_bytes / 2, ctx.chunks + 1U - first);
+    return clear_ahead(ctx.alloc_map, first, entries) != entries;
 }
 
 // The plain search, for a volume whose chunks don't come from the FTL.

@@ -2,6 +2,7 @@
 // on flash; the switch is the one FAT page with the entry that points at them. Chunks are never rewritten: each chunk
 // with a changed byte is replaced by a new one.
 #include "afs/chain_step.h"
+#include "afs/line_order.h"
 #include "frame/memory.h"
 
 #include <algorithm>
@@ -60,6 +61,17 @@ void step_on(rewrite& job)
     job.cur = job.next;
 }
 
+// Passes over chunks that end before the change begins and are followed by their neighbours.
+void pass_neighbours(rewrite& job)
+{
+    if (!is_chunk(job.cur) || job.offset < job.pos) return;
+    const std::uint32_t ahead = neighbours_ahead(job.ctx, job.cur, (job.offset - job.pos) / chunk_bytes);
+    if (ahead == 0) return;
+    step_to_neighbours(job.cur, ahead);
+    job.prev = low16(job.cur - 1);
+    job.pos += ahead * chunk_bytes;
+}
+
 // The chunk ends before the change begins, and the chain goes on or the change begins right behind it.
 bool unchanged(const rewrite& job)
 {
@@ -80,38 +92,35 @@ void refill_staging(rewrite& job)
     job.stage_pos = 0;
 }
 
-std::uint8_t next_source_byte(rewrite& job)
-{
-    ++job.consumed;
-    return job.ctx.staging[job.stage_pos++];
-}
-
 // A chunk that is only partly new: source bytes, old bytes around them, zeros where neither reaches.
-std::uint32_t fill_bytewise(rewrite& job, std::uint8_t* line)
+std::uint32_t fill_partly(rewrite& job, std::uint8_t* line)
 {
-    const std::uint8_t* old_bytes = nullptr;
-    for (std::uint32_t i = 0; i < chunk_bytes; ++i) {
-        if (job.pos + i >= job.offset && job.consumed < job.len) {
-            line[i] = next_source_byte(job);
-        } else if (i < job.next && (job.end > job.pos || !job.trunc)) {
-            if (old_bytes == nullptr) {
-                std::uint8_t* at = nullptr;
-                const auto status = cache_at(job.ctx, chunk_va(job.ctx, job.cur), at);
-                if (status != afs_status::ok) return status;
-                old_bytes = at;
-            }
-            line[i] = old_bytes[i];
-        } else {
-            line[i] = 0;
-        }
+    const std::uint32_t from = std::min(job.offset > job.pos ? job.offset - job.pos : 0, chunk_bytes);
+    const std::uint32_t bytes = std::min(job.len - job.consumed, chunk_bytes - from);
+    const bool keeps_old = job.end > job.pos || !job.trunc;
+    const std::uint32_t old_bytes = keeps_old ? std::min<std::uint32_t>(job.next, chunk_bytes) : 0;
+
+    // A look at the old chunk is a use of its line, so it is not taken without need.
+    const bool old_shows = old_bytes != 0 && (bytes == 0 || from != 0 || old_bytes > from + bytes);
+    if (old_shows) {
+        std::uint8_t* old = nullptr;
+        const auto status = cache_at(job.ctx, chunk_va(job.ctx, job.cur), old);
+        if (status != afs_status::ok) return status;
+        std::memcpy(line, old, old_bytes);
+        std::memset(line + old_bytes, 0, chunk_bytes - old_bytes);
+    } else {
+        std::memset(line, 0, chunk_bytes);
     }
+    if (bytes != 0) std::memcpy(line + from, job.ctx.staging + job.stage_pos, bytes);
+    job.stage_pos += bytes;
+    job.consumed += bytes;
     return afs_status::ok;
 }
 
 std::uint32_t fill_chunk(rewrite& job, std::uint8_t* line)
 {
     refill_staging(job);
-    if (job.offset > job.pos || job.len - job.consumed < chunk_bytes) return fill_bytewise(job, line);
+    if (job.offset > job.pos || job.len - job.consumed < chunk_bytes) return fill_partly(job, line);
     std::memcpy(line, job.ctx.staging + job.stage_pos, chunk_bytes);
     job.stage_pos += chunk_bytes;
     job.consumed += chunk_bytes;
@@ -130,7 +139,7 @@ std::uint32_t replace_chunk(rewrite& job)
     std::uint8_t* line = nullptr;
     if (const auto status = cache_at(job.ctx, chunk_va(job.ctx, fresh), line); status != afs_status::ok) return status;
     if (const auto status = fill_chunk(job, line); status != afs_status::ok) return status;
-    cache_line_written(&job.ctx, line);
+    line_was_written(job.ctx, line);
     return afs_status::ok;
 }
 
@@ -169,6 +178,7 @@ std::uint32_t build_new_chunks(rewrite& job, outcome& result)
                 return afs_status::ok;
             }
         }
+        pass_neighbours(job);
         job.next = 0;
         if (is_chunk(job.cur)) {
             const auto status = step_chain(job.ctx, job.cur, job.next);

@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <string_view>
+#include <typeinfo>
 
 namespace yfs::cfgtable {
 
@@ -18,12 +19,28 @@ inline std::string_view name_of(const image_editor::IFile& node)
 // firstFile it never allocates, so that a change of the tree can't fail once it is made.
 const image_editor::IFile* begin_walk(image_editor::FileIterator& walk);
 
+// Goes on to the next node, as FileIterator::nextFile does; null at the end.
+image_editor::IFile* next_of_walk(image_editor::FileIterator& walk);
+
+// `node` if it is a directory, else null. Mostly it is the class itself, which is seen without a search of its bases.
+inline image_editor::Directory* as_directory(image_editor::IFile* node)
+{
+    if (node != nullptr && typeid(*node) == typeid(image_editor::Directory)) {
+        return static_cast<image_editor::Directory*>(node);
+    }
+    if (node != nullptr && typeid(*node) == typeid(image_editor::File)) return nullptr;
+    return dynamic_cast<image_editor::Directory*>(node);
+}
+
+// The first child of that name, or null.
+const std::shared_ptr<image_editor::IFile>* find_child(image_editor::Directory& directory, std::string_view name);
+
 // Writes the tree below `root` as a table, as flush does: the same statuses, and `length` in and out.
 std::uint32_t write_table(image_editor::IFile& root, void* buffer, std::uint32_t& length);
 
 // What a handle points to. Both are set from the end of createHandle on.
 struct FcsHandle {
-    std::shared_ptr<image_editor::IFile> root;
+    std::shared_ptr<image_editor::Directory> root;
     std::shared_ptr<image_editor::FileIterator> iterator;
 };
 

@@ -20,11 +20,25 @@ FcsHandle* open(void* handle)
     return record && record->root && record->iterator ? record : nullptr;
 }
 
-std::shared_ptr<IFile> find_file(const FcsHandle& fcs, const char* name)
+// The file that the walk stands at, if it bears the name as the first of the root's children.
+const std::shared_ptr<IFile>* file_of_walk(const FcsHandle& fcs, std::string_view name)
 {
-    std::shared_ptr<IFile> file;
-    if (name) fcs.root->getFile(name, &file);
-    return file;
+    const image_editor::FileIterator& walk = *fcs.iterator;
+    const auto& children = fcs.root->children;
+    if (walk.current != fcs.root.get() || walk.index < 0) return nullptr;
+    const auto at = static_cast<std::size_t>(walk.index);
+    if (at >= children.size() || !children[at] || cfgtable::name_of(*children[at]) != name) return nullptr;
+    const bool first = at == 0 || (children[at - 1] && cfgtable::name_of(*children[at - 1]) != name);
+    return first ? &children[at] : nullptr;
+}
+
+// Null: no such file. Whoever walks over a tree asks for what the walk has just told.
+IFile* find_file(const FcsHandle& fcs, const char* name)
+{
+    if (!name) return nullptr;
+    const std::shared_ptr<IFile>* file = file_of_walk(fcs, name);
+    if (!file) file = cfgtable::find_child(*fcs.root, name);
+    return file ? file->get() : nullptr;
 }
 
 // Null if there is no memory.
@@ -49,10 +63,19 @@ bool settle_fileno(void* image, const char* name)
     return true;
 }
 
-std::uint32_t hand_out(const std::string& name, char* out)
+// A node without a name, and the end of the walk, is no file.
+std::uint32_t hand_out(image_editor::IFile* node, char* out)
 {
-    if (name.empty()) return fcs_status::no_more_files;
-    std::memcpy(out, name.c_str(), name.size() + 1);
+    if (!node) return fcs_status::no_more_files;
+    if (node->path.empty()) {
+        const std::string_view name = cfgtable::name_of(*node);
+        if (name.empty()) return fcs_status::no_more_files;
+        std::memcpy(out, name.data(), name.size());
+        out[name.size()] = '\0';
+        return fcs_status::ok;
+    }
+    const std::string full = node->getFullPath();
+    std::memcpy(out, full.c_str(), full.size() + 1);
     return fcs_status::ok;
 }
 
@@ -110,7 +133,7 @@ std::uint32_t addNewFile(void* handle, const char* /*folder*/, const char* name,
 
     std::shared_ptr<IFile> file = make_file(image, image_bytes, name);
     if (!file) return fcs_status::no_memory;
-    fcs->root->addFile(name, std::move(file));
+    fcs->root->addFile({}, std::move(file));
     cfgtable::begin_walk(*fcs->iterator);
     return fcs_status::ok;
 }
@@ -129,7 +152,7 @@ std::uint32_t getFileData(void* handle, const char* name, void* buffer, std::uin
     const FcsHandle* fcs = open(handle);
     if (!fcs) return fcs_status::null_handle;
     if (!buffer || !length) return fcs_status::null_pointer;
-    const std::shared_ptr<IFile> file = find_file(*fcs, name);
+    const IFile* const file = find_file(*fcs, name);
     if (!file) return fcs_status::no_such_file;
 
     const std::uint32_t room = *length;
@@ -144,7 +167,7 @@ std::uint32_t getFileAttributes(void* handle, const char* name, FcsFileEntry* ou
     const FcsHandle* fcs = open(handle);
     if (!fcs) return fcs_status::null_handle;
     if (!out) return fcs_status::null_pointer;
-    const std::shared_ptr<IFile> file = find_file(*fcs, name);
+    const IFile* const file = find_file(*fcs, name);
     if (!file) return fcs_status::no_such_file;
     if (file->data.size() < cfgtable::record_bytes) return fcs_status::not_in_table;
 
@@ -161,7 +184,12 @@ std::uint32_t getFirstFileInRoot(void* handle, char* out)
     FcsHandle* fcs = open(handle);
     if (!fcs) return fcs_status::null_handle;
     if (!out) return fcs_status::null_pointer;
-    return hand_out(fcs->iterator->firstFile(), out);
+    const IFile* const first = cfgtable::begin_walk(*fcs->iterator);
+    if (!first || cfgtable::name_of(*first).empty()) return fcs_status::no_more_files;
+    const std::string_view name = cfgtable::name_of(*first);
+    std::memcpy(out, name.data(), name.size());
+    out[name.size()] = '\0';
+    return fcs_status::ok;
 }
 
 std::uint32_t getNextFile(void* handle, char* out)
@@ -169,7 +197,7 @@ std::uint32_t getNextFile(void* handle, char* out)
     FcsHandle* fcs = open(handle);
     if (!fcs) return fcs_status::null_handle;
     if (!out) return fcs_status::null_pointer;
-    return hand_out(fcs->iterator->nextFile(), out);
+    return hand_out(cfgtable::next_of_walk(*fcs->iterator), out);
 }
 
 std::uint32_t flush(void* handle, void* buffer, std::uint32_t* length)

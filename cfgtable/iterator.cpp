@@ -8,7 +8,7 @@ namespace yfs::cfgtable {
 
 const image_editor::IFile* begin_walk(image_editor::FileIterator& walk)
 {
-    auto* top = dynamic_cast<image_editor::Directory*>(walk.root.get());
+    image_editor::Directory* const top = as_directory(walk.root.get());
     if (!top || !top->isDirectory()) return nullptr;
     walk.current = top;
     if (top->children.empty()) return nullptr;
@@ -33,7 +33,7 @@ IFile* child_at(const Directory& directory, std::int64_t index)
 
 Directory* as_filled_directory(IFile* node)
 {
-    auto* directory = dynamic_cast<Directory*>(node);
+    Directory* const directory = yfs::cfgtable::as_directory(node);
     return directory && !directory->children.empty() ? directory : nullptr;
 }
 
@@ -44,11 +44,6 @@ std::int32_t place_of(const Directory& parent, std::string_view name)
     const auto at = std::find_if(children.begin(), children.end(),
                                  [name](const auto& child) { return child && name_of(*child) == name; });
     return at != children.end() ? static_cast<std::int32_t>(at - children.begin()) : -1;
-}
-
-std::string path_of(IFile* node)
-{
-    return node ? node->getFullPath() : std::string();
 }
 
 bool has_more(const FileIterator& walk)
@@ -73,28 +68,35 @@ std::string FileIterator::firstFile()
 
 std::string FileIterator::nextFile()
 {
-    if (!current) return {};
-    IFile* here = child_at(*current, index);
-    if (!here) return {};
-    if (Directory* below = as_filled_directory(here)) {
-        current = below;
-        index = 0;
-        return path_of(child_at(*current, index));
-    }
-    if (has_more(*this)) return path_of(child_at(*current, ++index));
-
-    Directory* const deepest = current;
-    const std::int32_t last = index;
-    for (Directory* up = current->parent; up; up = current->parent) {
-        index = place_of(*up, name_of(*current));
-        if (index < 0) return {};
-        current = up;
-        if (has_more(*this)) return path_of(child_at(*current, ++index));
-    }
-    // The walk is over. It stays at its last node: from a directory further up the next call would descend once more.
-    current = deepest;
-    index = last;
-    return {};
+    IFile* const next = yfs::cfgtable::next_of_walk(*this);
+    return next ? next->getFullPath() : std::string();
 }
 
 } // namespace image_editor
+
+image_editor::IFile* yfs::cfgtable::next_of_walk(image_editor::FileIterator& walk)
+{
+    using namespace image_editor;
+    if (!walk.current) return nullptr;
+    IFile* here = child_at(*walk.current, walk.index);
+    if (!here) return nullptr;
+    if (Directory* below = as_filled_directory(here)) {
+        walk.current = below;
+        walk.index = 0;
+        return child_at(*walk.current, walk.index);
+    }
+    if (has_more(walk)) return child_at(*walk.current, ++walk.index);
+
+    Directory* const deepest = walk.current;
+    const std::int32_t last = walk.index;
+    for (Directory* up = walk.current->parent; up; up = walk.current->parent) {
+        walk.index = place_of(*up, name_of(*walk.current));
+        if (walk.index < 0) return nullptr;
+        walk.current = up;
+        if (has_more(walk)) return child_at(*walk.current, ++walk.index);
+    }
+    // The walk is over. It stays at its last node: from a directory further up the next call would descend once more.
+    walk.current = deepest;
+    walk.index = last;
+    return nullptr;
+}

@@ -25,8 +25,8 @@ bool comes_last(const std::deque<node>& children, std::string_view name)
     return children.empty() || child_name(children.back()) < name;
 }
 
-// The first child of that name, or the end.
-std::deque<node>::iterator find_child(std::deque<node>& children, std::string_view name)
+// The place of the first child of that name, or the end.
+std::deque<node>::iterator place_of_child(std::deque<node>& children, std::string_view name)
 {
     if (comes_last(children, name)) return children.end();
     auto at = std::lower_bound(children.begin(), children.end(), name,
@@ -130,7 +130,7 @@ bool Directory::deleteFile(std::string path_below)
     const std::size_t slash = path_below.find('/');
     const std::string_view head = std::string_view(path_below).substr(0, slash);
     if (head.empty()) return false;
-    const auto child = find_child(children, head);
+    const auto child = place_of_child(children, head);
     if (child == children.end()) return false;
 
     const bool names_child = slash == std::string::npos || slash + 1 == path_below.size();
@@ -142,10 +142,17 @@ bool Directory::deleteFile(std::string path_below)
 bool Directory::getFile(std::string file_name, std::shared_ptr<IFile>* out)
 {
     if (!out) return false;
-    const auto child = find_child(children, file_name);
+    const auto child = place_of_child(children, file_name);
     if (child == children.end()) return false;
     *out = *child;
     return true;
 }
 
 } // namespace image_editor
+
+const std::shared_ptr<image_editor::IFile>* yfs::cfgtable::find_child(image_editor::Directory& directory,
+                                                                      std::string_view name)
+{
+    const auto child = image_editor::place_of_child(directory.children, name);
+    return child != directory.children.end() ? &*child : nullptr;
+}

@@ -1,6 +1,8 @@
 // Verified writes: a target that reads blank, the write, and a read-back that equals it. They work in verify_buf, so
 // that page_buf keeps the block under change.
+#include "efs/medium_access.h"
 #include "efs/write_internal.h"
+#include "frame/blank.h"
 #include "yfs/efs.h"
 
 #include <cstring>
@@ -9,11 +11,11 @@ uint32_t EFS_write_with_read_check(uint32_t address, uint32_t length, const void
 {
     using namespace yfs::efs;
     if (data == nullptr || length > block_bytes) return efs_status::invalid;
-    std::uint8_t* const seen = efs_ctx.verify_buf;
-    const auto read = [&] { return EFS_physical_read(address, length, seen); };
+    const std::uint8_t* seen = nullptr;
+    const auto read = [&] { return look(address, length, efs_ctx.verify_buf, seen); };
 
     if (check_blank != 0) {
-        const auto status = read_until(read, [&] { return blank(seen, length); });
+        const auto status = read_until(read, [&] { return yfs::is_blank(seen, length); });
         if (status != efs_status::ok) return status;
     }
     if (const auto status = EFS_physical_write(address, length, data); status != efs_status::ok) return status;

@@ -1,6 +1,7 @@
 // The pool of spares: what the medium tells of the data blocks, found out once by a scan, and the erase that makes a
 // dirty spare free again.
 #include "efs/write_internal.h"
+#include "frame/blank.h"
 #include "yfs/efs.h"
 #include "yfs/medium.h"
 
@@ -53,7 +54,7 @@ struct scan_result {
 
 bool rest_blank()
 {
-    return blank(efs_ctx.page_buf + sizeof(efs_block_header_t), block_bytes - sizeof(efs_block_header_t));
+    return is_blank(efs_ctx.page_buf + sizeof(efs_block_header_t), block_bytes - sizeof(efs_block_header_t));
 }
 
 std::uint32_t read_block(const geometry& geo, std::uint32_t block)

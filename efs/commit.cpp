@@ -1,6 +1,7 @@
 // How a change comes into force: new contents go to spare blocks, which the block map in force doesn't name as holding
 // anything, and one entry appended to the map decides between the old state and the new.
 #include "efs/write_internal.h"
+#include "frame/blank.h"
 #include "yfs/efs.h"
 #include "yfs/medium.h"
 
@@ -234,7 +235,7 @@ uint32_t EFS_check_next_BM_state(uint32_t bm)
     bool dirty = false;
     const auto status =
         read_until([&] { return EFS_physical_read(geometry::bm_at(bm), block_bytes, efs_ctx.page_buf); },
-                   [] { return blank(efs_ctx.page_buf, block_bytes); }, &dirty);
+                   [] { return yfs::is_blank(efs_ctx.page_buf, block_bytes); }, &dirty);
     if (status == efs_status::ok) {
         efs_ctx.next_bm_state = next_bm_erased;
         return efs_status::ok;

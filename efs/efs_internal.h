@@ -40,12 +40,6 @@ std::uint32_t files_bound();
 // The entry of `file`; null if there is none or it is not in use.
 const efs_file_t* find_file(std::uint32_t file);
 
-// Whether `length` bytes lie erased.
-inline bool blank(const std::uint8_t* bytes, std::size_t length)
-{
-    return std::all_of(bytes, bytes + length, [](std::uint8_t byte) { return byte == erased_byte; });
-}
-
 inline constexpr std::uint32_t read_tries = 7; // reads that a test gets in all
 
 // Reads until `passes` is true, at most efs_ctx.read_retries times (before a first mount: read_tries): worn flash can

@@ -7,7 +7,7 @@ namespace yfs::efs {
 // Programming zeros only clears bits, so it works whatever has landed, and no CRC of the format vouches for the result.
 std::uint32_t settle_undecided()
 {
-    constexpr std::uint8_t zeros[block_bytes] = {};
+    static constexpr std::uint8_t zeros[block_bytes] = {};
     if (efs_ctx.undecided_length == 0) return efs_status::ok;
     const auto status = EFS_write_with_read_check(efs_ctx.undecided_at, efs_ctx.undecided_length, zeros, 0);
     if (status == efs_status::ok) efs_ctx.undecided_length = 0;

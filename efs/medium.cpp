@@ -1,12 +1,15 @@
 // The image under the medium. It stands apart from the medium itself, so that a replacement can use it too.
 #include "yfs/medium.h"
 #include "efs/efs_internal.h"
+#include "efs/medium_access.h"
 #include "yfs/efs.h"
 
 #include <limits>
 
 uint8_t* efs_image = nullptr;
 uint32_t efs_size = 0;
+
+bool yfs::efs::medium_built_in = false;
 
 namespace {
 

@@ -2,6 +2,7 @@
 // sound BMs are what a power cut between a new header and the retiring of the old one leaves: the higher sequence
 // counts. A last slot that fails its CRC is a commit that was cut: the slot before it is what still holds.
 #include "efs/efs_internal.h"
+#include "frame/blank.h"
 #include "frame/memory.h"
 #include "yfs/efs.h"
 #include "yfs/medium.h"
@@ -99,7 +100,7 @@ public:
 
     std::uint8_t* bytes(std::uint32_t at) const { return efs_ctx.page_buf + at; }
     std::uint32_t size() const { return geo_.bme_bytes(); }
-    bool blank(std::uint32_t at) const { return efs::blank(bytes(at), size()); }
+    bool blank(std::uint32_t at) const { return is_blank(bytes(at), size()); }
 
     bme_tail_t tail(std::uint32_t at) const { return load<bme_tail_t>(bytes(at) + geo_.data_blocks()); }
     bool sound(std::uint32_t at) const

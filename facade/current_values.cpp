@@ -7,15 +7,11 @@ namespace yfs::facade {
 // The value in force for a file of the defaults: that of zonc.cfg where it has one, whatever that one's state.
 static owned_entry value_in_force(const FcsFileEntry& fallback, const FcsTable& zon)
 {
-    owned_entry value(copyFileEntry(&fallback));
     if (const FcsFileEntry* const overriding = find_by_name(zon, fallback.name)) {
-        if (owned_entry copy{copyFileEntry(overriding)}) {
-            value = std::move(copy);
-        } else {
-            report(yfs_error_out_of_memory); // the default stands in: never without a word
-        }
+        if (owned_entry copy{copyFileEntry(overriding)}) return copy;
+        report(yfs_error_out_of_memory); // the default stands in: never without a word
     }
-    return value;
+    return owned_entry(copyFileEntry(&fallback));
 }
 
 bool yeYfsGenerateFcsCurrentsTable(const FcsTable& velor, const FcsTable& zon, FcsTable& current)

@@ -13,7 +13,7 @@ namespace yfs::chip {
 
 // Whether the three functions of this process are the library's own. False until they say so when the library is
 // loaded, and for ever where they aren't part of the program.
-extern bool built_in;
+[[gnu::visibility("hidden")]] extern bool built_in;
 
 inline bool in_image(std::uint32_t at, std::uint32_t len)
 {

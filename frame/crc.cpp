@@ -5,10 +5,10 @@
 
 #include <array>
 
-const uint8_t gCrc8_low[16] = {0x00, 0x07, 0x0E, 0x09, 0x1C, 0x1B, 0x12, 0x15,
-                               0x38, 0x3F, 0x36, 0x31, 0x24, 0x23, 0x2A, 0x2D};
-const uint8_t gCrc8_high[16] = {0x00, 0x70, 0xE0, 0x90, 0xC7, 0xB7, 0x27, 0x57,
-                                0x89, 0xF9, 0x69, 0x19, 0x4E, 0x3E, 0xAE, 0xDE};
+constexpr uint8_t gCrc8_low[16] = {0x00, 0x07, 0x0E, 0x09, 0x1C, 0x1B, 0x12, 0x15,
+                                   0x38, 0x3F, 0x36, 0x31, 0x24, 0x23, 0x2A, 0x2D};
+constexpr uint8_t gCrc8_high[16] = {0x00, 0x70, 0xE0, 0x90, 0xC7, 0xB7, 0x27, 0x57,
+                                    0x89, 0xF9, 0x69, 0x19, 0x4E, 0x3E, 0xAE, 0xDE};
 
 namespace {
 
@@ -52,6 +52,14 @@ uint16_t add_eight(uint16_t crc, const uint8_t* b)
 
 constexpr uint16_t crc16_start = 0xFFFF;
 
+constexpr std::array<uint8_t, 256> make_crc8_table()
+{
+    std::array<uint8_t, 256> table{};
+    for (uint32_t x = 0; x < 256; ++x) table[x] = yfs::low8(gCrc8_high[x >> 4] ^ gCrc8_low[x & 15U]);
+    return table;
+}
+constexpr std::array<uint8_t, 256> crc8_table = make_crc8_table();
+
 } // namespace
 
 namespace yfs {
@@ -81,10 +89,11 @@ uint16_t add_crc16_key(uint16_t crc, const uint8_t* key)
     return low16(crc16_slices[1][key[0] ^ (crc >> 8)] ^ crc16_slices[0][key[1] ^ (crc & 0xFFU)]);
 }
 
-uint16_t crc16_of_page_by_slices(const uint8_t* data, const uint8_t* key)
+uint16_t crc16_of_page_by_slices(const uint8_t* data, uint16_t page)
 {
     constexpr std::size_t page_bytes = 64;
-    return add_crc16_key(crc16_by_slices(crc16_start, data, page_bytes), key);
+    const le16 key = page;
+    return add_crc16_key(crc16_by_slices(crc16_start, data, page_bytes), key.byte);
 }
 
 } // namespace yfs
@@ -94,8 +103,7 @@ uint8_t crc8(const void* data, uint32_t len)
     const auto* byte = static_cast<const uint8_t*>(data);
     uint8_t crc = 0x01;
     for (uint32_t i = 0; i < len; ++i) {
-        const uint32_t x = crc ^ byte[i];
-        crc = yfs::low8(gCrc8_high[x >> 4] ^ gCrc8_low[x & 15U]);
+        crc = crc8_table[crc ^ byte[i]];
     }
     return crc;
 }
@@ -106,11 +114,34 @@ uint16_t crc16(const void* data, int32_t len, const uint8_t* key)
     return yfs::add_crc16_key(yfs::add_crc16(crc16_start, static_cast<const uint8_t*>(data), length), key);
 }
 
+namespace {
+
+constexpr uint16_t crc14_mask = 0x3FFF; // taken off after each byte: it changes the result
+
+constexpr uint16_t add_byte14(uint16_t crc, uint8_t byte)
+{
+    return add_byte(crc, byte) & crc14_mask;
+}
+
+constexpr yfs::crc14_pair_tables make_pair_tables()
+{
+    yfs::crc14_pair_tables tables{};
+    const uint16_t of_zeros = add_byte14(add_byte14(crc14_mask, 0), 0);
+    for (uint32_t x = 0; x < 256; ++x) {
+        const auto byte = static_cast<uint8_t>(x);
+        tables.first[x] = add_byte14(add_byte14(crc14_mask, byte), 0);
+        tables.second[x] = add_byte14(add_byte14(crc14_mask, 0), byte) ^ of_zeros;
+    }
+    return tables;
+}
+} // namespace
+
+constexpr yfs::crc14_pair_tables yfs::crc14_pairs = make_pair_tables();
+
 uint16_t crc14(const void* data, int32_t len)
 {
-    constexpr uint16_t mask = 0x3FFF; // inside the loop: it changes the result
     const auto* byte = static_cast<const uint8_t*>(data);
-    uint16_t crc = mask;
-    for (int32_t i = 0; i < len; ++i) crc = add_byte(crc, byte[i]) & mask;
+    uint16_t crc = crc14_mask;
+    for (int32_t i = 0; i < len; ++i) crc = add_byte14(crc, byte[i]);
     return crc;
 }

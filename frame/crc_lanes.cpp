@@ -8,13 +8,13 @@
 
 #include <immintrin.h>
 
-#define YFS_LANES [[gnu::target("pclmul,ssse3")]]
+#define YFS_LANES [[gnu::target("pclmul,avx")]]
 
 namespace yfs {
 
 const bool has_lanes = [] {
     __builtin_cpu_init();
-    return __builtin_cpu_supports("pclmul") != 0 && __builtin_cpu_supports("ssse3") != 0;
+    return __builtin_cpu_supports("pclmul") != 0 && __builtin_cpu_supports("avx") != 0;
 }();
 
 namespace {

@@ -12,7 +12,7 @@ namespace yfs {
 inline constexpr std::size_t lane_bytes = 16;
 
 // Found out when the library is loaded; false until then. What follows may be called only if it is true.
-extern const bool has_lanes;
+[[gnu::visibility("hidden")]] extern const bool has_lanes;
 
 // The register of the CRC with polynomial 0x1021, most significant bit first, behind blocks * 16 bytes, at least 16.
 std::uint16_t crc16_lanes(std::uint16_t crc, const std::uint8_t* data, std::size_t blocks);

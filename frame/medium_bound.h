@@ -10,7 +10,7 @@ struct medium_bound {
     const std::uint8_t* image; // a program may point gpBuffer elsewhere; the bound holds for this image alone
     std::uint64_t bytes;
 };
-extern medium_bound gpBuffer_bound;
+[[gnu::visibility("hidden")]] extern medium_bound gpBuffer_bound;
 
 // Bounds what SpiFlashDrvInitialize has attached.
 void bound_medium(std::uint64_t bytes);

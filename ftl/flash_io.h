@@ -60,13 +60,18 @@ public:
 private:
     // Word by word, which for these few bytes is shorter than a call.
     template <std::size_t count>
-    static bool same_bytes(const void* a, const void* b)
+    static bool same_bytes(const std::uint8_t* a, const void* b)
     {
-        std::uint8_t left[count], right[count];
-        std::memcpy(left, a, count);
-        std::memcpy(right, b, count);
-        unsigned differ = 0;
-        for (std::size_t i = 0; i < count; ++i) differ |= left[i] ^ unsigned { right[i] };
+        const auto* c = static_cast<const std::uint8_t*>(b);
+        std::uint64_t differ = 0;
+        std::size_t i = 0;
+        for (; i + sizeof differ <= count; i += sizeof differ) {
+            std::uint64_t left = 0, right = 0;
+            std::memcpy(&left, a + i, sizeof left);
+            std::memcpy(&right, c + i, sizeof right);
+            differ |= left ^ right;
+        }
+        for (; i < count; ++i) differ |= static_cast<std::uint64_t>(a[i] ^ c[i]);
         return differ == 0;
     }
 
@@ -80,8 +85,7 @@ private:
 // CRC of a page's data, keyed with the low 16 bits of its page number.
 inline std::uint16_t page_crc(const std::uint8_t* data, std::uint32_t page)
 {
-    const le16 key = low16(page);
-    return crc16_of_page(data, key.byte);
+    return crc16_of_page(data, low16(page));
 }
 
 // The frame as it goes to flash.
@@ -91,13 +95,6 @@ inline page_frame_t make_frame(const void* data, std::uint32_t page)
     std::memcpy(frame.data, data, page_bytes);
     frame.crc = page_crc(frame.data, page);
     return frame;
-}
-
-// Whether the bytes lie erased.
-inline bool blank(const std::uint8_t* bytes, std::size_t count)
-{
-    constexpr std::uint8_t erased = 0xFF;
-    return count == 0 || (bytes[0] == erased && std::memcmp(bytes, bytes + 1, count - 1) == 0);
 }
 
 // Reads a run of frames until page_of(i) is the key that fits the i-th. Null if the chip failed or a frame stayed

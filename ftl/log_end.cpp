@@ -1,5 +1,6 @@
 // The end of the log where something went wrong: a cut reclaim that left programmed frames without records, a write
 // that failed. What a mount does there is done here too, so that memory and flash go on agreeing.
+#include "frame/blank.h"
 #include "ftl/flash_io.h"
 #include "ftl/ftl_internal.h"
 
@@ -32,7 +33,7 @@ bool count_blank_frames(const afs_context& ctx, std::uint32_t& count, std::uint8
         const std::uint8_t* const frames = chip::look(at, count * frame_size, buf);
         if (frames == nullptr) return false;
         std::uint32_t now = 0;
-        while (now < count && ftl::blank(frames + now * frame_size, frame_size)) ++now;
+        while (now < count && is_blank(frames + now * frame_size, frame_size)) ++now;
         blank = std::max(blank, now);
     }
     count = blank;

@@ -2,14 +2,12 @@
 // and never committed is torn, and the slot behind it is lost too, since its record may be half programmed.
 #include "ftl/flash_io.h"
 #include "ftl/ftl_internal.h"
-#include "yfs/medium.h"
 
 namespace yfs::ftl {
 
 std::uint16_t log_record(std::uint16_t last_page, std::uint16_t page)
 {
-    const le16 chain = last_page;
-    return low16(crc14(chain.byte, sizeof chain) ^ page);
+    return low16(crc14_of_pair(last_page) ^ page);
 }
 
 // Of two copies in different EUs the newer EU's counts; in one EU the later slot.

@@ -1,5 +1,6 @@
 // The mount: reads every EU's header, walks the logs, and settles a reclaim that a power cut interrupted. It writes
 // nothing; what the headers say is the whole state.
+#include "frame/blank.h"
 #include "frame/medium_bound.h"
 #include "frame/memory.h"
 #include "ftl/flash_io.h"
@@ -73,7 +74,7 @@ std::uint32_t allocate_tables(afs_context& ctx, std::uint32_t eus)
     release_ftl(&ctx);
     auto ftl = lt_allocate_zero<ftl_context>(1);
     auto eu_table = lt_allocate_zero<ftl_eu_entry>(std::max(eus, 1U));
-    auto page_map = lt_allocate_zero<ftl_page_entry>(std::max(fat_pages(ctx), 1U));
+    auto page_map = lt_allocate<ftl_page_entry>(std::max(fat_pages(ctx), 1U));
     if (!ftl || !eu_table || !page_map) return afs_status::no_memory;
     ftl[0].eu_table = eu_table.release();
     ftl[0].page_map = page_map.release();
@@ -83,10 +84,12 @@ std::uint32_t allocate_tables(afs_context& ctx, std::uint32_t eus)
     return afs_status::ok;
 }
 
+static_assert(not_mapped == 0xFF && sizeof(ftl_page_entry) == 2);
+
 void reset(afs_context& ctx, std::uint32_t eus, std::uint32_t data_eus)
 {
     ftl_context& ftl = *ctx.ftl;
-    std::fill_n(ftl.page_map, mapped_pages(ctx), ftl_page_entry{not_mapped, not_mapped});
+    lay_erased(&ftl.page_map->eu, mapped_pages(ctx) * sizeof(ftl_page_entry)); // not_mapped in every byte
     std::fill_n(ftl.eu_table, eus, ftl_eu_entry{});
     ftl.seq = eus - 1;
     ftl.log_eu = none;

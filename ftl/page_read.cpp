@@ -16,6 +16,16 @@ static std::uint32_t index_of(const afs_context& ctx, std::uint32_t va)
     return (va - ctx.fat_size) / page_bytes;
 }
 
+// A page that was never written needs no such room on the stack: this stays a function of its own.
+[[gnu::noinline]] static std::uint32_t read_frame(std::uint32_t at, std::uint32_t page, void* buf)
+{
+    std::uint8_t scratch[frame_size];
+    const std::uint8_t* const frame = look_at_checked_frames(at, 1, scratch, [page](std::uint32_t) { return page; });
+    if (frame == nullptr) return afs_status::failed;
+    std::memcpy(buf, frame, page_bytes);
+    return afs_status::ok;
+}
+
 void page_window::take(const std::uint8_t* frames, std::uint32_t count)
 {
     for (std::uint32_t i = 0; i < count && left != 0; ++i, frames += frame_size) {
@@ -81,30 +91,21 @@ uint32_t afs_physical_ftl_read_page(struct afs_context* ctx, uint32_t va, uint32
                                     uint32_t /*flash_base*/)
 {
     using namespace yfs::ftl;
-    uint32_t at;
+    const uint32_t page = va / page_bytes;
     if (is_fat_page(*ctx, va)) {
-        const uint32_t fat_page = va / page_bytes;
-        if (fat_page >= mapped_pages(*ctx) || ctx->ftl->page_map[fat_page].slot == not_mapped) {
-            std::memset(buf, 0, page_bytes);
-            return afs_status::ok;
+        const bool mapped = page < mapped_pages(*ctx) && ctx->ftl->page_map[page].slot != not_mapped;
+        if (mapped) {
+            const ftl_page_entry entry = ctx->ftl->page_map[page];
+            return read_frame(eu_at(*ctx, entry.eu) + log_frame_at(entry.slot), page, buf);
         }
-        const ftl_page_entry entry = ctx->ftl->page_map[fat_page];
-        at = eu_at(*ctx, entry.eu) + log_frame_at(entry.slot);
     } else {
         const uint32_t index = index_of(*ctx, va);
-        if (ctx->no_alloc_map == 0 && !chunk_in_use(*ctx, index)) {
-            std::memset(buf, 0, page_bytes);
-            return afs_status::ok;
+        if (ctx->no_alloc_map != 0 || chunk_in_use(*ctx, index)) {
+            const data_place place = find_data_page(*ctx, index);
+            return read_frame(eu_at(*ctx, place.eu) + data_frame_at(place.slot), page, buf);
         }
-        const data_place place = find_data_page(*ctx, index);
-        at = eu_at(*ctx, place.eu) + data_frame_at(place.slot);
     }
-
-    const uint32_t page = va / page_bytes;
-    uint8_t scratch[frame_size];
-    const uint8_t* const frame = look_at_checked_frames(at, 1, scratch, [page](uint32_t) { return page; });
-    if (frame == nullptr) return afs_status::failed;
-    std::memcpy(buf, frame, page_bytes);
+    std::memset(buf, 0, page_bytes);
     return afs_status::ok;
 }
 

@@ -6,6 +6,7 @@
 
 #ifdef __cplusplus
 
+#include <bit>
 #include <concepts>
 #include <cstring>
 #include <type_traits>
@@ -35,12 +36,14 @@ struct le {
     constexpr le(T value) : byte{} { *this = value; } // NOLINT(google-explicit-constructor): reads as an integer
     constexpr operator T() const
     {
+        if constexpr (std::endian::native == std::endian::little) return std::bit_cast<T>(*this);
         T value = 0;
         for (std::size_t i = sizeof(T); i > 0; --i) value = static_cast<T>((value << 8) | byte[i - 1]);
         return value;
     }
     constexpr le& operator=(T value)
     {
+        if constexpr (std::endian::native == std::endian::little) return *this = std::bit_cast<le>(value);
         for (std::uint8_t& b : byte) {
             b = low8(value);
             value = static_cast<T>(value >> 8);

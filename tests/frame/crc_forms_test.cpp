@@ -53,8 +53,17 @@ TEST(ChecksumForms, APageIsItsBytesAndItsKey)
     for (std::size_t at = 0; at < 500; ++at) {
         const std::uint8_t* const key = &all[at + 70];
         const std::uint16_t plain = yfs::crc16_by_bytes(yfs::crc16_by_bytes(0xFFFF, &all[at], 64), key, 2);
-        ASSERT_EQ(yfs::crc16_of_page(&all[at], key), plain);
-        ASSERT_EQ(yfs::crc16_of_page_by_slices(&all[at], key), plain);
+        const auto page = static_cast<std::uint16_t>(key[0] | key[1] << 8);
+        ASSERT_EQ(yfs::crc16_of_page(&all[at], page), plain);
+        ASSERT_EQ(yfs::crc16_of_page_by_slices(&all[at], page), plain);
+    }
+}
+
+TEST(ChecksumForms, APairIsTwoBytes)
+{
+    for (unsigned pair = 0; pair <= 0xFFFF; ++pair) {
+        const std::uint8_t bytes[2] = {static_cast<std::uint8_t>(pair & 0xFFU), static_cast<std::uint8_t>(pair >> 8)};
+        ASSERT_EQ(yfs::crc14_of_pair(static_cast<std::uint16_t>(pair)), crc14(bytes, 2));
     }
 }
 

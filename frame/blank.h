@@ -1,0 +1,26 @@
+// Whether bytes lie erased. They do if the first does and each is like the one before it, which is a comparison of the
+// bytes with themselves one place on, by the C library's long words.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace yfs {
+
+inline bool is_blank(const std::uint8_t* bytes, std::size_t count)
+{
+    constexpr std::uint8_t erased = 0xFF;
+    return count == 0 || (bytes[0] == erased && std::memcmp(bytes, bytes + 1, count - 1) == 0);
+}
+
+// An erase of `count` bytes. In pieces, which take the same time as the whole: what a C library does with longer ones
+// differs between machines, and so would the count of instructions.
+inline void lay_erased(std::uint8_t* bytes, std::size_t count)
+{
+    constexpr std::size_t piece = 1024;
+    for (; count > piece; count -= piece, bytes += piece) std::memset(bytes, 0xFF, piece);
+    std::memset(bytes, 0xFF, count);
+}
+
+} // namespace yfs
