@@ -25,10 +25,7 @@ volume base_volume()
 }
 const contents base_files{{3, bytes(64, 3)}, {7, bytes(300, 7)}, {8, bytes(65, 8)}, {9, {}}};
 
-std::uint32_t mount(std::vector<std::uint8_t>& image)
-{
-    return dfs_init(image.data(), static_cast<std::uint32_t>(image.size()));
-}
+const auto mount = [](std::vector<std::uint8_t>& image) { return dfs_init(image.data(), low32(image.size())); };
 
 std::string list(const picture& p)
 {
@@ -38,10 +35,7 @@ std::string list(const picture& p)
 }
 
 // A reclaim of unit 2 into the spare, done but for what is changed in the new unit.
-eu_plan& moved(volume& v)
-{
-    return v.swap(2, 5).eu(5).seq(9).src(2).erase_count(2);
-}
+const auto moved = [](volume& v) -> eu_plan& { return v.swap(2, 5).eu(5).seq(9).src(2).erase_count(2); };
 
 struct damage {
     const char* name;

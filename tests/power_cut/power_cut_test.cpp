@@ -37,10 +37,9 @@ void prepare(rig& r, const shortage& left)
     while (r.look().space.log_slots_now > left.log_slots) ASSERT_EQ(r.perform(cut_to(emptied, 0)), 0U);
 }
 
-bool is_header(const chip_change& change)
-{
+const auto is_header = [](const chip_change& change) {
     return change.len == ftl::header_write_bytes && change.addr % ftl::eu_size == 0;
-}
+};
 
 // Whether units of data and of log were reclaimed, by the headers written.
 using reclaims = std::pair<bool, bool>;
