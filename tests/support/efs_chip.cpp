@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-using yfs::test::efefs_chip;
+using yfs::test::efs_chip;
 
 static const auto in_image = [](std::uint32_t address, std::uint32_t length) {
     return length != 0 && std::uint64_t{address} + length <= efs_size;
