@@ -21,13 +21,11 @@ unsigned slow(const bytes& data, unsigned width, unsigned polynomial, unsigned m
 TEST(Checksums, LiteralValues)
 {
     using words = std::vector<unsigned>;
-    const std::uint8_t zeros[2] = {}, erased[2] = {0xFF, 0xFF}, bc[2] = {'b', 'c'};
-    EXPECT_EQ((words{crc8("", 0), crc8("abc", 3)}), (words{0x01, 0x34}));
-    EXPECT_EQ((words{crc14("", 0), crc14("abc", -3), crc14("abc", 3), crc14(zeros, 2)}),
-              (words{0x3FFF, 0x3FFF, 0x3A71, 0x0B5B}));
+    const std::uint8_t zeros[2] = {}, bc[2] = {'b', 'c'};
+    EXPECT_EQ((words{crc8("", 0), crc8("abc", 3), crc14("", 0), crc14("abc", -3), crc14("abc", 3), crc14(zeros, 2)}),
+              (words{0x01, 0x34, 0x3FFF, 0x3FFF, 0x3A71, 0x0B5B}));
     EXPECT_EQ((words{crc16("a", 1, bc), crc16("x", 0, zeros), crc16("x", -1, zeros), crc16("x", INT32_MIN, zeros)}),
               (words{0x514A, 0x1D0F, 0x1D0F, 0x1D0F}));
-    EXPECT_EQ(crc16("x", 0, erased), 0);
 }
 
 // The bytewise tables and the steps of eight bytes, at every length and alignment around a page.

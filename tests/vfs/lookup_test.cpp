@@ -14,22 +14,15 @@ namespace yfs::test::vfs_lookup {
 const std::string name_48 = "/home/" + std::string(42, 'n');
 
 // A table that was loaded: only there an index is made.
-class active_entries {
-public:
+struct active_entries {
+    blob buffer;
+
     void load(const std::vector<table_file>& files)
     {
-        buffer_ = make_file_table({{2, files}});
+        buffer = make_file_table({{2, files}});
         load_again();
     }
-    void load_again() { ASSERT_EQ(0U, load_file_table(buffer_.data(), 2, low32(buffer_.size()))); }
-    // The program's buffer, under the table.
-    void change(std::size_t index, const table_file& file)
-    {
-        store(buffer_.data() + 32 + index * sizeof(ftbl_file_entry_t), file_entry(file));
-    }
-
-private:
-    blob buffer_;
+    void load_again() { ASSERT_EQ(0U, load_file_table(buffer.data(), 2, low32(buffer.size()))); }
 };
 
 // Entries among `fillers` others, half of them before.
@@ -63,9 +56,7 @@ protected:
     std::size_t first = 0;
 };
 
-INSTANTIATE_TEST_SUITE_P(tables, lookup, testing::Values(0U, 200U), [](const auto& fillers) {
-    return fillers.param == 0 ? std::string("walked") : std::string("indexed");
-});
+INSTANTIATE_TEST_SUITE_P(walked_and_indexed, lookup, testing::Values(0U, 200U));
 
 TEST_P(lookup, what_the_flat_calls_write)
 {
@@ -99,7 +90,7 @@ TEST_P(lookup, entries_that_change_in_their_buffer)
     ASSERT_EQ(0, place(get_file_entry_by_fileno(&gone)));
     ASSERT_EQ(6, place(get_file_entry_by_fileno(&number)));
     ASSERT_EQ(0, place(get_file_entry_by_file_name("/a")));
-    table.change(first, {"/new", number});
+    store(table.buffer.data() + 32 + first * sizeof(ftbl_file_entry_t), file_entry({"/new", number}));
     EXPECT_EQ(0, place(get_file_entry_by_file_name("/new")));
     EXPECT_EQ(2, place(get_file_entry_by_file_name("/a")));
     EXPECT_EQ(-1, place(get_file_entry_by_fileno(&gone)));
