@@ -106,40 +106,6 @@ TEST_F(EfsChange, TheScanMendsOneSpareAndNoMore)
     EXPECT_EQ(efs_ctx.scan_done, 0);
 }
 
-TEST_F(EfsChange, WearLevellingMovesAtTheThresholdOntoTheMostWorn)
-{
-    // Erase counts by physical block: 7 in use, 3 spare; the cold and the hot one, equal if nothing moves; whether the
-    // target is dirty, and is erased first.
-    using row = std::tuple<const char*, std::vector<std::uint32_t>, std::uint32_t, std::uint32_t, bool>;
-    for (const auto& [name, counts, cold, hot, dirty] :
-         {row{"one below", {10, 10, 10, 10, 10, 10, 10, 10, 18, 10}, 0, 0, false},
-          row{"at the threshold", {10, 11, 11, 11, 11, 11, 11, 10, 19, 10}, 0, 8, true},
-          row{"last of equals", {10, 10, 11, 10, 11, 11, 11, 20, 20, 10}, 3, 8, false},
-          row{"colder spares", {30, 30, 30, 30, 30, 30, 30, 10, 10, 10}, 0, 0, false}}) {
-        SCOPED_TRACE(name);
-        start(counts);
-        if (dirty) block(hot)[100] = 0;
-        EXPECT_EQ(EFS_wear_leveling(0, 0), 0U);
-        EXPECT_EQ(changes(), cold == hot ? 0U : dirty ? 5U : 2U) << "the copy and one entry";
-        EXPECT_EQ(efs_ctx.block_ec[hot], counts[hot] + (dirty ? 1 : 0));
-        EXPECT_EQ(efs_ctx.current_bme.valid_table[cold], hot);
-        EXPECT_EQ(rig_->trouble(), "");
-    }
-}
-
-TEST_F(EfsChange, FreeAndDirtyBlocksGoByLeastWear)
-{
-    start({5, 5, 5, 5, 5, 5, 5, 9, 4, 4});
-    std::uint32_t position = 0;
-    EXPECT_EQ(EFS_erase_dirty_block(), 41U) << "none is dirty";
-    EXPECT_EQ(EFS_select_free_page_for_write(&position), 0U);
-    EXPECT_EQ(position, 1U);
-    std::memset(efs_ctx.block_status, 1, 3);
-    EXPECT_EQ(EFS_select_free_page_for_write(&position), 41U);
-    EXPECT_EQ(EFS_erase_dirty_block(), 0U);
-    EXPECT_EQ(efs_ctx.block_status[1], 2) << "the least worn, the lower position";
-}
-
 TEST_F(EfsChange, SwitchesAndTheEndOfTheMaps)
 {
     start();

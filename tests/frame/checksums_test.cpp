@@ -1,4 +1,5 @@
 // The checksums against literal values and against a reference that goes bit by bit.
+#include "tests/support/efs_builder.h"
 #include "tests/support/volume_builder.h"
 #include "yfs/medium.h"
 
@@ -8,15 +9,7 @@ namespace {
 
 using bytes = std::vector<std::uint8_t>;
 
-unsigned slow(const bytes& data, unsigned width, unsigned polynomial, unsigned mask, unsigned reg)
-{
-    for (const unsigned byte : data) {
-        reg ^= byte << (width - 8);
-        for (int bit = 0; bit < 8; ++bit) reg = (reg << 1) ^ (((reg >> (width - 1)) & 1U) != 0 ? polynomial : 0);
-        reg &= mask;
-    }
-    return reg;
-}
+const auto& slow = yfs::test::plain_crc;
 
 TEST(Checksums, LiteralValues)
 {
