@@ -29,10 +29,8 @@ TEST(file_node, images_outside_the_lengths_of_a_table)
         Directory directory(image.data(), length);
         const auto file = std::make_shared<File>(image.data(), length, "f");
         const bool sound = length >= 12;
-        EXPECT_EQ(sound, file->entry != nullptr);
-        EXPECT_EQ(sound, directory.entry != nullptr);
+        EXPECT_TRUE((file->entry != nullptr) == sound && (directory.entry != nullptr) == sound);
         EXPECT_EQ(sound ? length : 0, directory.getSize());
-        EXPECT_STREQ("", directory.name);
         directory.addFile("", file);
         std::vector<_cfg_file_entry_t> records;
         std::vector<char> payloads;

@@ -5,6 +5,7 @@
 #include "yfs/make_volume.h"
 #include "yfs/medium.h"
 
+#include <array>
 #include <random>
 
 namespace yfs::test::faults_afs_faults {
@@ -25,7 +26,7 @@ operation step(std::mt19937& random, const contents& files)
     case 0:
         return files.contains(file) ? operation{kind::remove, file} : replace(file, bytes(size, file));
     case 1:
-        return {random() % 2 == 0 ? kind::idle_reclaim : kind::full_reclaim};
+        return {std::array{kind::idle_reclaim, kind::full_reclaim, kind::dirty_erase}[random() % 3]};
     case 2:
         return {kind::write, file, files.contains(file) ? static_cast<unsigned>(files.at(file).size() / 2) : 0,
                 bytes(size, 7)};
@@ -103,14 +104,7 @@ TEST(AfsFaults, AReclaimThatMeetsABadPageLeavesTheVolume)
 TEST(AfsFaults, TheLastSequenceNumber)
 {
     rig r(volume(6, 3).image());
-    for (std::size_t at = 0; at < r.image.size(); at += ftl::eu_size) {
-        auto header = load<ftl::eu_header_t>(r.image.data() + at);
-        const le32 magic = std::exchange(header.magic, le32{ftl::eu_magic});
-        header.seq = header.seq + (UINT32_MAX - 5);
-        header.crc = crc8(&header, ftl::header_crc_bytes);
-        header.magic = magic;
-        store(r.image.data() + at, header);
-    }
+    count_up(r.image, UINT32_MAX - 5);
     ASSERT_EQ(r.mount(), 0U);
     ASSERT_EQ(r.perform(replace(1, bytes(500))), 0U);
     const auto before = r.image;

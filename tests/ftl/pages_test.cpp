@@ -57,10 +57,7 @@ TEST(FtlRead, TriesSevenTimes)
             EXPECT_EQ(afs_physical_ftl_read_data_pages(&b.ctx, buf.data(), va, 4), 5U) << n;
         }
     }
-}
 
-TEST(FtlWrite, ReadsBackSevenTimes)
-{
     bench b("");
     ASSERT_EQ(b.open(), 0U);
     b.chip.fail(chip_call::read, 2, chip_fault::garbled, 7); // behind the look at the blank frame

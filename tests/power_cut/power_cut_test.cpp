@@ -271,14 +271,7 @@ TEST(PowerCutInAHeader, WithEverySequenceNumber)
     for (std::uint32_t delta = 0; delta < 256; delta += stride) {
         rig r(prepared.image);
         r.files = prepared.files;
-        for (std::size_t at = 0; at < r.image.size(); at += ftl::eu_size) {
-            auto header = load<ftl::eu_header_t>(r.image.data() + at);
-            const le32 magic = std::exchange(header.magic, le32{ftl::eu_magic});
-            header.seq = header.seq + delta;
-            header.crc = crc8(&header, ftl::header_crc_bytes);
-            header.magic = magic;
-            store(r.image.data() + at, header);
-        }
+        count_up(r.image, delta);
         cut_run job(r, {kind::idle_reclaim}, {true, false});
         for (const chip_change& change : job.journal) {
             for (std::uint32_t done = 0; is_header(change) && done < change.len; ++done)

@@ -48,6 +48,9 @@ struct rig {
     inspect::picture look() const { return inspect::inspect_image(image); }
 };
 
+// Moves the sequence numbers of all headers on.
+void count_up(std::vector<std::uint8_t>& image, std::uint32_t delta);
+
 // Printed at the end of the program.
 struct tally {
     std::uint64_t cuts, lost, old_state, new_state, random_steps, random_cuts;
