@@ -162,10 +162,8 @@ TEST(AfsOpen, ZombiesEnd)
     const auto before = b.image;
     ASSERT_EQ(b.open(), 0U);
     EXPECT_EQ(b.image, before); // in the cache, until something else is written
-    EXPECT_EQ(b.read(20), std::nullopt);
     EXPECT_EQ(b.write(20, 0, bytes(5)), 0U);
     EXPECT_TRUE(b.sound_with({{7, bytes(300)}, {8, {}}, {20, bytes(5)}}));
-    EXPECT_EQ(inspect::inspect_image(b.image).file[21].state, inspect::file_state::absent);
     // An eviction could write the cleared entries: not before the whole volume has proved sound.
     bench corrupt(v.fat(99, 65));
     const auto image = corrupt.image;

@@ -26,7 +26,6 @@ struct active_table {
     }
     ~active_table() { g_table_buf = nullptr, g_table_num_files = 0; }
     active_table(const active_table&) = delete;
-    active_table& operator=(const active_table&) = delete;
 
     std::vector<ftbl_file_entry_t> entries;
 };
@@ -40,7 +39,6 @@ struct fcs {
         if (handle) closeHandle(&handle);
     }
     fcs(const fcs&) = delete;
-    fcs& operator=(const fcs&) = delete;
 
     std::uint32_t add(const std::string& name, blob image, bool check_size = false)
     {

@@ -9,12 +9,10 @@ namespace yfs::test {
 
 using namespace yfs::efs;
 
-namespace {
-
 using blob = std::vector<std::uint8_t>;
 
 template <flash_record R>
-blob bytes_of(const R& record)
+static blob bytes_of(const R& record)
 {
     blob out(sizeof record);
     store(out.data(), record);
@@ -22,14 +20,12 @@ blob bytes_of(const R& record)
 }
 
 // With the CRC of all that stands before it.
-blob sealed(blob part)
+static blob sealed(blob part)
 {
     const blob crc = bytes_of(le32(plain_crc32(part.data(), part.size())));
     part.insert(part.end(), crc.begin(), crc.end());
     return part;
 }
-
-} // namespace
 
 unsigned plain_crc(const blob& data, unsigned width, unsigned polynomial, unsigned mask, unsigned reg)
 {
