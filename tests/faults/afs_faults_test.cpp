@@ -81,26 +81,6 @@ TEST(AfsFaults, EachCallOfTheMediumGoesWrongOnce)
     std::cout << "AFS faults: " << faults << ", operations refused: " << failed << "\n";
 }
 
-// One live page of a log unit can't be read: the reclaim that would move it is refused before anything changes.
-TEST(AfsFaults, AReclaimThatMeetsABadPageLeavesTheVolume)
-{
-    rig r(made(6));
-    ASSERT_EQ(r.mount(), 0U);
-    for (unsigned i = 0; i < 20; ++i) ASSERT_EQ(r.perform(replace(i, bytes(100, i))), 0U);
-    while (r.look().space.log_slots_now > 3) ASSERT_EQ(r.perform(cut_to(40, 0)), 0U);
-    const ftl_page_entry entry = dfs_context->ftl->page_map[0]; // written once, so it has to move with its unit
-    const std::uint32_t frame = entry.eu * ftl::eu_size + ftl::log_frame_at(entry.slot) + 20;
-    const std::uint8_t good = r.image[frame];
-    r.image[frame] = low8(~good);
-    unsigned refused = 0;
-    for (unsigned i = 0; i < 400; ++i) refused += r.perform(replace(50 + i % 20, bytes(64, i))) != 0;
-    EXPECT_GT(refused, 0U);
-    r.image[frame] = good;
-    ASSERT_EQ(r.mount(), 0U);
-    EXPECT_TRUE(reads_as(r.files));
-    EXPECT_EQ(r.perform(replace(60, bytes(64))), 0U);
-}
-
 TEST(AfsFaults, TheLastSequenceNumber)
 {
     rig r(volume(6, 3).image());

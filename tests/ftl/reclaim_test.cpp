@@ -80,6 +80,7 @@ TEST(FtlReclaim, LogEu)
     check(
         {{"3 of 10, then a blank EU", with("0-9", room_3), "r0 g0-9", "0 = | 2/7 after 9, 244..366"},
          {"3 of 10, then the spare", with("0-9", room_3 + " eu2 74 eu3 74"), "r0 g0-9", "0 = | 7/7 after 9, 244..366"},
+         {"a live page can\'t be read", with("0 x1", "eu1 seq=20 f74=5"), "r0 g0", "5 = | 1/5 after 74, 244..366"},
          {"behind a programmed frame", with("0-2", "eu1 seq=20 f74=5 p9"), "r0 g0-2", "0 = | 1/10 after 2, 244..366"},
          {"the victim is the log", with("0-2", "eu0 seq=20 eu1 74"), "t74 r0 m g0-2",
           "0 0 0 = | 2/3 after 2, 244..366"},

@@ -61,14 +61,15 @@ class Files(ToolTest):
         for path, args, stdin in [("/home/log/ring", ["new"], b""),  # longer than before
                                   ("/home/stats/counters", [], b"from stdin"),  # shorter
                                   ("/home/ui/language", ["-"], b""),  # empty
-                                  ("/home/power/wake_policy", ["-"], b"new one")]:  # not stored so far
+                                  ("/home/power/wake_policy", ["-"], b"new one"),  # not stored so far
+                                  ("/home/calib/board_serial", [], b""), ("/home/calib/last_service", [], b"on EFS")]:
             self.ok("put", path, *args, cwd=folder, stdin=stdin)
             before[path] = big if args == ["new"] else stdin
             self.assertEqual(self.ok("cat", path.removeprefix("/home/"), cwd=folder), before[path], path)
-        self.ok("rm", "/home/boot/splash", cwd=folder)
-        self.refused("no-file", 1, "cat", "boot/splash", cwd=folder)
-        self.refused("no-file", 1, "rm", "boot/splash", cwd=folder)
-        del before["/home/boot/splash"]
+        for path in ("boot/splash", "calib/rf_map"):
+            self.ok("rm", path, cwd=folder)
+            for verb in ("cat", "rm"): self.refused("no-file", 1, verb, path, cwd=folder)
+            del before["/home/" + path]
         self.assertEqual(self.contents(folder), before, "all other files are as they were")
 
     def test_files_without_a_name_are_reached_by_their_place(self):
@@ -313,6 +314,10 @@ REFUSALS = [
     ("too-large", 8, ["put", "ui/language", "yfs.img"], None, [131072, "allows 8"]),
     ("too-large", 8, ["put", "cred/device_key", "yfs.img"], None, ["allows 72 (32 and a tail of 40)"]),
     ("too-large", 8, ["put", "afs#21", "yfs.img"], None, ["/home/ui/language", "allows 8"]),
+    ("too-large", 8, ["put", "calib/board_serial", "yfs.img"], lambda folder: set_limit(folder, "/home/calib/board_serial", 0x20000), ["EFS"]),
+    ("too-large", 8, ["nvar", "set", "calib/adc_gain", "yfs.img"], lambda folder: set_limit(folder, "/home/calib/adc_gain", 0x20000), ["EFS", "128 at most"]),
+    ("no-volume", 8, ["put", "efs#2000"], None, ["no entry"]),
+    ("no-file", 1, ["rm", "calib/last_service"], None, ["efs.img"]),
     ("too-large", 8, ["put", "afs#100", "big"], replace("big", bytes(0x40001)), [0x40001, 0x40000]),
     ("too-large", 8, ["nvar", "set", "log/ring", "big"], replace("big", bytes(65524)), [65524, 65523]),
     # Refused before anything runs: the volume of this set doesn't even mount.
@@ -417,24 +422,6 @@ class SampleSets(ToolTest):
                 self.assertEqual([(n, built[n]) for n in built if n not in back],
                                  list(cfg_records((SAMPLES / name / "zonc-table-after.bin").read_bytes()).items()))
 
-    def test_changes_on_efs(self):
-        folder, _, _ = self.open_set("not-deployed")
-        before = self.contents(folder)
-        row = next(f for f in self.document("ls", cwd=folder)["files"] if f["place"].startswith("efs#") and not f["attributes"] & 1)
-        path, image = row["path"], (folder / "yfs.img").stat().st_ino
-        for contents in [b"", b"x" * row["limit"], b"short"]:
-            self.ok("put", path, cwd=folder, stdin=contents)
-            self.assertEqual(self.ok("cat", path, cwd=folder), contents)
-        self.refused("too-large", 8, "put", path, cwd=folder, stdin=b"x" * (row["limit"] + 1), says=[row["limit"]])
-        set_limit(folder, path, 0x20000)
-        self.refused("too-large", 8, "put", row["place"], cwd=folder, stdin=b"x" * 0x10000, says=["EFS", row["limit"]])
-        self.refused("too-large", 8, "nvar", "set", path, "-", cwd=folder, stdin=b"x" * (row["limit"] + 1), says=["EFS"])
-        self.refused("no-volume", 8, "put", "efs#2000", cwd=folder, says=["no entry"])
-        self.refused("empty-on-efs", 8, "nvar", "set", path, "utf8:", cwd=folder)
-        self.assertEqual(self.contents(folder), before | {path: b"short"})
-        self.ok("rm", path, cwd=folder)
-        self.refused("no-file", 1, "rm", path, cwd=folder)
-        self.assertEqual((folder / "yfs.img").stat().st_ino, image, "the other image is not touched")
 
 
 if __name__ == "__main__":

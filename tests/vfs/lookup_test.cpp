@@ -34,26 +34,25 @@ protected:
         for (std::uint32_t i = 0; i < GetParam(); ++i)
             files.push_back({"/filler" + std::to_string(i * 7919 % 1000), 5000 + i * 7919 % 1000});
         first = files.size() / 2;
-        files.insert(files.begin() + static_cast<std::ptrdiff_t>(first),
-                     {{"/a", 0x10000001, 0x0143, 0, 1, 500},
-                      {name_48, 2, 0x0002},
-                      {"/a", 3},
-                      {"/twin", 2},
-                      {"", 4},
-                      {"costarring", 5}, // this and the next have one checksum
-                      {"liquid", 6},
-                      {"/zero", 0}});
+        // The last but one and the one before it have one checksum.
+        files.insert(files.begin() + static_cast<std::ptrdiff_t>(first), {{"/a", 0x10000001, 0x0143, 0, 1, 500},
+                                                                          {name_48, 2, 0x0002},
+                                                                          {"/a", 3},
+                                                                          {"/twin", 2},
+                                                                          {"", 4},
+                                                                          {"costarring", 5},
+                                                                          {"liquid", 6},
+                                                                          {"/zero", 0}});
         table.load(files);
     }
 
+    active_entries table;
+    std::size_t first = 0;
     // The place of the entry among the files of the test, or -1.
     std::ptrdiff_t place(const ftbl_file_entry_t* entry) const
     {
         return entry ? entry - g_table_buf - static_cast<std::ptrdiff_t>(first) : -1;
     }
-
-    active_entries table;
-    std::size_t first = 0;
 };
 
 INSTANTIATE_TEST_SUITE_P(walked_and_indexed, lookup, testing::Values(0U, 200U));
