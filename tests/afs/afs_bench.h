@@ -28,7 +28,6 @@ struct bench {
     explicit bench(const volume& v) : bench(v.image()) {}
     ~bench() { afs_free_context(&ctx); }
     bench(const bench&) = delete;
-    bench& operator=(const bench&) = delete;
 
     // 0x25: with sizes, over the FTL, mounted here.
     std::uint32_t open(std::uint32_t flags = 0x25, std::uint32_t lines = 10)

@@ -53,22 +53,6 @@ TEST(AfsRead, AllPartsOfAllShapes)
     }
 }
 
-TEST(AfsRead, CostOfSmallReads)
-{
-    for (const words& r : {words{5, 60, 10, 1, 132}, words{9, 60, 10, 2, 132}, words{5, 64, 64, 1, 66},
-                           words{5, 299, 9, 1, 66}, words{9, 128, 172, 1, 198}, words{5, 300, 10, 0, 0},
-                           words{5, 0, 0, 0, 0}}) { // the second chunk, offset, length; reads and their bytes
-        volume v(6, 3, 100);
-        v.file(file, bytes(300)).in_chunks({4, r[0], 15, 16, 17});
-        bench b(v);
-        ASSERT_EQ(b.open(), 0U);
-        EXPECT_EQ(b.read(file), bytes(300)); // the FAT is in the cache now
-        b.chip.reset_counters();
-        expect_part(b, bytes(300), r[1], r[2]);
-        EXPECT_EQ((words{low32(b.chip.counters().reads), low32(b.chip.counters().bytes_read)}), (words{r[3], r[4]}));
-    }
-}
-
 TEST(AfsRead, Statuses)
 {
     volume v(6, 3, 100);

@@ -86,10 +86,7 @@ TEST(AfsMaintenance, Forwards)
                          afs_idle_reclaim_needed(&b.ctx), afs_force_full_reclaim(&b.ctx)}),
                   (words{1, 0, whole * 2, 0, 11}));
     }
-}
 
-TEST(AfsMaintenance, PlainAccess)
-{
     bench b(volume(6, 3, 100));
     b.ctx.flash_base = 0x2000;
     std::uint8_t byte = 0;

@@ -17,28 +17,20 @@ inline blob payload(std::size_t size, unsigned seed = 1)
 }
 
 // A file table that a test sets, active as long as it lives.
-class active_table {
-public:
+struct active_table {
     explicit active_table(const std::vector<table_file>& files)
     {
-        for (const table_file& file : files) entries_.push_back(file_entry(file));
-        g_table_buf = entries_.data();
-        g_table_num_files = static_cast<std::int32_t>(entries_.size());
+        for (const table_file& file : files) entries.push_back(file_entry(file));
+        g_table_buf = entries.data();
+        g_table_num_files = static_cast<std::int32_t>(entries.size());
     }
-    ~active_table()
-    {
-        g_table_buf = nullptr;
-        g_table_num_files = 0;
-    }
+    ~active_table() { g_table_buf = nullptr, g_table_num_files = 0; }
     active_table(const active_table&) = delete;
-    active_table& operator=(const active_table&) = delete;
 
-private:
-    std::vector<ftbl_file_entry_t> entries_;
+    std::vector<ftbl_file_entry_t> entries;
 };
 
-class fcs {
-public:
+struct fcs {
     fcs() { EXPECT_EQ(fcs_status::ok, createHandle(&handle)); }
     fcs(const std::uint8_t* table, std::uint32_t size) : status(createHandleFromStructure(&handle, table, size)) {}
     explicit fcs(const blob& table) : fcs(table.data(), low32(table.size())) {}
@@ -47,7 +39,6 @@ public:
         if (handle) closeHandle(&handle);
     }
     fcs(const fcs&) = delete;
-    fcs& operator=(const fcs&) = delete;
 
     std::uint32_t add(const std::string& name, blob image, bool check_size = false)
     {

@@ -20,13 +20,6 @@ node make(const std::string& name, const blob& payload = {}, std::uint32_t filen
     return std::make_shared<File>(image.data(), low32(image.size()), name.c_str());
 }
 
-std::vector<std::string> names_of(const Directory& directory)
-{
-    std::vector<std::string> names;
-    for (const node& child : directory.children) names.emplace_back(child->name);
-    return names;
-}
-
 // A size is cut to 16 bits, and only that many bytes are written out.
 TEST(file_node, images_outside_the_lengths_of_a_table)
 {
@@ -36,10 +29,8 @@ TEST(file_node, images_outside_the_lengths_of_a_table)
         Directory directory(image.data(), length);
         const auto file = std::make_shared<File>(image.data(), length, "f");
         const bool sound = length >= 12;
-        EXPECT_EQ(sound, file->entry != nullptr);
-        EXPECT_EQ(sound, directory.entry != nullptr);
+        EXPECT_TRUE((file->entry != nullptr) == sound && (directory.entry != nullptr) == sound);
         EXPECT_EQ(sound ? length : 0, directory.getSize());
-        EXPECT_STREQ("", directory.name);
         directory.addFile("", file);
         std::vector<_cfg_file_entry_t> records;
         std::vector<char> payloads;
@@ -71,7 +62,9 @@ TEST(directory, delete_file_splits_its_path)
         below->children = {make("f")};
         directory.addFile("", below);
         EXPECT_EQ(deleted, directory.deleteFile(path)) << path;
-        EXPECT_EQ(left, names_of(directory)) << path;
+        EXPECT_TRUE(std::ranges::equal(left, directory.children, {}, {}, [](const node& n) {
+            return std::string(n->name);
+        })) << path;
         EXPECT_EQ(left_below, below->children.size()) << path;
     }
 }

@@ -6,8 +6,7 @@
 
 #include <tuple>
 
-namespace yfs::efs {
-namespace {
+namespace yfs::efs::test_of_autogen {
 
 using blob = std::vector<std::uint8_t>;
 using globals = std::tuple<geometry, uint32_t, uint32_t, uint8_t, uint8_t, uint8_t, efs_file_t*>;
@@ -91,5 +90,4 @@ TEST(EfsAutogen, RefusesOrPassesOverBadTables)
     EXPECT_EQ(load_autogen_data(nullptr, 8, 1000), 1U);
 }
 
-} // namespace
-} // namespace yfs::efs
+} // namespace yfs::efs::test_of_autogen

@@ -1,48 +1,16 @@
-// Mount and reads over a medium that misreads, and everything without memory. This program brings the medium: bytes of
-// it come out changed for a while.
+// Mount and reads over a medium that misreads, and everything without memory.
 #include "tests/support/counted_memory.h"
 #include "tests/support/efs_builder.h"
+#include "tests/support/efs_chip.h"
 #include "tests/support/volume_builder.h"
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <functional>
 
-namespace {
+namespace yfs::test::efs_fault {
 
-using namespace yfs::test;
 using blob = std::vector<std::uint8_t>;
-
-std::map<std::uint32_t, unsigned> s_misread; // by address of the byte: so many of its next reads come out changed
-unsigned s_reads = 0, s_fail_in = 0;         // the s_fail_in-th read from now on fails
-
-} // namespace
-
-uint32_t EFS_physical_read(uint32_t address, uint32_t length, void* destination)
-{
-    EXPECT_TRUE(length > 0 && address + length <= efs_size) << address << ' ' << length;
-    std::memcpy(destination, efs_image + address, length);
-    for (auto& [at, times] : s_misread) {
-        if (at < address || at >= address + length || times == 0) continue;
-        --times;
-        static_cast<uint8_t*>(destination)[at - address] ^= 0x01;
-    }
-    ++s_reads;
-    return s_fail_in != 0 && --s_fail_in == 0 ? 77 : 0;
-}
-
-uint32_t EFS_physical_write(uint32_t address, uint32_t length, const void* source)
-{
-    return std::memcpy(efs_image + address, source, length), 0;
-}
-
-uint32_t EFS_physical_erase(uint32_t address, uint32_t length)
-{
-    return std::memset(efs_image + address, 0xFF, length), 0;
-}
-
-namespace {
 
 std::uint32_t read()
 {
@@ -60,6 +28,8 @@ TEST(EfsFaults, EachTestGetsSevenReads)
     use_efs_table({2, 7, 3}, {efs_entry(1, 10, 9000), efs_entry(4, 0, 100)});
     efs_volume v({2, 7, 3});
     efs_image = v.file(EFS_files[0], bytes(5000)).bm(0).bm(1, 2, 2).image.data();
+    nor_chip chip(v.image);
+    use_efs_chip(&chip);
     const std::uint32_t first = v.area_at(1) + 10, second = v.area_at(2), of_block = v.area_at(4) - 16;
     // Misreads; the slot of the BM in force (41: no mount), whether the next commit switches; statuses of read and
     // size.
@@ -80,27 +50,28 @@ TEST(EfsFaults, EachTestGetsSevenReads)
     };
     for (const auto& [name, misread, slot, force, read_status, size_status] : cases) {
         SCOPED_TRACE(name);
-        s_misread = misread;
+        chip.misreads = misread;
         const auto status = EFS_init(0);
         EXPECT_EQ(status == 0 ? (efs_ctx.bme_offset - 16) / 22 : status, slot);
         EXPECT_EQ(efs_ctx.force_bm_switch, force);
         EXPECT_EQ(read(), read_status);
         std::uint32_t size = 0;
         EXPECT_EQ(EFS_get_file_size(1, &size), size_status);
-        for (const auto& [at, times] : s_misread) EXPECT_EQ(times, 0U) << at;
+        for (const auto& [at, times] : chip.misreads) EXPECT_EQ(times, 0U) << at;
     }
-    s_misread.clear();
+    chip.misreads.clear();
     ASSERT_EQ(EFS_init(0), 0U);
-    s_reads = 0;
+    chip.reset_counters();
     EXPECT_EQ(read(), 0U);
-    EXPECT_EQ(s_reads, 4U) << "header and payload of two chunks, nothing else";
+    EXPECT_EQ(chip.counters().reads, 4U) << "header and payload of two chunks, nothing else";
     for (unsigned n = 1; n <= 4; ++n) {
-        s_fail_in = n;
-        EXPECT_EQ(read(), 77U) << n;
+        chip.fail(chip_call::read, n, chip_fault::before);
+        EXPECT_EQ(read(), 1U) << n;
     }
-    EXPECT_EQ(s_reads, 4U + 1 + 2 + 3 + 4);
-    s_fail_in = 3; // both headers, then the block
-    EXPECT_EQ(EFS_init(0), 77U);
+    EXPECT_EQ(chip.counters().reads, 4U + 0 + 1 + 2 + 3);
+    chip.fail(chip_call::read, 3, chip_fault::before); // both headers, then the block
+    EXPECT_EQ(EFS_init(0), 1U);
+    use_efs_chip(nullptr);
 }
 
 TEST(EfsFaults, WithoutMemoryNothingLeaksAndNothingDangles)
@@ -134,4 +105,4 @@ TEST(EfsFaults, WithoutMemoryNothingLeaksAndNothingDangles)
     EXPECT_FALSE(allocation_failed) << "a read allocates nothing";
 }
 
-} // namespace
+} // namespace yfs::test::efs_fault

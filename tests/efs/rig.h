@@ -85,7 +85,6 @@ struct efs_rig {
         use_efs_chip(&chip);
     }
     efs_rig(const efs_rig&) = delete;
-    efs_rig& operator=(const efs_rig&) = delete;
     ~efs_rig() { use_efs_chip(nullptr); }
 
     std::uint32_t mount() { return EFS_init_tools(image.data()); }

@@ -147,9 +147,8 @@ TEST(Run, ServesValuesAndBuildsATableOfAllAvailableOnes)
     void* data = &data;
     std::uint32_t size = 77;
     EXPECT_EQ(yeyfsCheckNvarExists(nullptr, FCS_VELOR_CFG) + yeyfsCheckNvarExists(a, static_cast<FcsFileName>(9)), 0);
-    EXPECT_EQ(yeYfsNvarGet(nullptr, nullptr, nullptr, FCS_VELOR_CFG, nullptr, nullptr), 0);
-    EXPECT_EQ(yeYfsNvarGet(a, nullptr, nullptr, FCS_VELOR_CFG, nullptr, nullptr), 0);
-    EXPECT_EQ(yeYfsNvarGet(a, &data, nullptr, FCS_VELOR_CFG, nullptr, nullptr), 0);
+    for (const auto& [path, to] : {std::pair<const char*, void**>{nullptr, nullptr}, {a, nullptr}, {a, &data}})
+        EXPECT_EQ(yeYfsNvarGet(path, to, nullptr, FCS_VELOR_CFG, nullptr, nullptr), 0);
     EXPECT_EQ(yeYfsNvarResize(nullptr, nullptr, 1) + yeYfsNvarResize(a, nullptr, 1), 0);
     EXPECT_EQ(yeYfsNvarResize("nowhere", &data, 1) + yeYfsNvarResize("over", &data, 1), 0);
     EXPECT_EQ(rebuilt(nullptr, &size) + rebuilt(&data, nullptr), 0);

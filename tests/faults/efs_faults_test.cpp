@@ -15,10 +15,7 @@ efs_operation step(std::mt19937& random)
     return {efs_call::write, file, bytes(1 + random() % EFS_files[file].max_size, static_cast<unsigned>(random()))};
 }
 
-bool stands(efs_rig& r)
-{
-    return read_mounted() == r.files;
-}
+const auto stands = [](efs_rig& r) { return read_mounted() == r.files; };
 
 TEST(EfsFaultHistory, EachCallOfTheMediumGoesWrongOnce)
 {

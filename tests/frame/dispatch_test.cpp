@@ -26,11 +26,10 @@ words ask(std::uint32_t fileno)
 }
 
 // Statuses of everything that means AFS alone.
-words ask_maintenance()
-{
-    return {dfs_mark_zombie_file(9), dfs_force_full_reclaim(),  dfs_force_dirty_erase(),
-            dfs_idle_reclaim(),      dfs_idle_reclaim_needed(), dfs_set_page_size(64)};
-}
+const auto ask_maintenance = [] {
+    return words{dfs_mark_zombie_file(9), dfs_force_full_reclaim(),  dfs_force_dirty_erase(),
+                 dfs_idle_reclaim(),      dfs_idle_reclaim_needed(), dfs_set_page_size(64)};
+};
 
 struct Dispatch : testing::Test {
     std::vector<std::uint8_t> content = bytes(300), image;
@@ -78,28 +77,26 @@ TEST_F(Dispatch, WithoutAContext)
     EXPECT_EQ(ask(7 | bad_selector), (words{2, 22, 22, 22}));
     EXPECT_EQ(ask(7 | efs_bit), (words{2, 2, 5, 22}));
     EXPECT_EQ(ask_maintenance(), (words{22, 22, 22, 22, 0, 22}));
-    EXPECT_EQ((words{dfs_set_page_size(0), dfs_set_idle_reclaim_enabled(), dfs_get_idle_reclaim_enabled()}),
-              (words{22, 0, 0}));
+    const auto idle = [] {
+        return words{dfs_get_idle_reclaim_enabled(), dfs_set_idle_reclaim_enabled(), dfs_get_idle_reclaim_enabled()};
+    };
+    EXPECT_EQ(idle(), (words{0, 0, 0}));
+    EXPECT_EQ(dfs_set_page_size(0), 22U);
     dfs_context = kept;
-    const std::uint32_t before = dfs_get_idle_reclaim_enabled();
-    EXPECT_EQ((words{before, dfs_set_idle_reclaim_enabled(), dfs_get_idle_reclaim_enabled()}), (words{0, 0, 1}));
+    EXPECT_EQ(idle(), (words{0, 0, 1}));
 }
 
 TEST_F(Dispatch, FoldsStatuses)
 {
     static std::uint32_t s_answer; // of a flash layer that answers what it is told to
     afs_physical_handler no_writes = afs_physical_spi_handler, no_reads = no_writes;
-    no_reads.read_page = [](afs_context*, std::uint32_t, std::uint32_t, void*, std::uint32_t) { return s_answer; };
-    no_writes.write_page = [](afs_context*, std::uint32_t, std::uint32_t, const void*, std::uint32_t) {
-        return s_answer;
-    };
-    no_writes.force_full_reclaim = no_writes.force_dirty_erase = [](afs_context*) { return s_answer; };
+    no_reads.read_page = [](auto...) { return s_answer; };
+    no_writes.write_page = [](auto...) { return s_answer; };
+    no_writes.force_full_reclaim = no_writes.force_dirty_erase = [](auto...) { return s_answer; };
     for (const std::uint32_t status : {0U, 1U, 2U, 5U, 11U, 12U, 22U, 27U, 28U, 99U, 562U, 563U, 38807U, 65533U}) {
         SetUp();
         s_answer = status;
-        const auto or_5 = [&](const words& let_through) {
-            return status == 0 || std::ranges::count(let_through, status) != 0 ? status : 5U;
-        };
+        const auto or_5 = [&](words let) { return status == 0 || std::ranges::count(let, status) != 0 ? status : 5U; };
         std::uint32_t size = 0, len = 10;
         std::uint8_t buf[10];
         dfs_context->handler = &no_writes;

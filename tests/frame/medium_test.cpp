@@ -54,13 +54,8 @@ TEST(Memory, Primitives)
     EXPECT_EQ(LtCompareMemory("a", "b", 0), 0);
     LtFreeMemory(zeroed);
     LtFreeMemory(nullptr);
-    void* block = LtAllocateMemory(4096);
-    std::memset(block, 0xC3, 4096);
-    LtFreeMemory(block);
-}
+    LtFreeMemory(std::memset(LtAllocateMemory(4096), 0xC3, 4096));
 
-TEST(Memory, ByteCopyTestsItsArgumentsInOrder)
-{
     const char* const xyz = "xyz";
     std::array<char, 8> to{};
     using row = std::tuple<char*, const char*, std::size_t, std::size_t, std::uint32_t>;

@@ -96,7 +96,6 @@ struct bench {
     explicit bench(const std::string& words) : bench(plan(words)) {}
     ~bench() { ftl::release_ftl(&ctx); }
     bench(const bench&) = delete;
-    bench& operator=(const bench&) = delete;
 
     std::uint32_t mount() { return afs_physical_ftl_init(&ctx, ctx.flash_size, ftl::flag_allocate); }
     // Mounts, with the pages in use.

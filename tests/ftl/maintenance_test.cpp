@@ -1,4 +1,4 @@
-// Format and wipe: operations on all EUs at once.
+// A format; a wipe needs a volume.
 #include "tests/ftl/ftl_bench.h"
 
 namespace yfs::test::ftl_maintenance {
@@ -25,26 +25,6 @@ TEST(FtlFormat, LaysTheHeaders)
     }
     b.ctx.flash_size = 8191;
     EXPECT_EQ(afs_physical_ftl_format(&b.ctx, 1), 0U); // no EU, nothing to do
-}
-
-TEST(FtlMaintenance, WipeZeroesDeadFramesAlone)
-{
-    const plan p("eu0 3 f3=2 u0 d1 d2=0x7F d3 u121");
-    for (const auto& [kind, calls] : {std::pair(chip_call::read, 4U), {chip_call::write, 3 + 122U}}) {
-        for (const unsigned n : {1U, 2U, calls, calls + 1}) {
-            bench b(p);
-            ASSERT_EQ(b.open(), 0U);
-            auto want = b.image;
-            std::fill_n(want.begin() + 2 * 8192 + 140 + 66, 3 * 66, std::uint8_t{0});
-            std::fill(want.begin() + 5 * 8192 + 140, want.begin() + 6 * 8192, std::uint8_t{0});
-            b.chip.fail(kind, n, chip_fault::before);
-            EXPECT_EQ(afs_physical_ftl_force_dirty_erase(&b.ctx), n <= calls ? 5U : 0U) << n;
-            if (n <= calls) continue;
-            EXPECT_EQ(b.image, want);
-            b.chip.power_on();
-            EXPECT_EQ(b.run("r2 G121"), "0 = "); // the spare is erased before it is used
-        }
-    }
     afs_context unopened{};
     EXPECT_EQ(afs_physical_ftl_force_dirty_erase(&unopened) + afs_physical_ftl_force_dirty_erase(nullptr), 44U);
 }

@@ -4,20 +4,16 @@
 
 namespace yfs::test::ftl_mount {
 
-struct row {
-    const char* name;
-    const char* words;
-    const char* expected; // or the status
-};
+using row = std::array<const char*, 3>; // its name, the image in words, what is expected or the status
 
 void check_mounts(const std::string& common, std::initializer_list<row> rows, std::string (*show)(bench&))
 {
-    for (const row& r : rows) {
-        bench b(common + r.words);
+    for (const auto& [name, words, expected] : rows) {
+        bench b(common + words);
         const auto before = b.image;
         const std::uint32_t status = b.open();
-        EXPECT_EQ(status != 0 ? std::to_string(status) : show(b), r.expected) << r.name << ": " << r.words;
-        EXPECT_EQ(b.image, before) << r.name;
+        EXPECT_EQ(status != 0 ? std::to_string(status) : show(b), expected) << name << ": " << words;
+        EXPECT_EQ(b.image, before) << name;
     }
 }
 

@@ -10,11 +10,9 @@ TEST(FtlPages, Scripts)
     check({
         {"reads", "eu0 4 3 x6 u0 u121 u122 d5", "g3 g5 g6 G0 G121 G122 G5",
          "= zeros 5 = = = zeros | 0/3 after 6, 244..366"},
-        {"FAT pages", "", "w0 w3 w1 w1 g1 g3", "0 0 0 0 = = | 0/4 after 1, 244..366"},
         {"into the blank EU", "eu0 3 1 f4=119 4", "w2 g1-4", "0 = | 1/1 after 2, 244..366"},
         {"after a reclaim", "eu0 3 1 f4=120 eu1 seq=9 src=5 3 4 f5=120", "w2 g1-4", "0 = | 5/2 after 2, 244..366"},
         {"programmed frames are passed by", "eu0 3 p4", "w5 g3 g5", "0 = = | 0/4 after 5, 244..366"},
-        {"data pages", "u9", "W121 W122 G121-122", "0 0 = | 0/0 after 0, 244..366"},
         {"never twice", "u9 d10=0x7F d11=0xFE", "W9 W10 W11", "5 5 5 | 0/0 after 0, 244..366"},
         {"trimmed in memory only", "eu0 3 4 u130", "t5 T131 t3 t3 T130 T130 g3 G130 m g3",
          "0 0 0 0 0 0 zeros zeros 0 = | 0/2 after 4, 244..366"},
@@ -59,27 +57,12 @@ TEST(FtlRead, TriesSevenTimes)
             EXPECT_EQ(afs_physical_ftl_read_data_pages(&b.ctx, buf.data(), va, 4), 5U) << n;
         }
     }
-}
 
-TEST(FtlWrite, ReadsBackSevenTimes)
-{
     bench b("");
     ASSERT_EQ(b.open(), 0U);
     b.chip.fail(chip_call::read, 2, chip_fault::garbled, 7); // behind the look at the blank frame
     EXPECT_EQ(b.run("w0"), "5 ");
     EXPECT_EQ(b.chip.journal().size(), 1U); // read back seven times, written once
-}
-
-// Forward through the open group; at its end a flush is asked for once, then the oldest group with room opens, and if
-// none has any, the dirtiest is reclaimed.
-TEST(FtlAllocate, GroupByGroup)
-{
-    bench b("u244 d246=0x7F u0-119 d120-239");
-    ASSERT_EQ(b.open(), 0U);
-    EXPECT_EQ(b.run("a a W247-364 a a W365 a W240 a a a a W241-243 a W245 a a"),
-              "#245 #247 0 #365 65533 0 #240 0 #241 #242 #243 65533 0 #245 0 65533 #122 ");
-    EXPECT_EQ(b.chip.counters().erases, 2U);
-    EXPECT_EQ(b.layout(), b.layout_after_mount());
 }
 
 TEST(FtlAllocate, LooksAtFlashWhereAPageWasTrimmed)

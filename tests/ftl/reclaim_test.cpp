@@ -44,35 +44,6 @@ TEST(FtlVictim, Choice)
     }
 }
 
-TEST(FtlVictim, InIdleTime)
-{
-    bench b("");
-    ASSERT_EQ(b.open(), 0U);
-    constexpr std::uint32_t same = 77; // left alone
-    using row = std::tuple<const char*, unsigned, const char*, bool, unsigned, unsigned, unsigned>;
-    for (const auto& [name, log_slot, table, needed, due_kind, due_hint, victim] : {
-             row{"29 log slots left", 91, "1/9/50/0 2/9/50/0 3/9/0/0 3/9/0/0 3/9/0/0", true, 0, none, 0},
-             {"30 left", 90, "1/9/50/0 2/9/50/0 3/9/0/0 3/9/0/0 3/9/0/0", false, same, same, none},
-             {"a blank EU left", 120, "1/9/50/0 2/9/120/1 3/9/0/0 3/9/0/0 3/9/0/0", false, same, same, none},
-             {"63 data slots, 97 to gain", 0, "1/9/50/0 2/9/50/0 3/9/31/31 3/9/32/32 3/9/34/0", true, 1, none, 4},
-             {"64 slots", 0, "1/9/50/0 2/9/50/0 3/9/32/32 3/9/32/32 3/9/34/0", false, same, same, none},
-             {"96 to gain", 0, "1/9/50/0 2/9/50/0 3/9/31/31 3/9/32/32 3/9/33/0", false, same, same, none},
-             {"data EU wholly dead", 0, "1/9/50/0 2/9/50/0 3/9/100/100 3/9/122/0 3/8/121/0", true, 1, 3, 3},
-             {"log EU wholly dead", 0, "1/9/50/0 2/9/120/0 3/9/100/100 3/9/0/0 3/9/0/0", true, 0, 1, 1},
-             {"the log itself isn't", 0, "1/9/120/0 2/9/50/0 3/9/100/100 3/9/0/0 3/9/0/0", false, same, same, none},
-             {"the least worn", 0, "1/9/50/0 2/8/120/0 3/9/100/100 3/7/122/0 3/7/122/0", true, 1, 3, 3},
-             {"wear before the hint", 0, "1/9/50/0 2/9/50/0 3/120/100/100 3/9/122/0 3/8/0/0", true, 1, 3, 4},
-         }) {
-        set(b, table);
-        b.ctx.ftl->log_slot = log_slot;
-        std::uint32_t hint = same, is_data = same, mode = same;
-        EXPECT_EQ(afs_physical_ftl_idle_reclaim_needed(&b.ctx, &hint, &is_data), needed) << name;
-        EXPECT_EQ(std::pair(is_data, hint), std::pair(due_kind, due_hint)) << name;
-        EXPECT_EQ(ftl::choose_eu_to_reclaim(&b.ctx, 2, true, &mode, true), victim) << name;
-        EXPECT_EQ(mode, needed ? 1U : 0U) << name;
-    }
-}
-
 // Runs go from the top down, at most 62 pages each. Live pages keep their slots. Then header, end of the source,
 // commit.
 TEST(FtlReclaim, DataEu)
@@ -109,6 +80,7 @@ TEST(FtlReclaim, LogEu)
     check(
         {{"3 of 10, then a blank EU", with("0-9", room_3), "r0 g0-9", "0 = | 2/7 after 9, 244..366"},
          {"3 of 10, then the spare", with("0-9", room_3 + " eu2 74 eu3 74"), "r0 g0-9", "0 = | 7/7 after 9, 244..366"},
+         {"a live page can\'t be read", with("0 x1", "eu1 seq=20 f74=5"), "r0 g0", "5 = | 1/5 after 74, 244..366"},
          {"behind a programmed frame", with("0-2", "eu1 seq=20 f74=5 p9"), "r0 g0-2", "0 = | 1/10 after 2, 244..366"},
          {"the victim is the log", with("0-2", "eu0 seq=20 eu1 74"), "t74 r0 m g0-2",
           "0 0 0 = | 2/3 after 2, 244..366"},

@@ -27,7 +27,7 @@ struct digest {
     {
         for (std::size_t i = 0; i + 8 <= all.size(); i += 8) {
             std::uint64_t word = 0;
-            for (unsigned b = 0; b < 8; ++b) word |= std::uint64_t{all[i + b]} << (8 * b);
+            for (unsigned b = 8; b-- > 0;) word = word << 8 | all[i + b];
             add(word);
         }
     }

@@ -39,10 +39,9 @@ void prepare(rig& r, const shortage& left)
     while (r.look().space.log_slots_now > left.log_slots) ASSERT_EQ(r.perform(cut_to(emptied, 0)), 0U);
 }
 
-bool is_header(const chip_change& change)
-{
+const auto is_header = [](const chip_change& change) {
     return change.len == ftl::header_write_bytes && change.addr % ftl::eu_size == 0;
-}
+};
 
 // Whether units of data and of log were reclaimed, by the headers written.
 using reclaims = std::pair<bool, bool>;
@@ -337,14 +336,7 @@ TEST(PowerCutInAHeader, WithEverySequenceNumber)
     for (std::uint32_t delta = 0; delta < 256; delta += stride) {
         rig r(prepared.image);
         r.files = prepared.files;
-        for (std::size_t at = 0; at < r.image.size(); at += ftl::eu_size) {
-            auto header = load<ftl::eu_header_t>(r.image.data() + at);
-            const le32 magic = std::exchange(header.magic, le32{ftl::eu_magic});
-            header.seq = header.seq + delta;
-            header.crc = crc8(&header, ftl::header_crc_bytes);
-            header.magic = magic;
-            store(r.image.data() + at, header);
-        }
+        count_up(r.image, delta);
         cut_run job(r, {kind::idle_reclaim}, {true, false});
         for (const chip_change& change : job.journal) {
             for (std::uint32_t done = 0; is_header(change) && done < change.len; ++done)

@@ -1,5 +1,7 @@
 #include "tests/power_cut/rig.h"
 
+#include "yfs/medium.h"
+
 #include <algorithm>
 #include <iostream>
 
@@ -41,6 +43,18 @@ std::uint32_t rig::perform(const operation& op)
     const std::uint32_t status = op.run();
     if (status == afs_status::ok) op.apply(files);
     return status;
+}
+
+void count_up(std::vector<std::uint8_t>& image, std::uint32_t delta)
+{
+    for (std::size_t at = 0; at < image.size(); at += ftl::eu_size) {
+        auto header = load<ftl::eu_header_t>(image.data() + at);
+        const le32 magic = std::exchange(header.magic, le32{ftl::eu_magic});
+        header.seq = header.seq + delta;
+        header.crc = crc8(&header, ftl::header_crc_bytes);
+        header.magic = magic;
+        store(image.data() + at, header);
+    }
 }
 
 tally the_tally{};

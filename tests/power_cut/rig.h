@@ -27,14 +27,12 @@ struct operation {
     std::uint32_t run() const;
 };
 
-inline operation replace(unsigned file, std::vector<std::uint8_t> data)
-{
-    return {kind::write, file, 0, std::move(data), true};
-}
-inline operation cut_to(unsigned file, std::uint32_t size)
-{
-    return {kind::write, file, size, {}, true};
-}
+inline const auto replace = [](unsigned file, std::vector<std::uint8_t> data) {
+    return operation{kind::write, file, 0, std::move(data), true};
+};
+inline const auto cut_to = [](unsigned file, std::uint32_t size) {
+    return operation{kind::write, file, size, {}, true};
+};
 
 // A volume in an image of its own, its chip under the library.
 struct rig {
@@ -49,6 +47,9 @@ struct rig {
     std::uint32_t perform(const operation& op);
     inspect::picture look() const { return inspect::inspect_image(image); }
 };
+
+// Moves the sequence numbers of all headers on.
+void count_up(std::vector<std::uint8_t>& image, std::uint32_t delta);
 
 // Printed at the end of the program.
 struct tally {

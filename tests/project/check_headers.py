@@ -7,25 +7,13 @@ import pathlib
 import subprocess
 import sys
 
-STRICT = ["-Wall", "-Wextra", "-Wconversion", "-Wshadow", "-pedantic", "-Werror", "-fsyntax-only"]
-
-
-def complaint(header, command, language):
-    run = subprocess.run(command + STRICT + ["-x", language, "-"], input=f'#include "{header}"\n', text=True,
-                         capture_output=True)
-    return run.stderr if run.returncode != 0 else ""
-
-
-def main(include, cxx, cc):
-    headers = [path.relative_to(include).as_posix() for path in sorted(pathlib.Path(include).glob("yfs/*.h"))]
-    wrong = 0
-    for header in headers:
-        for command, language in (([cxx, "-std=c++20", "-I", include], "c++"), ([cc, "-std=c11", "-I", include], "c")):
-            text = complaint(header, command, language)
-            wrong += bool(text)
-            print(text, end="")
-    print(f"{len(headers)} headers as C++ and as C, {wrong} failed")
-    return 1 if wrong or not headers else 0
-
-
-sys.exit(main(*sys.argv[1:]))
+include, cxx, cc = sys.argv[1:]
+STRICT = ["-Wall", "-Wextra", "-Wconversion", "-Wshadow", "-pedantic", "-Werror", "-fsyntax-only", "-I", include, "-"]
+headers = [path.relative_to(include).as_posix() for path in sorted(pathlib.Path(include).glob("yfs/*.h"))]
+wrong = ""
+for header in headers:
+    for command in ([cxx, "-std=c++20", "-x", "c++"], [cc, "-std=c11", "-x", "c"]):
+        run = subprocess.run(command + STRICT, input=f'#include "{header}"\n', text=True, capture_output=True)
+        if run.returncode != 0: wrong += f"{header}: {run.stderr}\n"
+print(wrong + f"{len(headers)} headers as C++ and as C")
+sys.exit(1 if wrong or not headers else 0)

@@ -13,25 +13,17 @@ import sys
 DECLARED = re.compile(r"(?<!class )(?<!struct )\bYFS_API\b([^;{(\[]*)[;(\[]")
 
 
-def exported(library):
-    lines = subprocess.run(["nm", "-D", "--defined-only", library], check=True, capture_output=True, text=True).stdout
-    return {line.split()[-1].split("@")[0] for line in lines.splitlines()}
-
-
-def declared(headers):
-    text = "\n".join(path.read_text() for path in sorted(pathlib.Path(headers).glob("*.h")))
-    text = re.sub(r"(?s)/\*.*?\*/", "", re.sub(r"#define YFS_API.*|//.*", "", text))
-    return {match.split()[-1].lstrip("*&") for match in DECLARED.findall(text)}
-
-
 def main(library, listing, headers, *options):
-    shown = exported(library)
+    lines = subprocess.run(["nm", "-D", "--defined-only", library], check=True, capture_output=True, text=True).stdout.splitlines()
+    shown = {line.split()[-1].split("@")[0] for line in lines}
     if options == ("--write",):
         pathlib.Path(listing).write_text("".join(name + "\n" for name in sorted(shown)))
         return 0
     listed = pathlib.Path(listing).read_text().split()
     flat = {name for name in listed if not name.startswith("_Z")}
-    said = declared(headers)
+    text = "\n".join(path.read_text() for path in sorted(pathlib.Path(headers).glob("*.h")))
+    text = re.sub(r"(?s)/\*.*?\*/", "", re.sub(r"#define YFS_API.*|//.*", "", text))
+    said = {match.split()[-1].lstrip("*&") for match in DECLARED.findall(text)}
     wrong = [f"exported, not in the list: {name}" for name in sorted(shown - set(listed))]
     wrong += [f"in the list, not exported: {name}" for name in sorted(set(listed) - shown)]
     mangled = " ".join(set(listed) - flat)

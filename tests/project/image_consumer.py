@@ -22,9 +22,8 @@ for generator in ("Ninja", "Unix Makefiles"):
         folder = pathlib.Path(place)
         run(yfs, "sample", folder / "set")
         (folder / "set/up link.txt").write_text("wan1")
-        keys = json.loads((folder / "set/yfs.json").read_text())
-        del keys["efs"]
-        keys |= {"afs": {"size": 65536, "files": 128}, "files": {"/home/net/uplink": "up link.txt"}, "values": {}}
+        keys = {"sku": 17, "ftbl": "ftbl.bin", "velor": "velor.cfg", "zonc": "zonc.bin", "yfs": "yfs.img", "values": {},
+                "afs": {"size": 65536, "files": 128}, "files": {"/home/net/uplink": "up link.txt"}}
         (folder / "set/build.json").write_text(json.dumps(keys))
         run("cmake", "-G", generator, "-S", consumer, "-B", folder / "build", f"-DSET={folder}/set/build.json", f"-DCMAKE_PREFIX_PATH={prefix}")
         made = []

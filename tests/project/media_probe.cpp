@@ -13,9 +13,7 @@ static int wrong = 0;
 
 static void check(const char* what, uint32_t got, uint32_t want)
 {
-    if (got == want) return;
-    std::fprintf(stderr, "%s: %u, not %u\n", what, got, want);
-    wrong = 1;
+    if (got != want) wrong = std::fprintf(stderr, "%s: %u, not %u\n", what, got, want);
 }
 
 static void use_the_chip(replacement_state* own)
@@ -56,5 +54,5 @@ int main(int argc, char** argv)
     check("a replacement in the process", own != nullptr, expected ? 1 : 0);
     use_the_chip(own);
     use_the_efs_medium(own);
-    return wrong;
+    return wrong != 0;
 }

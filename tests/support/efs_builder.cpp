@@ -9,12 +9,10 @@ namespace yfs::test {
 
 using namespace yfs::efs;
 
-namespace {
-
 using blob = std::vector<std::uint8_t>;
 
 template <flash_record R>
-blob bytes_of(const R& record)
+static blob bytes_of(const R& record)
 {
     blob out(sizeof record);
     store(out.data(), record);
@@ -22,23 +20,21 @@ blob bytes_of(const R& record)
 }
 
 // With the CRC of all that stands before it.
-blob sealed(blob part)
+static blob sealed(blob part)
 {
     const blob crc = bytes_of(le32(plain_crc32(part.data(), part.size())));
     part.insert(part.end(), crc.begin(), crc.end());
     return part;
 }
 
-} // namespace
-
-std::uint16_t plain_crc16(std::uint16_t initial, const blob& data)
+unsigned plain_crc(const blob& data, unsigned width, unsigned polynomial, unsigned mask, unsigned reg)
 {
-    std::uint32_t crc = initial;
     for (std::size_t bit = 0; bit < data.size() * 8; ++bit) {
-        if (bit % 8 == 0) crc ^= std::uint32_t{data[bit / 8]} << 8;
-        crc = low16((crc << 1) ^ ((crc & 0x8000U) != 0 ? 0x1021U : 0U));
+        if (bit % 8 == 0) reg ^= unsigned{data[bit / 8]} << (width - 8);
+        reg = (reg << 1) ^ (((reg >> (width - 1)) & 1U) != 0 ? polynomial : 0);
+        if (bit % 8 == 7) reg &= mask;
     }
-    return low16(crc);
+    return reg;
 }
 
 std::uint32_t plain_crc32(const std::uint8_t* data, std::size_t count)
@@ -132,7 +128,7 @@ efs_volume& efs_volume::chunk(unsigned logical, unsigned offset, unsigned length
     blob covered = bytes_of(le16(low16(length)));
     covered.insert(covered.end(), payload.begin(), payload.end());
     const std::uint32_t at = area_at(logical) + offset;
-    put(at, bytes_of(efs_chunk_header_t{low16(length), plain_crc16(low16(logical), covered)}));
+    put(at, bytes_of(efs_chunk_header_t{low16(length), low16(plain_crc(covered, 16, 0x1021, 0xFFFF, logical))}));
     put(at + sizeof(efs_chunk_header_t), payload);
     return put_footer(logical), *this;
 }

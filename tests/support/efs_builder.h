@@ -16,8 +16,9 @@
 
 namespace yfs::test {
 
-// Bit by bit, as the format defines them.
-std::uint16_t plain_crc16(std::uint16_t initial, const std::vector<std::uint8_t>& data);
+// Bit by bit, as the formats define them; the first one with the most significant bit first.
+unsigned plain_crc(const std::vector<std::uint8_t>& data, unsigned width, unsigned polynomial, unsigned mask,
+                   unsigned reg);
 std::uint32_t plain_crc32(const std::uint8_t* data, std::size_t count);
 
 efs_file_t efs_entry(unsigned first_block, unsigned offset, unsigned max_size);

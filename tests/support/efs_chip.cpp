@@ -5,22 +5,16 @@
 
 #include <cstring>
 
-static yfs::test::nor_chip* s_chip = nullptr;
+using yfs::test::efs_chip;
 
-void yfs::test::use_efs_chip(nor_chip* chip)
-{
-    s_chip = chip;
-}
-
-static bool in_image(std::uint32_t address, std::uint32_t length)
-{
+static const auto in_image = [](std::uint32_t address, std::uint32_t length) {
     return length != 0 && std::uint64_t{address} + length <= efs_size;
-}
+};
 
 std::uint32_t EFS_physical_read(std::uint32_t address, std::uint32_t length, void* destination)
 {
     if (!in_image(address, length)) return efs_status::invalid;
-    if (s_chip != nullptr) return s_chip->read(address, length, destination);
+    if (efs_chip != nullptr) return efs_chip->read(address, length, destination);
     std::memcpy(destination, efs_image + address, length);
     return 0;
 }
@@ -28,7 +22,7 @@ std::uint32_t EFS_physical_read(std::uint32_t address, std::uint32_t length, voi
 std::uint32_t EFS_physical_write(std::uint32_t address, std::uint32_t length, const void* source)
 {
     if (!in_image(address, length)) return efs_status::invalid;
-    if (s_chip != nullptr) return s_chip->write(address, length, source);
+    if (efs_chip != nullptr) return efs_chip->write(address, length, source);
     std::memcpy(efs_image + address, source, length);
     return 0;
 }
@@ -36,7 +30,7 @@ std::uint32_t EFS_physical_write(std::uint32_t address, std::uint32_t length, co
 std::uint32_t EFS_physical_erase(std::uint32_t address, std::uint32_t length)
 {
     if (!in_image(address, length)) return efs_status::invalid;
-    if (s_chip != nullptr && length == yfs::test::nor_chip::block) return s_chip->erase(address);
+    if (efs_chip != nullptr && length == yfs::test::nor_chip::block) return efs_chip->erase(address);
     std::memset(efs_image + address, 0xFF, length);
     return 0;
 }

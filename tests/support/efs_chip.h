@@ -7,6 +7,7 @@
 namespace yfs::test {
 
 // The chip in use; none by default. Image addresses are the chip's.
-void use_efs_chip(nor_chip* chip);
+inline nor_chip* efs_chip = nullptr;
+inline const auto use_efs_chip = [](nor_chip* chip) { efs_chip = chip; };
 
 } // namespace yfs::test

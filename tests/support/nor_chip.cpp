@@ -44,6 +44,8 @@ std::uint32_t nor_chip::read(std::uint32_t addr, std::uint32_t len, void* buf)
     if (fault == chip_fault::silent || len == 0) return 0;
     std::memcpy(buf, image_.data() + addr, len);
     if (fault == chip_fault::garbled) *static_cast<std::uint8_t*>(buf) ^= 0xFF;
+    for (auto& [at, times] : misreads)
+        if (times != 0 && at - addr < len) --times, static_cast<std::uint8_t*>(buf)[at - addr] ^= 1;
     ++counts_.reads;
     counts_.bytes_read += len;
     return fault == chip_fault::after ? 1 : 0;

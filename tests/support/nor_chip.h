@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
@@ -48,6 +49,8 @@ public:
 
     // The n-th call of a kind from now on, counting from 1, and the `times` - 1 calls after it go wrong.
     void fail(chip_call kind, std::uint64_t n, chip_fault how, std::uint64_t times = 1);
+    // By address of a byte: so many of its next reads come out changed.
+    std::map<std::uint32_t, unsigned> misreads;
     // Power goes during the n-th change (write or erase) from now on, counting from 1: of a write the first `bytes`
     // bytes land, of an erase the first `bytes` bytes of the block become 0xFF. In the byte behind them the bits set in
     // `unfinished` stay as they were and the others are done already; 0xFF doesn't touch it. Every later call fails.

@@ -12,7 +12,6 @@ public:
     explicit spi_chip_guard(nor_chip& chip) { in_use = &chip; }
     ~spi_chip_guard() { in_use = nullptr; }
     spi_chip_guard(const spi_chip_guard&) = delete;
-    spi_chip_guard& operator=(const spi_chip_guard&) = delete;
 
     static inline nor_chip* in_use = nullptr;
 };

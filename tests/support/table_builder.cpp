@@ -5,27 +5,23 @@
 
 namespace yfs::test {
 
-namespace {
-
 template <flash_record R>
-void append(blob& to, const R& record)
+static void append(blob& to, const R& record)
 {
     to.resize(to.size() + sizeof record);
     store(to.data() + to.size() - sizeof record, record);
 }
 
-void append(blob& to, const blob& bytes)
+static void append(blob& to, const blob& bytes)
 {
     to.insert(to.end(), bytes.begin(), bytes.end());
 }
 
-_cfg_file_entry_t cfg_record(const cfg_file& file, std::size_t payload_at)
+static _cfg_file_entry_t cfg_record(const cfg_file& file, std::size_t payload_at)
 {
     return {file.fileno, file.offset.value_or(low32(payload_at)), file.size.value_or(low16(file.payload.size())),
             file.flags};
 }
-
-} // namespace
 
 ftbl_file_entry_t file_entry(const table_file& file)
 {

@@ -19,23 +19,21 @@ std::vector<std::uint8_t> bytes(std::size_t count, unsigned seed)
     return out;
 }
 
-namespace {
-
 using namespace yfs::ftl;
 
 // A plan that can't be laid down is a mistake of the test.
-void require(bool sound)
+static void require(bool sound)
 {
     if (!sound) throw std::logic_error("volume_builder: the plan doesn't fit");
 }
 
-std::uint16_t chain_value(std::uint16_t page)
+static std::uint16_t chain_value(std::uint16_t page)
 {
     const le16 key = page;
     return crc14(&key, 2);
 }
 
-page_frame_t frame_of(std::span<const std::uint8_t> data, le16 key, bool sound)
+static page_frame_t frame_of(std::span<const std::uint8_t> data, le16 key, bool sound)
 {
     page_frame_t frame{};
     std::copy_n(data.begin(), std::min<std::size_t>(data.size(), page_bytes), frame.data);
@@ -44,14 +42,12 @@ page_frame_t frame_of(std::span<const std::uint8_t> data, le16 key, bool sound)
 }
 
 // FAT page p; zeros outside the table.
-std::vector<std::uint8_t> page_in(const std::vector<std::uint8_t>& fat, unsigned p)
+static std::vector<std::uint8_t> page_in(const std::vector<std::uint8_t>& fat, unsigned p)
 {
     std::vector<std::uint8_t> out(page_bytes);
     if ((p + 1) * page_bytes <= fat.size()) std::copy_n(fat.data() + p * page_bytes, page_bytes, out.begin());
     return out;
 }
-
-} // namespace
 
 eu_plan& eu_plan::add(log_slot slot)
 {

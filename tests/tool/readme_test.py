@@ -14,9 +14,8 @@ yfs, readme = (pathlib.Path(arg).absolute() for arg in sys.argv[1:3])
 
 def matches(shown, got):
     """`shown` may leave out lines with '...' and the end of a line with '...'."""
-    pattern = "".join(r"(?:.*\n)*?" if line == "..." else re.escape(line[:-3]) + r".*\n" if line.endswith("...") else re.escape(line) + "\n"
-                      for line in shown)
-    return re.fullmatch(pattern, got)
+    lines = (r"(?:.*\n)*?" if line == "..." else re.escape(line.removesuffix("...")) + r".*" * line.endswith("...") + "\n" for line in shown)
+    return re.fullmatch("".join(lines), got)
 
 
 commands = 0

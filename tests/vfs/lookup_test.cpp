@@ -14,22 +14,15 @@ namespace yfs::test::vfs_lookup {
 const std::string name_48 = "/home/" + std::string(42, 'n');
 
 // A table that was loaded: only there an index is made.
-class active_entries {
-public:
+struct active_entries {
+    blob buffer;
+
     void load(const std::vector<table_file>& files)
     {
-        buffer_ = make_file_table({{2, files}});
+        buffer = make_file_table({{2, files}});
         load_again();
     }
-    void load_again() { ASSERT_EQ(0U, load_file_table(buffer_.data(), 2, low32(buffer_.size()))); }
-    // The program's buffer, under the table.
-    void change(std::size_t index, const table_file& file)
-    {
-        store(buffer_.data() + 32 + index * sizeof(ftbl_file_entry_t), file_entry(file));
-    }
-
-private:
-    blob buffer_;
+    void load_again() { ASSERT_EQ(0U, load_file_table(buffer.data(), 2, low32(buffer.size()))); }
 };
 
 // Entries among `fillers` others, half of them before.
@@ -41,31 +34,28 @@ protected:
         for (std::uint32_t i = 0; i < GetParam(); ++i)
             files.push_back({"/filler" + std::to_string(i * 7919 % 1000), 5000 + i * 7919 % 1000});
         first = files.size() / 2;
-        files.insert(files.begin() + static_cast<std::ptrdiff_t>(first),
-                     {{"/a", 0x10000001, 0x0143, 0, 1, 500},
-                      {name_48, 2, 0x0002},
-                      {"/a", 3},
-                      {"/twin", 2},
-                      {"", 4},
-                      {"costarring", 5}, // this and the next have one checksum
-                      {"liquid", 6},
-                      {"/zero", 0}});
+        // The last but one and the one before it have one checksum.
+        files.insert(files.begin() + static_cast<std::ptrdiff_t>(first), {{"/a", 0x10000001, 0x0143, 0, 1, 500},
+                                                                          {name_48, 2, 0x0002},
+                                                                          {"/a", 3},
+                                                                          {"/twin", 2},
+                                                                          {"", 4},
+                                                                          {"costarring", 5},
+                                                                          {"liquid", 6},
+                                                                          {"/zero", 0}});
         table.load(files);
     }
 
+    active_entries table;
+    std::size_t first = 0;
     // The place of the entry among the files of the test, or -1.
     std::ptrdiff_t place(const ftbl_file_entry_t* entry) const
     {
         return entry ? entry - g_table_buf - static_cast<std::ptrdiff_t>(first) : -1;
     }
-
-    active_entries table;
-    std::size_t first = 0;
 };
 
-INSTANTIATE_TEST_SUITE_P(tables, lookup, testing::Values(0U, 200U), [](const auto& fillers) {
-    return fillers.param == 0 ? std::string("walked") : std::string("indexed");
-});
+INSTANTIATE_TEST_SUITE_P(walked_and_indexed, lookup, testing::Values(0U, 200U));
 
 TEST_P(lookup, what_the_flat_calls_write)
 {
@@ -99,7 +89,7 @@ TEST_P(lookup, entries_that_change_in_their_buffer)
     ASSERT_EQ(0, place(get_file_entry_by_fileno(&gone)));
     ASSERT_EQ(6, place(get_file_entry_by_fileno(&number)));
     ASSERT_EQ(0, place(get_file_entry_by_file_name("/a")));
-    table.change(first, {"/new", number});
+    store(table.buffer.data() + 32 + first * sizeof(ftbl_file_entry_t), file_entry({"/new", number}));
     EXPECT_EQ(0, place(get_file_entry_by_file_name("/new")));
     EXPECT_EQ(2, place(get_file_entry_by_file_name("/a")));
     EXPECT_EQ(-1, place(get_file_entry_by_fileno(&gone)));

@@ -10,21 +10,18 @@
 
 namespace yfs::test::vfs_mini_vfs {
 
-class mini_vfs : public testing::Test {
-protected:
-    void activate(const std::vector<table_file>& files)
-    {
-        entries.clear();
-        for (const table_file& file : files) entries.push_back(file_entry(file));
-        g_table_buf = entries.data();
-        g_table_num_files = static_cast<std::int32_t>(entries.size());
-    }
+std::vector<ftbl_file_entry_t> entries;
 
-    std::vector<ftbl_file_entry_t> entries;
-};
+void activate(const std::vector<table_file>& files)
+{
+    entries.clear();
+    for (const table_file& file : files) entries.push_back(file_entry(file));
+    g_table_buf = entries.data();
+    g_table_num_files = static_cast<std::int32_t>(entries.size());
+}
 
 // The index's low 11 bits, the selector's above them if it is 2 or more, the top four bits of the fileno.
-TEST_F(mini_vfs, numbers)
+TEST(mini_vfs, numbers)
 {
     using row = std::array<std::uint32_t, 4>; // fileno, index, selector; the number
     for (const auto& [fileno, index, selector, wanted] :
@@ -38,7 +35,7 @@ TEST_F(mini_vfs, numbers)
     }
 }
 
-TEST_F(mini_vfs, reads)
+TEST(mini_vfs, reads)
 {
     const blob content = bytes(300);
     volume built(6, 3);
