@@ -125,15 +125,15 @@ std::vector<checked_image> check_set(const source& from)
 {
     const session set(from);
     std::vector<checked_image> out;
-    out.push_back(check_table(set.velor, "velor", [&] { return set.velor.before; }));
-    if (set.zonc && !set.zonc->before.empty())
-        out.push_back(
-            check_table(*set.zonc, "zonc", [&] { return table_in_partition(set.zonc->before, set.zonc->name()); }));
     if (set.yfs) {
         out.push_back(check_image(set.yfs->ref, set.yfs->before, image_kind::afs));
         check_limits(set, out.back());
     }
     if (set.efs) out.push_back(check_image(set.efs->ref, set.efs->before, image_kind::efs));
+    out.push_back(check_table(set.velor, "velor", [&] { return set.velor.before; }));
+    if (set.zonc && !set.zonc->before.empty())
+        out.push_back(
+            check_table(*set.zonc, "zonc", [&] { return table_in_partition(set.zonc->before, set.zonc->name()); }));
     return out;
 }
 

@@ -265,6 +265,31 @@ class Mending(ToolTest):
         self.assertEqual(run("check", cwd=folder).returncode, 0)
         self.assertEqual(self.contents(folder), {k: v for k, v in files.items() if k not in ("/home/boot/splash", "/home/calib/rf_map")})
 
+    def test_a_repair_without_a_loss_loses_nothing(self):
+        folder = self.sample()
+        good, files = (folder / "yfs.img").read_bytes(), self.contents(folder)
+        log = [eu for eu in range(16) if good[eu * 8192 + 14:eu * 8192 + 16] == b"\0\0"]
+        ends = []
+        for at in [eu * 8192 + at for eu in log for at in range(18, 200, 9)] + [eu * 8192 for eu in range(16)] + [log[0] * 8192 + 300]:
+            shutil.copy(folder / "yfs.img", folder / "old.img")
+            overwrite("yfs.img", at, bytes([good[at] ^ 0x24]))(folder)
+            ends.append(run("repair", cwd=folder).returncode)
+            if ends[-1] != 4: self.assertEqual(self.contents(folder), files, f"byte {at:#x}")
+            self.assertIn(ends[-1], (0, 1, 4))
+            (folder / "yfs.img").write_bytes(good)
+        self.assertGreater(ends.count(4), 20)
+
+    def test_files_of_an_image_that_does_not_mount(self):
+        folder = self.sample()
+        files, eu = self.contents(folder), self.document("stat", "boot/splash", cwd=folder)["pieces"][0]["address"] // 8192
+        overwrite("yfs.img", eu * 8192, b"\0\0\0\0")(folder)
+        done = run("extract", "out", cwd=folder)
+        self.assertEqual(done.returncode, 4)
+        saved = [path for path in files if (folder / "out" / path[1:]).exists()]
+        self.assertGreater(len(saved), 12)
+        for path in saved: self.assertEqual((folder / "out" / path[1:]).read_bytes(), files[path])
+        self.assertIn(b"lost: afs#5 /home/boot/splash", done.stderr)
+
 
 class Trying(ToolTest):
     def test_trace_cut_and_torture(self):
