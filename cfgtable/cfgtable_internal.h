@@ -15,6 +15,13 @@ inline std::string_view name_of(const image_editor::IFile& node)
     return {node.name, strnlen(node.name, sizeof node.name)};
 }
 
+// Whether the node bears that name.
+inline bool is_named(const image_editor::IFile& node, std::string_view name)
+{
+    if (name.size() > sizeof node.name || std::memcmp(node.name, name.data(), name.size()) != 0) return false;
+    return name.size() == sizeof node.name || node.name[name.size()] == '\0';
+}
+
 // Sets the walk to the first file, as FileIterator::firstFile does, and gives that node; null if there is none. Unlike
 // firstFile it never allocates, so that a change of the tree can't fail once it is made.
 const image_editor::IFile* begin_walk(image_editor::FileIterator& walk);

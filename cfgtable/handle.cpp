@@ -27,8 +27,8 @@ const std::shared_ptr<IFile>* file_of_walk(const FcsHandle& fcs, std::string_vie
     const auto& children = fcs.root->children;
     if (walk.current != fcs.root.get() || walk.index < 0) return nullptr;
     const auto at = static_cast<std::size_t>(walk.index);
-    if (at >= children.size() || !children[at] || cfgtable::name_of(*children[at]) != name) return nullptr;
-    const bool first = at == 0 || (children[at - 1] && cfgtable::name_of(*children[at - 1]) != name);
+    if (at >= children.size() || !children[at] || !cfgtable::is_named(*children[at], name)) return nullptr;
+    const bool first = at == 0 || (children[at - 1] && !cfgtable::is_named(*children[at - 1], name));
     return first ? &children[at] : nullptr;
 }
 

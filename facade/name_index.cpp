@@ -5,6 +5,7 @@
 #include "facade/name_index.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <new>
 #include <string_view>
@@ -23,7 +24,7 @@ struct name_index {
     const FcsTable* table;
     const FcsFileEntry* head = nullptr; // of the list that it was made for
     const FcsFileEntry* last = nullptr; // the last entry taken in
-    std::vector<slot> slots;            // a power of two, at most half of them taken
+    std::vector<slot> slots;            // a power of two, at most a quarter of them taken
     std::size_t taken = 0;
 };
 
@@ -35,28 +36,49 @@ std::string_view key_of(const char* name)
     return {name, strnlen(name, sizeof(FcsFileEntry::name))};
 }
 
-std::uint64_t hash_of(std::string_view name)
+// Both halves of a product, so that what a difference of names becomes depends on what was mixed before.
+std::uint64_t mix(std::uint64_t hash, std::uint64_t word)
 {
     constexpr std::uint64_t spread = 0x9E3779B97F4A7C15;
-    std::uint64_t hash = reinterpret_cast<std::uintptr_t>(&s_indexes) * spread ^ name.size();
+    __extension__ using both_halves = unsigned __int128;
+    const both_halves product = both_halves{hash ^ word} * spread;
+    return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+}
+
+std::uint64_t hash_of(std::string_view name)
+{
+    std::uint64_t hash = mix(reinterpret_cast<std::uintptr_t>(&s_indexes), name.size());
+    constexpr std::size_t step = sizeof(std::uint64_t);
     std::uint64_t word = 0;
-    for (; name.size() >= sizeof word; name.remove_prefix(sizeof word)) {
-        std::memcpy(&word, name.data(), sizeof word);
-        hash = (hash ^ word) * spread;
-        hash ^= hash >> 32;
+    if (name.size() < step) {
+        for (const char c : name) word = word << 8 | static_cast<unsigned char>(c);
+    } else {
+        const char* at = name.data();
+        const char* const last = at + name.size() - step; // with some bytes once more, rather than one by one
+        for (; at < last; at += step) {
+            std::memcpy(&word, at, step);
+            hash = mix(hash, word);
+        }
+        std::memcpy(&word, last, step);
     }
-    word = 0;
-    std::copy(name.begin(), name.end(), static_cast<char*>(static_cast<void*>(&word)));
-    hash = (hash ^ word) * spread;
-    return hash ^ (hash >> 32);
+    return mix(hash, word);
+}
+
+// Whether the entry has the name: as long as it, and equal.
+bool is_named(const FcsFileEntry& entry, std::string_view name)
+{
+    if (std::memcmp(entry.name, name.data(), name.size()) != 0) return false;
+    return name.size() == sizeof entry.name || entry.name[name.size()] == '\0';
 }
 
 // The slot with that name, or the free one where it would stand.
 slot& place_of(std::vector<slot>& slots, std::string_view name, std::uint64_t hash)
 {
-    for (std::size_t i = hash;; ++i) {
-        slot& at = slots[i & (slots.size() - 1)];
-        if (at.entry == nullptr || (at.hash == hash && key_of(at.entry->name) == name)) return at;
+    slot* const first = slots.data();
+    const std::size_t mask = slots.size() - 1;
+    for (std::size_t i = hash >> std::countl_zero(mask);; i = (i + 1) & mask) {
+        slot& at = first[i];
+        if (at.entry == nullptr || (at.hash == hash && is_named(*at.entry, name))) return at;
     }
 }
 
@@ -72,7 +94,7 @@ void grow(name_index& index)
 
 void take_in(name_index& index, FcsFileEntry* entry)
 {
-    if (index.taken * 2 >= index.slots.size()) grow(index);
+    if (index.taken * 4 >= index.slots.size()) grow(index);
     const std::string_view name = key_of(entry->name);
     const std::uint64_t hash = hash_of(name);
     slot& at = place_of(index.slots, name, hash);

@@ -12,6 +12,31 @@ static constexpr std::uint32_t record_bytes = sizeof(_cfg_file_entry_t);
 static const char home[] = "/home/";
 static constexpr std::size_t home_length = sizeof home - 1;
 
+// Up to the first character that differs, which may be the path's end.
+static bool stands_in_home(const char* path)
+{
+    std::size_t same = 0;
+    while (same < home_length && path[same] == home[same]) ++same;
+    return same == home_length;
+}
+
+// Bytes of a file image for as long as a call takes: short ones, as most are, need no memory of their own.
+class image_bytes {
+public:
+    explicit image_bytes(std::size_t count)
+    {
+        if (count > sizeof short_) long_ = zeroed_bytes(count);
+        data_ = count > sizeof short_ ? long_.get() : short_;
+        if (count <= sizeof short_) std::memset(short_, 0, count);
+    }
+    std::uint8_t* get() const { return data_; } // null: no memory
+
+private:
+    std::uint8_t short_[512];
+    owned_bytes long_;
+    std::uint8_t* data_;
+};
+
 // ---- Entries ----
 
 void yeYfsFreeFileEntry(FcsFileEntry* entry)
@@ -129,9 +154,9 @@ static bool bring_in_file_table()
 static bool fetch_data(void* handle, FcsFileEntry& entry)
 {
     const std::uint32_t size = entry.size;
-    const owned_bytes image = zeroed_bytes(record_bytes + std::size_t{size});
+    const image_bytes image(record_bytes + std::size_t{size});
     owned_bytes data = zeroed_bytes(size);
-    if (image == nullptr || data == nullptr) {
+    if (image.get() == nullptr || data == nullptr) {
         report(yfs_error_out_of_memory);
         return false;
     }
@@ -212,7 +237,7 @@ FcsFileEntry* yeYfsFindFileEntryInTable(FcsFileName table, const char* path)
         return nullptr;
     }
     if (s_fcsInitialized == 0 || searched->count == 0) return nullptr;
-    if (std::strncmp(path, home, home_length) == 0) return find_by_name(*searched, path);
+    if (stands_in_home(path)) return find_by_name(*searched, path);
 
     char full[sizeof(FcsFileEntry::name) + 1] = {}; // names are compared over the length of the field
     std::memcpy(full, home, home_length);
@@ -229,8 +254,8 @@ static bool add_to_tree(void* handle, const FcsFileEntry& entry, bool checkSize)
         return false;
     }
     const std::uint32_t length = record_bytes + entry.size;
-    const owned_bytes image = zeroed_bytes(length);
-    if (image == nullptr) {
+    const image_bytes image(length);
+    if (image.get() == nullptr) {
         report(yfs_error_out_of_memory);
         return false;
     }

@@ -57,12 +57,39 @@ bool name_index::make(table_view table)
     return true;
 }
 
+// The keys are spread evenly over their range, so the place of one is known but for a few words; where it isn't among
+// them, the list is halved from there on.
+const std::uint64_t* name_index::first_of_key(std::uint32_t key) const
+{
+    constexpr int near = 8;
+    const std::uint64_t wanted = std::uint64_t{key} << 32;
+    const std::uint64_t* const first = begin();
+    const std::uint64_t* const last = end();
+    const std::uint64_t* at = first + (static_cast<std::uint64_t>(last - first) * key >> 32);
+    for (int i = 0; i < near; ++i) {
+        if (at != first && at[-1] >= wanted) {
+            --at;
+        } else if (at != last && *at < wanted) {
+            ++at;
+        } else {
+            return at;
+        }
+    }
+    return at != first && at[-1] >= wanted ? std::lower_bound(first, at, wanted) : std::lower_bound(at, last, wanted);
+}
+
 const ftbl_file_entry_t* name_index::find(std::string_view name) const
 {
     const std::uint32_t key = spread(name);
-    const std::uint64_t* at = std::lower_bound(begin(), end(), name, [this, key](std::uint64_t word, auto wanted) {
-        return key_of(word) != key ? key_of(word) < key : table_name(entry_of(word).name) < wanted;
-    });
+    const std::uint64_t* const last = end();
+    const std::uint64_t* at = first_of_key(key);
+    // Names of one key are few, unless somebody has looked for such: these stand in the order of the names.
+    const bool several = last - at > 1 && key_of(at[1]) == key;
+    if (several) {
+        at = std::lower_bound(at, last, name, [this, key](std::uint64_t word, auto wanted) {
+            return key_of(word) != key ? key_of(word) < key : table_name(entry_of(word).name) < wanted;
+        });
+    }
     return at != end() && key_of(*at) == key && table_name(entry_of(*at).name) == name ? &entry_of(*at) : nullptr;
 }
 

@@ -53,6 +53,9 @@ class name_index : public place_list {
 public:
     bool make(table_view table);
     const ftbl_file_entry_t* find(std::string_view name) const;
+
+private:
+    const std::uint64_t* first_of_key(std::uint32_t key) const;
 };
 
 } // namespace yfs::vfs
