@@ -57,14 +57,6 @@ struct bench {
         for (unsigned i = 0; i < ctx.chunks; ++i) count += afs::chunk_in_use(ctx, i) ? 1 : 0;
         return count;
     }
-    // As the second reader sees the flash.
-    testing::AssertionResult sound_with(const contents& files,
-                                        inspect::finding_id but_for = inspect::finding_id::count) const
-    {
-        const auto result = clean(image, but_for);
-        return result ? holds(image, files) : result;
-    }
-
     content image;
     nor_chip chip{image};
     afs_context ctx{};

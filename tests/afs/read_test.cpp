@@ -70,10 +70,7 @@ TEST(AfsRead, Statuses)
         std::uint32_t len = wanted, size = 77;
         EXPECT_EQ(afs_readfile(&b.ctx, number, offset, &len, buf.data()), status) << number << " " << offset;
         EXPECT_EQ((words{status != 0 ? len : wanted, afs_getfilesize(&b.ctx, number, &size), size}),
-                  (words{wanted, size_status,
-                         size_status != 0 ? 77U
-                         : number == 8    ? 0
-                                          : 5000U}));
+                  (words{wanted, size_status, size_status != 0 ? 77 : (number != 8) * 5000U}));
     }
     std::uint32_t len = 10, size = 0;
     EXPECT_EQ((words{afs_readfile(nullptr, file, 0, &len, buf.data()), afs_readfile(&b.ctx, file, 0, &len, nullptr),

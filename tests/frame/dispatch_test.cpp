@@ -77,13 +77,11 @@ TEST_F(Dispatch, WithoutAContext)
     EXPECT_EQ(ask(7 | bad_selector), (words{2, 22, 22, 22}));
     EXPECT_EQ(ask(7 | efs_bit), (words{2, 2, 5, 22}));
     EXPECT_EQ(ask_maintenance(), (words{22, 22, 22, 22, 0, 22}));
-    const auto idle = [] {
-        return words{dfs_get_idle_reclaim_enabled(), dfs_set_idle_reclaim_enabled(), dfs_get_idle_reclaim_enabled()};
-    };
-    EXPECT_EQ(idle(), (words{0, 0, 0}));
-    EXPECT_EQ(dfs_set_page_size(0), 22U);
+    EXPECT_EQ((words{dfs_set_page_size(0), dfs_set_idle_reclaim_enabled(), dfs_get_idle_reclaim_enabled()}),
+              (words{22, 0, 0}));
     dfs_context = kept;
-    EXPECT_EQ(idle(), (words{0, 0, 1}));
+    const std::uint32_t before = dfs_get_idle_reclaim_enabled();
+    EXPECT_EQ((words{before, dfs_set_idle_reclaim_enabled(), dfs_get_idle_reclaim_enabled()}), (words{0, 0, 1}));
 }
 
 TEST_F(Dispatch, FoldsStatuses)

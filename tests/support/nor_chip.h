@@ -62,7 +62,6 @@ public:
     // Every change that reached the chip whole, while the journal is on.
     void keep_journal(bool on) { keep_journal_ = on; }
     const std::vector<chip_change>& journal() const { return journal_; }
-    void clear_journal() { journal_.clear(); }
 
     // Calls that were carried out.
     struct counts {

@@ -381,14 +381,12 @@ class SampleSets(ToolTest):
         if not source.is_dir():
             self.skipTest(f"no sample set {source}")
         folder = pathlib.Path(tempfile.mkdtemp(dir=self.root))
-        manifest = json.loads((source / "manifest.json").read_text())
-        keys = {"sku": manifest["sku"]}
-        for key, file in dict(ftbl="ftbl.bin", velor="velor.cfg", zonc="zonc.bin", yfs="yfs.img", efs="efs.img").items():
-            if (source / file).exists():
-                (folder / file).write_bytes((source / file).read_bytes())
-                keys[key] = file
-        (folder / "yfs.json").write_text(json.dumps(keys))
-        return folder, manifest, json.loads((source / "edit.json").read_text())
+        shutil.copytree(source, folder, dirs_exist_ok=True)
+        manifest, edit = (json.loads((source / name).read_text()) for name in ("manifest.json", "edit.json"))
+        keys = dict(ftbl="ftbl.bin", velor="velor.cfg", zonc="zonc.bin", yfs="yfs.img", efs="efs.img")
+        told = {key: file for key, file in keys.items() if (source / file).exists()} | {"sku": manifest["sku"]}
+        (folder / "yfs.json").write_text(json.dumps(told))
+        return folder, manifest, edit
 
     def check_values(self, folder, told):
         shown = {v["path"]: v for v in self.document("nvar", "ls", cwd=folder)["values"]}
@@ -398,25 +396,19 @@ class SampleSets(ToolTest):
             self.assertEqual((len(data), hashlib.sha256(data).hexdigest()), (told[path]["size"], told[path]["sha256"]), path)
         return shown
 
-    def test_values(self):
-        for name in SAMPLE_SETS:
-            with self.subTest(set=name):
-                folder, manifest, _ = self.open_set(name)
-                if (folder / "yfs.img").exists(): self.ok("check", "yfs.img", cwd=folder)
-                shown = self.check_values(folder, {path: row["value"] for path, row in manifest["values"].items()})
-                for path, value in shown.items():
-                    row = manifest["values"][path]
-                    self.assertEqual((value["fileno"], value["limit"], value["attributes"]), (row["fileno"], row["max_size"], row["attributes"]), path)
-
-    def test_edits(self):
+    def test_values_and_edits(self):
         for name in SAMPLE_SETS:
             with self.subTest(set=name):
                 folder, manifest, edit = self.open_set(name)
+                if (folder / "yfs.img").exists(): self.ok("check", "yfs.img", cwd=folder)
+                rows = manifest["values"]
+                for path, value in self.check_values(folder, {path: row["value"] for path, row in rows.items()}).items():
+                    self.assertEqual((value["fileno"], value["limit"], value["attributes"]),
+                                     (rows[path]["fileno"], rows[path]["max_size"], rows[path]["attributes"]), path)
                 for change in edit["edits"]:
                     self.ok("nvar", "set", change["path"], "-", "--drop-unknown", cwd=folder, stdin=bytes.fromhex(change["hex"]))
                 self.check_values(folder, edit["after"])
                 # One run for each edit: a default that came back after the first is in the tables of the others.
-                rows = manifest["values"]
                 back = {rows[p]["fileno"] for p, v in edit["after"].items() if v and rows[p]["value"] is None}
                 built = cfg_records((folder / "zonc.bin").read_bytes()[16:])
                 self.assertEqual([(n, built[n]) for n in built if n not in back],
