@@ -27,5 +27,6 @@ std::uint32_t write_fat_entry(afs_context& ctx, std::uint16_t entry, std::uint16
 
 uint32_t afs_get_next_cid(afs_context* ctx, uint16_t cid, uint16_t* next)
 {
+    if (ctx->files == 0) return afs_status::invalid; // no volume
     return yfs::afs::step_chain(*ctx, cid, *next);
 }

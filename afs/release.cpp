@@ -38,6 +38,7 @@ static std::uint32_t search_alloc_map(afs_context& ctx, std::uint16_t& cid)
 
 uint32_t afs_allocate_chunk(afs_context* ctx, uint16_t* cid)
 {
+    if (ctx->files == 0) return afs_status::invalid; // no volume
     if (ctx->ftl_allocator == 1) return afs_physical_ftl_allocate_page(ctx, cid);
     return yfs::afs::search_alloc_map(*ctx, *cid);
 }
@@ -45,6 +46,7 @@ uint32_t afs_allocate_chunk(afs_context* ctx, uint16_t* cid)
 uint32_t afs_release_resources(afs_context* ctx, uint16_t first, uint32_t count, const uint16_t* list, bool invalidate)
 {
     using namespace yfs::afs;
+    if (ctx->files == 0) return afs_status::invalid; // no volume
     if (invalidate) cache_invalidate(ctx);
     begin_walk(); // a release counts its own steps, not those of the walk before it
     uint16_t cid = first;

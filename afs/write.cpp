@@ -223,9 +223,20 @@ void undo(rewrite& job, std::uint32_t new_chunks, outcome result)
     }
 }
 
+// On a damaged volume the change may hang on a chunk of several chains; then the new chunks do too, and the file that is
+// deleted first must not give them back.
+void share_new_chunks(const rewrite& job, std::uint32_t new_chunks)
+{
+    const afs_context& ctx = job.ctx;
+    if (ctx.shared_map == nullptr || new_chunks == 0 || job.links[0] < ctx.files) return;
+    if (!bit_is_set(ctx.shared_map, chunk_index(ctx, job.links[0]))) return;
+    for (std::uint32_t i = 1; i <= new_chunks; ++i) set_bit(ctx.shared_map, chunk_index(ctx, job.links[i]));
+}
+
 // The new state is on flash: sizes and old chunks follow, in memory only.
 std::uint32_t settle(rewrite& job, outcome result, std::uint32_t new_chunks)
 {
+    share_new_chunks(job, new_chunks);
     std::uint32_t* size = job.ctx.file_sizes != nullptr ? &job.ctx.file_sizes[job.file] : nullptr;
     if (job.len == 0 && !job.trunc) {
         if (size != nullptr && result == outcome::make_empty) *size = 0;

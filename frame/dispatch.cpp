@@ -69,6 +69,7 @@ void close_half_built()
 {
     afs_free_context(dfs_context);
     dfs_context->files = 0;
+    dfs_context->ftl_allocator = 0;
 }
 
 } // namespace

@@ -60,6 +60,8 @@ std::uint32_t ftl_process_pages(afs_context* ctx, std::uint32_t eu, std::uint32_
             break;
         }
         i = j;
+        // The last slot's commit byte has more bits cleared than a write clears: the EU is full all the same.
+        if (j == log_slots && is_log_eu != 0) ftl.log_slot = j;
     }
     return afs_status::ok;
 }

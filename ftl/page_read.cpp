@@ -92,6 +92,7 @@ uint32_t afs_physical_ftl_read_page(struct afs_context* ctx, uint32_t va, uint32
 {
     using namespace yfs::ftl;
     const uint32_t page = va / page_bytes;
+    if (ctx->ftl == nullptr) return afs_status::invalid; // not mounted
     if (is_fat_page(*ctx, va)) {
         const bool mapped = page < mapped_pages(*ctx) && ctx->ftl->page_map[page].slot != not_mapped;
         if (mapped) {
@@ -113,6 +114,7 @@ uint32_t afs_physical_ftl_read_data_pages(struct afs_context* ctx, void* buf, ui
 {
     using namespace yfs::ftl;
     if (ctx == nullptr || va < ctx->fat_size) return afs_status::failed;
+    if (ctx->ftl == nullptr) return afs_status::invalid; // not mounted
     auto* const bytes = static_cast<uint8_t*>(buf);
     const bool zeros = ctx->no_alloc_map == 0 && !chunk_in_use(*ctx, index_of(*ctx, va));
     return read_data_run(*ctx, va, count, bytes, {bytes, 0, page_bytes * (zeros ? 1 : count)});

@@ -68,7 +68,11 @@ static std::uint32_t write_data_page(afs_context& ctx, std::uint32_t index, std:
     if (!eu.read(data_record_at(slot), record) || record != data_rec_free) return afs_status::failed;
 
     if (!eu.write_verified(data_record_at(slot), data_rec_begun)) {
-        ftl.alloc_check_flash = 1; // it may have landed all the same
+        // It may have landed all the same. A slot that isn't free must not count as one, or this EU would be taken for
+        // one with room until the next mount.
+        ftl.alloc_check_flash = 1;
+        record = data_rec_begun;
+        if (!eu.read(data_record_at(slot), record) || record != data_rec_free) --ftl.eu_table[owner].free;
         return afs_status::failed;
     }
     --ftl.eu_table[owner].free;
@@ -124,6 +128,7 @@ uint32_t afs_physical_ftl_write_page(struct afs_context* ctx, uint32_t va, uint3
 {
     using namespace yfs::ftl;
     const uint32_t page = va / page_bytes;
+    if (ctx->ftl == nullptr) return afs_status::invalid; // not mounted
     if (is_fat_page(*ctx, va)) return write_log_page(*ctx, yfs::low16(page), buf);
     return write_data_page(*ctx, (va - ctx->fat_size) / page_bytes, page, buf);
 }
@@ -131,6 +136,7 @@ uint32_t afs_physical_ftl_write_page(struct afs_context* ctx, uint32_t va, uint3
 uint32_t afs_physical_ftl_trim_page(struct afs_context* ctx, uint32_t va, uint32_t /*len*/, uint32_t /*flash_base*/)
 {
     using namespace yfs::ftl;
+    if (ctx->ftl == nullptr) return afs_status::invalid; // not mounted
     if (is_fat_page(*ctx, va)) {
         trim_fat_page(*ctx, va / page_bytes);
     } else {

@@ -180,7 +180,8 @@ std::uint32_t copy_live_pages(log_move& move)
 }
 
 // The originals are in force as before. What was programmed elsewhere than in the spare stays, so the log EUs that got
-// copies take no more writes; a mount that finds the copies finds the same contents.
+// copies take no more writes; a mount that finds the copies finds the same contents. Where a newer EU than the log's got
+// some, the log is over too: a page written behind its former end would give way to its old copy in the newer EU.
 void put_back(const log_move& move)
 {
     ftl_context& ftl = move.ftl;
@@ -189,7 +190,7 @@ void put_back(const log_move& move)
         if (page != not_live) ftl.page_map[page] = {low8(move.victim), low8(slot)};
     }
     ftl.log_eu = move.before.eu;
-    ftl.log_slot = move.before_touched ? log_slots : move.before.slot;
+    ftl.log_slot = move.before_touched || move.begun_touched ? log_slots : move.before.slot;
     ftl.last_page = move.before.last_page;
     if (move.before_touched) ftl.eu_table[move.before.eu].dirty = move.before.dirty;
     if (move.begun_touched) {
