@@ -58,8 +58,7 @@ public:
         EXPECT_TRUE(status == afs_status::ok || status == afs_status::nothing_gained) << status;
         new_ = r.files;
         journal = r.chip.journal();
-        EXPECT_TRUE(clean(r.image));
-        EXPECT_FALSE(journal.empty());
+        EXPECT_TRUE(clean(r.image) && !journal.empty());
         reclaims seen;
         for (const chip_change& change : journal) {
             if (!is_header(change)) continue;
