@@ -36,13 +36,11 @@ TEST(add_new_file, statuses_in_their_order)
     using row = std::tuple<const char*, std::string, std::uint32_t, std::size_t, std::uint32_t, bool, std::uint32_t,
                            std::uint32_t>;
     const row cases[] = {
-        {"new", "/home/b", 0x502, 3, 0, false, 0, 0x502},
         {"any name with a known number", "anything", 0x502, 0, 0, false, 0, 0x502},
         {"length 11", "/home/b", 0, 0, 11, true, 5, 0},
         {"length 0", "/home/b", 0, 0, 0x10000, true, 5, 0},
         {"length 65,547: 11", "/home/b", 0, 0, 0x1000B, true, 5, 0},
         {"length 65,548: 12", "/home/b", 0x502, 0, 0x1000C, true, 0, 0x502},
-        {"number by name", "/home/b", 0, 0, 0, false, 0, 0x502},
         {"number by 48 characters", name_48 + "/", 0, 0, 0, false, 0, 0x504},
         {"no such name", "/home/x", 0, 0, 0, false, 2, 0},
         {"known name, unknown number", "/home/b", 0x999, 0, 0, false, 8, 0x999},
@@ -55,7 +53,6 @@ TEST(add_new_file, statuses_in_their_order)
         {"largest image", "/home/x", 0x502, 65523, 0, true, 0, 0x502},
         {"too large before taken", "/home/a", 0x501, 11, 0, true, 12, 0x501},
         {"taken", "/home/a", 0x501, 1, 0, true, 11, 0x501},
-        {"taken, number by name all the same", "/home/a", 0, 1, 0, true, 11, 0x501},
     };
     for (const auto& [name, path, fileno, size, told, check_size, status, fileno_after] : cases) {
         SCOPED_TRACE(name);

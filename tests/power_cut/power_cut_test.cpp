@@ -61,8 +61,7 @@ public:
         new_ = r.files;
         end_ = r.image;
         journal = r.chip.journal();
-        EXPECT_TRUE(clean(r.image));
-        EXPECT_FALSE(journal.empty());
+        EXPECT_TRUE(clean(r.image) && !journal.empty());
         reclaims seen;
         for (const chip_change& change : journal) {
             if (!is_header(change)) continue;

@@ -27,7 +27,6 @@ TEST(file_table, what_is_refused_and_what_becomes_active)
         {"wrong magic", 2, 1100, 0, 0x6C425446, 1, false},
         {"no rows", 2, 1100, sku_count, 0, 0, false},
         {"10 rows", 2, 1100, sku_count, 10, 0, true},
-        {"10 rows and none of the SKU", 4, 1100, sku_count, 10, 0, false},
         {"11 rows", 2, 1100, sku_count, 11, 1, false},
         {"rows without end", 2, 1100, sku_count, 0xFFFFFFFF, 1, false},
         {"entries at the end of the buffer", 2, 1100, entries_at, 1100, 0, true},
