@@ -79,7 +79,8 @@ inline bool is_file_number(const afs_context* ctx, std::int32_t file)
     return ctx != nullptr && file >= 0 && file < static_cast<std::int32_t>(ctx->files);
 }
 
-inline constexpr std::uint16_t line_valid = 0x1; // in the link of a line
+inline constexpr std::uint16_t line_valid = 0x1; // in the link of a line,
+inline constexpr std::uint16_t line_dirty = 0x2; // beside it
 
 // The bytes of the line with `page`, which becomes the most recently used. 0 | the cache's status.
 std::uint32_t fetch_line(afs_context& ctx, std::uint16_t page, std::uint8_t*& bytes);
@@ -96,14 +97,15 @@ inline std::uint32_t cache_at(afs_context& ctx, std::uint32_t va, std::uint8_t*&
 // The next chunk of a walk is its first.
 void begin_walk();
 
-// Puts `value` into FAT entry `entry`, in the cache; it reaches flash with the next flush.
-std::uint32_t write_fat_entry(afs_context& ctx, std::uint16_t entry, std::uint16_t value);
-
 // The file scan of a mount: fills alloc_map and file_sizes, ends the zombies. 0 | 5: a corrupt chain | 12.
 std::uint32_t scan_files(afs_context& ctx);
 
 // Gives back the chunk `cid`, unless another file has it too. 0 | a trim's status.
 std::uint32_t trim_chunk(afs_context& ctx, std::uint16_t cid);
+
+// Gives back chunks from `cid` on that are followed by their neighbours, as many as can be at once and at most `most`,
+// and goes on that far along the chain. The number of chunks, which may be 0.
+std::uint32_t release_neighbours(afs_context& ctx, std::uint16_t cid, std::uint32_t most);
 
 // Gives chunk `cid`, whether or not the allocator first wants the cache flushed.
 std::uint32_t take_chunk(afs_context& ctx, std::uint16_t& cid);

@@ -11,13 +11,11 @@ void begin_walk()
     chunk_cntr = 0;
 }
 
-std::uint32_t write_fat_entry(afs_context& ctx, std::uint16_t entry, std::uint16_t value)
+std::uint32_t write_fat_entry_anywhere(afs_context& ctx, std::uint16_t entry, std::uint16_t value)
 {
-    std::uint8_t* at = at_head_line(ctx, fat_entry_at(entry));
-    if (at == nullptr) {
-        const std::uint32_t status = cache_at(ctx, fat_entry_at(entry), at);
-        if (status != afs_status::ok) return status;
-    }
+    std::uint8_t* at = nullptr;
+    const std::uint32_t status = cache_at(ctx, fat_entry_at(entry), at);
+    if (status != afs_status::ok) return status;
     store(at, le16(value));
     line_was_written(ctx, at);
     return afs_status::ok;

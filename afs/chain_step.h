@@ -43,6 +43,17 @@ inline std::uint32_t step_chain(afs_context& ctx, std::uint16_t cid, std::uint16
     return is_allowed(ctx, cid, next) && chunk_cntr < ctx.chunks ? afs_status::ok : afs_status::failed;
 }
 
+// Puts `value` into FAT entry `entry`, in the cache; it reaches flash with the next flush.
+std::uint32_t write_fat_entry_anywhere(afs_context& ctx, std::uint16_t entry, std::uint16_t value);
+inline std::uint32_t write_fat_entry(afs_context& ctx, std::uint16_t entry, std::uint16_t value)
+{
+    std::uint8_t* const at = at_head_line(ctx, fat_entry_at(entry));
+    if (at == nullptr) return write_fat_entry_anywhere(ctx, entry, value);
+    store(at, le16(value));
+    ctx.line_table[ctx.cache_head].link |= line_dirty;
+    return afs_status::ok;
+}
+
 // How many entries from that of chunk `cid` on hold their own number + 1: the chunks that are followed by their
 // neighbour. No more than `most`, none that isn't in the line used last, none that a walk may not take.
 inline std::uint32_t neighbours_ahead(const afs_context& ctx, std::uint16_t cid, std::uint32_t most)

@@ -9,7 +9,6 @@
 
 namespace yfs::afs {
 
-inline constexpr std::uint16_t line_dirty = 0x2; // in the link of a line, beside line_valid
 inline constexpr std::uint16_t line_flags = line_valid | line_dirty;
 inline constexpr std::uint16_t no_line = 0xFFF; // ends the list
 

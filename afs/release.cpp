@@ -1,5 +1,6 @@
 // Chunks taken and given back. Giving back is a change in memory only; what it frees counts as dead until a reclaim.
 #include "afs/chain_step.h"
+#include "ftl/ftl_internal.h"
 
 namespace yfs::afs {
 
@@ -7,6 +8,21 @@ std::uint32_t trim_chunk(afs_context& ctx, std::uint16_t cid)
 {
     if (ctx.shared_map != nullptr && bit_is_set(ctx.shared_map, chunk_index(ctx, cid))) return afs_status::ok;
     return ctx.handler->trim_page(&ctx, chunk_va(ctx, cid), line_bytes, ctx.flash_base);
+}
+
+// A run of neighbours at once. Their entries lie in one FAT page, so that a look at the first is one at all of them.
+// Only pages that go to the translation layer of this library, and none that another file has too.
+std::uint32_t release_neighbours(afs_context& ctx, std::uint16_t cid, std::uint32_t most)
+{
+    if (ctx.shared_map != nullptr || ctx.handler->trim_page != afs_physical_spi_handler.trim_page) return 0;
+    const std::uint32_t count = neighbours_ahead(ctx, cid, most);
+    if (count == 0) return 0;
+    const std::uint32_t index = chunk_index(ctx, cid);
+    ftl::trim_data_pages(ctx, index, count);
+    afs_trim_fat_page_if_needed(&ctx, low16(index));
+    std::uint16_t next = cid;
+    step_to_neighbours(next, count);
+    return count;
 }
 
 // Whether any chunk whose entry stands in the FAT page at `page_va` is in use.
@@ -51,6 +67,12 @@ uint32_t afs_release_resources(afs_context* ctx, uint16_t first, uint32_t count,
     begin_walk(); // a release counts its own steps, not those of the walk before it
     uint16_t cid = first;
     for (uint32_t i = 0; i < count && is_chunk(cid); ++i) {
+        if (list == nullptr) {
+            const uint32_t run = release_neighbours(*ctx, cid, count - i);
+            cid = yfs::low16(cid + run);
+            i += run;
+            if (i == count) break;
+        }
         if (const uint32_t status = trim_chunk(*ctx, cid); status != afs_status::ok) return status;
         uint16_t following = 0;
         if (list != nullptr) {

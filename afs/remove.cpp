@@ -17,6 +17,7 @@ static std::uint32_t release_chain(afs_context& ctx, std::uint16_t head)
 {
     std::uint16_t cid = head;
     while (is_chunk(cid)) {
+        cid = low16(cid + release_neighbours(ctx, cid, ctx.chunks));
         if (const std::uint32_t status = trim_chunk(ctx, cid); status != afs_status::ok) return status;
         std::uint16_t following = 0;
         if (const std::uint32_t status = step_chain(ctx, cid, following); status != afs_status::ok) {

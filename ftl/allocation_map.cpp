@@ -3,6 +3,8 @@
 #include "ftl/flash_io.h"
 #include "ftl/ftl_internal.h"
 
+#include <bit>
+
 namespace yfs::ftl {
 
 namespace {
@@ -19,22 +21,28 @@ bool group_inside_volume(const afs_context& ctx, std::uint32_t eu)
     return base_page >= fat_pages(ctx) && base_page - fat_pages(ctx) <= ctx.chunks;
 }
 
-// Eight neighbouring slots at a time: mostly all of them are live, or all of them are free.
-constexpr std::uint32_t octet_slots = 8;
-enum class octet { live, free, mixed };
-
-octet look_at_octet(const afs_context& ctx, std::uint32_t index, const std::uint8_t* rec)
+// How many chunks from `index` on are in use if that one is, or aren't if it isn't; at most `most`. A word of the map
+// at a time.
+std::uint32_t alike_from(const afs_context& ctx, std::uint32_t index, std::uint32_t most)
 {
-    if (ctx.alloc_map == nullptr || index + octet_slots > ctx.chunks) return octet::mixed;
-    std::uint64_t records = 0;
-    std::memcpy(&records, rec, sizeof records);
-    std::uint64_t bits = ctx.alloc_map[index >> 5];
-    if ((index & 31U) > 32 - octet_slots) bits |= std::uint64_t{ctx.alloc_map[(index >> 5) + 1]} << 32;
-    const std::uint8_t used = low8(bits >> (index & 31U));
-    if (used == 0xFF && records == 0) return octet::live;
-    return used == 0 && records == UINT64_MAX ? octet::free : octet::mixed;
+    const bool used = chunk_in_use(ctx, index);
+    std::uint32_t count = 1;
+    while (count < most && index + count <= ctx.chunks && ctx.alloc_map != nullptr) {
+        const std::uint32_t at = index + count;
+        const std::uint32_t bits = (used ? ctx.alloc_map[at >> 5] : ~ctx.alloc_map[at >> 5]) >> (at & 31U);
+        const auto here = static_cast<std::uint32_t>(std::countr_one(bits));
+        count += here;
+        if ((at & 31U) + here < 32) return std::min(count, most);
+    }
+    // Behind the last chunk, and without a map, none is in use.
+    const bool rest_alike = !used;
+    return rest_alike ? most : std::min({count, most, ctx.chunks + 1U - std::min<std::uint32_t>(index, ctx.chunks)});
 }
-static_assert(data_rec_complete == 0x00 && data_rec_free == 0xFF);
+
+bool all_are(std::uint8_t record, const std::uint8_t* rec, std::uint32_t count)
+{
+    return count == 0 || (rec[0] == record && std::memcmp(rec, rec + 1, count - 1) == 0);
+}
 
 std::uint32_t count_slots(afs_context& ctx, std::uint32_t eu, open_group& newest)
 {
@@ -48,26 +56,22 @@ std::uint32_t count_slots(afs_context& ctx, std::uint32_t eu, open_group& newest
 
     const std::uint32_t first = first_index(ctx, eu);
     std::uint32_t first_free = none;
-    for (std::uint32_t k = 0; k < data_slots; ++k) {
-        const octet eight = k + octet_slots <= data_slots ? look_at_octet(ctx, first + k, rec + k) : octet::mixed;
-        if (eight == octet::live) {
-            entry.dirty = low8(entry.dirty - octet_slots);
-            k += octet_slots - 1;
-            continue;
-        }
-        if (eight == octet::free) {
-            entry.free = low8(entry.free + octet_slots);
-            if (first_free == none) first_free = k;
-            k += octet_slots - 1;
-            continue;
-        }
+    for (std::uint32_t k = 0, run = 0; k < data_slots; k += run) {
+        run = alike_from(ctx, first + k, data_slots - k);
         if (chunk_in_use(ctx, first + k)) {
-            if (rec[k] != data_rec_complete) return afs_status::failed;
-            --entry.dirty;
-        } else if (rec[k] == data_rec_free && first + k < ctx.chunks) {
-            ++entry.free;
-            if (first_free == none) first_free = k;
-        } // else the slot is dead until a reclaim
+            if (!all_are(data_rec_complete, rec + k, run)) return afs_status::failed;
+            entry.dirty = low8(entry.dirty - run);
+            continue;
+        }
+        // What isn't blank is dead until a reclaim, and what lies behind the last chunk is never handed out.
+        const std::uint32_t usable = first + k < ctx.chunks ? std::min<std::uint32_t>(run, ctx.chunks - first - k) : 0;
+        const bool blank = all_are(data_rec_free, rec + k, usable);
+        for (std::uint32_t i = k; i < k + usable; ++i) {
+            if (!blank && rec[i] != data_rec_free) continue;
+            if (first_free == none) first_free = i;
+            entry.free = low8(entry.free + (blank ? usable : 1));
+            if (blank) break;
+        }
     }
     if (entry.free != 0 && entry.seq > newest.seq) {
         newest.seq = entry.seq;

@@ -122,6 +122,9 @@ struct page_window {
 std::uint32_t read_data_run(const afs_context& ctx, std::uint32_t va, std::uint32_t count, std::uint8_t* scratch,
                             page_window out);
 
+// Gives up `count` data pages from the one with `index` on: a change in memory only.
+void trim_data_pages(afs_context& ctx, std::uint32_t index, std::uint32_t count);
+
 // Copies a run of data pages between two EUs at the same slots; records go straight to complete. Both buffers hold
 // count * 66 bytes.
 std::uint32_t ftl_copy_pages(afs_context* ctx, std::uint32_t src_off, std::uint32_t dst_off, std::uint32_t slot,

@@ -94,14 +94,17 @@ static void trim_fat_page(const afs_context& ctx, std::uint32_t page)
     entry = {not_mapped, not_mapped};
 }
 
-static void trim_data_page(afs_context& ctx, std::uint32_t index)
+void trim_data_pages(afs_context& ctx, std::uint32_t index, std::uint32_t count)
 {
     ftl_context& ftl = *ctx.ftl;
-    const std::uint32_t group = index / data_slots;
-    if (group == ftl.alloc_next / data_slots) ftl.alloc_check_flash = 1;
-    if (!chunk_in_use(ctx, index)) return;
-    ctx.alloc_map[index >> 5] &= ~(1U << (index & 31U));
-    if (const std::uint32_t owner = owner_or_none(ctx, group); owner != none) ++ftl.eu_table[owner].dirty;
+    const std::uint32_t open_group = ftl.alloc_next / data_slots;
+    for (; count != 0; ++index, --count) {
+        const std::uint32_t group = index / data_slots;
+        if (group == open_group) ftl.alloc_check_flash = 1;
+        if (!chunk_in_use(ctx, index)) continue;
+        ctx.alloc_map[index >> 5] &= ~(1U << (index & 31U));
+        if (const std::uint32_t owner = owner_or_none(ctx, group); owner != none) ++ftl.eu_table[owner].dirty;
+    }
 }
 
 std::uint32_t ftl_copy_pages(afs_context* ctx, std::uint32_t src_off, std::uint32_t dst_off, std::uint32_t slot,
@@ -140,7 +143,7 @@ uint32_t afs_physical_ftl_trim_page(struct afs_context* ctx, uint32_t va, uint32
     if (is_fat_page(*ctx, va)) {
         trim_fat_page(*ctx, va / page_bytes);
     } else {
-        trim_data_page(*ctx, (va - ctx->fat_size) / page_bytes);
+        trim_data_pages(*ctx, (va - ctx->fat_size) / page_bytes, 1);
     }
     return afs_status::ok;
 }
