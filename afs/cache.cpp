@@ -66,6 +66,7 @@ uint32_t cache_ptr(afs_context* ctx, uint16_t page, void** out)
 {
     using namespace yfs::afs;
     if (ctx->line_table == nullptr || ctx->cache_data == nullptr) return afs_status::bad_state;
+    if (ctx->handler == nullptr) return afs_status::invalid; // no volume, and never one tried
 
     uint8_t* bytes = nullptr;
     const uint32_t status = fetch_line(*ctx, page, bytes);

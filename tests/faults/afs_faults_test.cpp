@@ -45,7 +45,7 @@ TEST(AfsFaults, EachCallOfTheMediumGoesWrongOnce)
     unsigned faults = 0, failed = 0;
     for (unsigned n = 1; n < 4000; n += 7) {
         const auto kind_of_call = static_cast<chip_call>(n % 5 < 2 ? 0 : n % 5 < 4 ? 1 : 2);
-        const auto how = static_cast<chip_fault>(n / 5 % (kind_of_call == chip_call::write ? 2 : 4));
+        const auto how = static_cast<chip_fault>(n / 5 % (kind_of_call == chip_call::write ? 3 : 4));
         SCOPED_TRACE(testing::Message() << "call " << n << ", kind " << int(kind_of_call) << ", how " << int(how));
         rig r(start.image);
         r.files = start.files;
@@ -97,7 +97,8 @@ TEST(AfsFaults, LongFiles)
     ASSERT_EQ(r.mount(), 0U);
     const unsigned chunks = dfs_context->chunks;
     ASSERT_EQ(r.perform(replace(1, bytes(64UL * (chunks / 2), 1))), 0U);
-    ASSERT_EQ(r.perform(replace(1, bytes(300, 2))), 0U) << "the release counts its own steps";
+    ASSERT_EQ(r.perform(replace(1, bytes(64UL * (chunks / 2), 2))), 0U) << "the release counts its own steps";
+    ASSERT_EQ(r.perform(replace(1, bytes(300, 2))), 0U);
     ASSERT_EQ(r.perform(replace(2, bytes(64, 3))), 0U);
     for (const operation& op : {replace(2, bytes(64UL * chunks, 4)), cut_to(2, 64 * chunks - 63),
                                 operation{kind::write, 2, 64 * chunks - 1, bytes(1)}}) {
@@ -126,13 +127,21 @@ TEST(AfsFaults, SharedChunksAreNeverGivenBack)
         EXPECT_EQ(dfs_getsize(file, &size), 0U);
         EXPECT_EQ(size, bytes_held) << file;
     }
+    // A new chunk behind a shared one is shared too.
+    auto whole = bytes(640, 1);
+    const auto news = bytes(64, 9);
+    std::copy(news.begin(), news.end(), whole.begin() + 448);
+    EXPECT_EQ(dfs_write(1, 448, 64, news.data(), 0), 0U);
     EXPECT_TRUE(dfs_delete_file(1) == 0 && dfs_delete_file(3) == 0);
     while (dfs_force_full_reclaim() == afs_status::call_again) {
     }
-    std::vector<std::uint8_t> tail(320);
-    size = 320;
-    EXPECT_EQ(dfs_read(2, 0, &size, tail.data()), 0U);
-    EXPECT_TRUE(std::equal(tail.begin() + 64, tail.end(), bytes(640, 1).begin() + 384));
+    for (int mounts = 0; mounts < 2; ++mounts) {
+        std::vector<std::uint8_t> tail(320);
+        size = 320;
+        EXPECT_EQ(dfs_read(2, 0, &size, tail.data()), 0U);
+        EXPECT_TRUE(std::equal(tail.begin() + 64, tail.end(), whole.begin() + 384));
+        ASSERT_EQ(r.mount(), 0U);
+    }
 
     // 2,000 heads on one long chain: counted once, so that a mount takes no longer than with one.
     volume many(255, 233, 2048);
@@ -146,6 +155,94 @@ TEST(AfsFaults, SharedChunksAreNeverGivenBack)
     EXPECT_LT(heads.chip.counters().reads, 40000U) << "some five reads a FAT page, not one walk a head";
     EXPECT_EQ(dfs_getsize(1999, &size), 0U);
     EXPECT_EQ(size, 64U * (20000 - 1999));
+}
+
+// The victim is the EU that the log stands in and has room left, so its pages go to a newer one: once that fails, the
+// log must not go on behind its former end, where a newer EU holds old copies. Every write of it fails, told or landed.
+TEST(AfsFaults, AReclaimOfTheLogsOwnUnit)
+{
+    rig start(made(60));
+    ASSERT_EQ(start.mount(), 0U);
+    for (unsigned i = 0; i < 5; ++i) ASSERT_EQ(start.perform(replace(i, bytes(100, i))), 0U);
+    unsigned failed = 0;
+    for (unsigned n = 1; n <= 24; ++n) {
+        for (const chip_fault how : {chip_fault::before, chip_fault::after}) {
+            rig r(start.image);
+            r.files = start.files;
+            ASSERT_EQ(r.mount(), 0U);
+            r.chip.fail(chip_call::write, n, how);
+            failed += afs_physical_ftl_end_reserved_files_mode(dfs_context) != 0;
+            r.chip.power_on();
+            ASSERT_EQ(r.perform(replace(2, bytes(130, 77))), 0U) << n;
+            ASSERT_EQ(r.mount(), 0U) << n;
+            EXPECT_TRUE(reads_as(r.files)) << n;
+        }
+    }
+    EXPECT_GT(failed, 10U);
+}
+
+// One write fails, before or after it has landed: later ones find all the room that there is, and a commit that landed
+// counts, whatever the chip says.
+TEST(AfsFaults, OneFaultCostsNoRoom)
+{
+    unsigned landed = 0;
+    for (unsigned n = 1; n < 8; ++n) {
+        for (const chip_fault how : {chip_fault::before, chip_fault::after}) {
+            rig r(made(6));
+            ASSERT_EQ(r.mount(), 0U);
+            ASSERT_EQ(r.perform(replace(1, bytes(64, 1))), 0U);
+            r.chip.fail(chip_call::write, n, how);
+            const std::uint32_t status = r.perform(replace(2, bytes(64, 2)));
+            landed += n == 6 && how == chip_fault::after && status == 0;
+            r.chip.power_on();
+            for (unsigned i = 0; i < 1500; ++i)
+                ASSERT_EQ(r.perform(replace(3 + i % 10, bytes(64, i))), 0U) << n << " " << i;
+            if (status != 0) r.files.erase(2);
+            EXPECT_TRUE(reads_as(r.files));
+        }
+    }
+    EXPECT_EQ(landed, 1U) << "the sixth write is the commit";
+}
+
+// Each write of a reclaim fails, the commit byte of the hand-over among them; the reclaims after it and a mount have to
+// cope, and erase counts end at their highest.
+TEST(AfsFaults, ReclaimsAfterAFailedOne)
+{
+    for (unsigned n = 1; n < 40; ++n) {
+        volume v(6, 3, 100);
+        for (unsigned i = 0; i < 4; ++i) v.file(i, bytes(300, i));
+        v.eu(5).erase_count(UINT32_MAX);
+        rig r(v.image());
+        r.files = contents_of(r.look());
+        ASSERT_EQ(r.mount(), 0U);
+        r.chip.fail(chip_call::write, n, chip_fault::before);
+        r.perform({kind::full_reclaim});
+        r.chip.power_on();
+        for (int i = 0; i < 3; ++i) ASSERT_EQ(r.perform({kind::full_reclaim}), 0U) << n;
+        ASSERT_EQ(r.perform(replace(9, bytes(200, 9))), 0U);
+        ASSERT_EQ(r.mount(), 0U) << n;
+        EXPECT_TRUE(reads_as(r.files)) << n;
+        const auto eus = r.look().eus;
+        EXPECT_TRUE(std::all_of(eus.begin(), eus.end(), [](const auto& eu) { return eu.header.erase_count != 0; }))
+            << n;
+    }
+}
+
+// The commit byte of a log EU's last slot has one more bit cleared than a write clears.
+TEST(AfsFaults, AFullLogWithAnOddCommitByte)
+{
+    rig r(made(6));
+    ASSERT_EQ(r.mount(), 0U);
+    for (unsigned i = 0; i < 8; ++i) ASSERT_EQ(r.perform(replace(i, bytes(100, i))), 0U);
+    while (dfs_context->ftl->log_slot != ftl::log_slots)
+        ASSERT_EQ(r.perform(replace(9, bytes(1, dfs_context->ftl->log_slot))), 0U);
+    std::uint8_t& commit = r.image[dfs_context->ftl->log_eu * ftl::eu_size + ftl::log_commit_at(ftl::log_slots - 1)];
+    ASSERT_EQ(std::exchange(commit, 0x3F), 0x7F);
+    for (int mounts = 0; mounts < 2; ++mounts) {
+        ASSERT_EQ(r.mount(), 0U);
+        EXPECT_TRUE(reads_as(r.files));
+        ASSERT_EQ(r.perform(replace(20, bytes(70, 5))), 0U);
+    }
 }
 
 } // namespace yfs::test::faults_afs_faults

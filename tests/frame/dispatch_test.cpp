@@ -124,6 +124,14 @@ TEST_F(Dispatch, AFailedOpenLeavesNothingToUse)
         ASSERT_NE(dfs_context, nullptr);
         EXPECT_EQ(ask(7), (words{22, 22, 22, 22}));
         EXPECT_EQ(ask_maintenance(), (words{22, 22, 22, 22, 0, 22}));
+        std::uint16_t cid = 0;
+        void* line = nullptr;
+        EXPECT_EQ((words{afs_get_next_cid(dfs_context, 0, &cid), afs_allocate_chunk(dfs_context, &cid),
+                         afs_release_resources(dfs_context, 200, 1, nullptr, false), cache_ptr(dfs_context, 0, &line)}),
+                  (words{22, 22, 22, 99}));
+        EXPECT_EQ((words{afs_setcache(dfs_context, 64, 10), cache_ptr(dfs_context, 0, &line),
+                         afs_get_next_cid(dfs_context, 0, &cid), ask(7)[0]}),
+                  (words{0, 22, 22, 22}));
         EXPECT_EQ(now, flash);
     }
 }

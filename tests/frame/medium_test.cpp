@@ -1,4 +1,5 @@
 // The built-in medium over one pointer, and the memory primitives.
+#include "frame/medium_bound.h"
 #include "tests/support/volume_builder.h"
 #include "yfs/medium.h"
 
@@ -41,6 +42,23 @@ TEST(Medium, TouchesExactlyItsRange)
     SpiFlashDrvInitialize(nullptr); // without an image every call fails
     std::uint8_t byte = 0;
     EXPECT_TRUE(SpiDrvRead(0, 1, &byte) != 0 && SpiDrvWrite(0, 1, &byte) != 0 && SpiDrvEraseBlock(0) != 0);
+}
+
+// The bound is the mounted flash; it holds for that image alone, and a new one begins without any.
+TEST(Medium, EndsWhereItsFlashEnds)
+{
+    auto image = bytes(3 * 4096);
+    const auto answers = [&](std::uint32_t at, std::uint32_t len) {
+        std::vector<std::uint8_t> piece(len);
+        return SpiDrvRead(at, len, piece.data()) + SpiDrvWrite(at, len, piece.data());
+    };
+    SpiFlashDrvInitialize(image.data());
+    yfs::bound_medium(8192);
+    EXPECT_EQ(answers(8000, 192), 0U);
+    for (const std::uint32_t at : {8001U, 8192U, 0xFFFFFF50U}) EXPECT_EQ(answers(at, 192), 2U) << at;
+    EXPECT_TRUE(SpiDrvEraseBlock(8192) != 0 && SpiDrvEraseBlock(4097) != 0 && SpiDrvEraseBlock(4096) == 0);
+    SpiFlashDrvInitialize(image.data());
+    EXPECT_EQ(answers(8192, 192), 0U);
 }
 
 TEST(Memory, Primitives)

@@ -56,6 +56,10 @@ TEST(FtlMount, Headers)
          {"erased: the others' average", "eu0 erase=100 eu1 erase=15 eu5 erased", "seq 5, spare 5*23, 0/0 after 0"},
          {"wrong CRC", "eu0 erase=100 eu1 erase=19 eu5 erase=77 crc^=1", "seq 5, spare 5*24, 0/0 after 0"},
          {"right CRC, magic not 0", "eu0 erase=100 eu5 erase=77 magic=0x100", "seq 5, spare 5*20, 0/0 after 0"},
+         {"uncommitted, its count torn", "eu0 erase=100 eu5 magic=0xAA557887 commit=0xFF seq=9 src=2 erase=0xFF000000",
+          "seq 5, spare 5*20, 0/0 after 0"},
+         {"the highest that counts", "eu0 erase=100 eu5 magic=0xAA557887 commit=0xFF seq=9 src=2 erase=0xFEFFFFFF",
+          "seq 5, spare 5*4278190079, 0/0 after 0"},
          {"the header written in part", "eu0 erase=100 eu5 magic=0xAA557887 cut=4", "seq 5, spare 5*20, 0/0 after 0"}},
         roles);
     bench old("eu0 erase=100 eu5 erase=77 magic*=0x82416801");
@@ -85,6 +89,8 @@ TEST(FtlMount, WalksTheLog)
          {"scanned first", "seq=8 src=5 3 4 eu1 seq=7 5 3", "0/2 last 4 dirty 118 119: 3@0/0 4@0/1 5@1/0 "},
          {"a newer blank EU isn't the log", "3 4 eu1 seq=7 src=5", "0/2 last 4 dirty 118 120: 3@0/0 4@0/1 "},
          {"of equals the later scanned", "seq=7 src=5 3 eu1 seq=7 src=5 4", "1/1 last 4 dirty 119 119: 3@0/0 4@1/0 "},
+         {"uncommitted, a torn record alone", "seq=9 src=5 commit=0xFF t2 eu1 3 4",
+          "0/2 last 0 dirty 120 118: 3@1/0 4@1/1 "},
          {"without records the oldest", "seq=5 src=5", "1/0 last 0 dirty 120 120: "},
          {"the spare not excluded", "seq=8 src=5 eu1 seq=7", "5/0 last 0 dirty 120 120: "},
          {"behind the last", "15", "5"},

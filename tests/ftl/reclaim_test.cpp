@@ -93,6 +93,17 @@ TEST(FtlReclaim, LogEu)
         b.chip.fail(chip_call::write, n, chip_fault::before);
         EXPECT_EQ(b.run("r0 g0-9 w30 g30 m g0-9 g30"), n < 9 ? "5 = 0 = 0 = = " : "0 = 0 = 0 = = ") << n;
     }
+    // A page that can't be read is found out before the spare is erased or anything moves.
+    bench bad(plan(with("0 x1", "eu1 seq=20 f74=5"), 8, 3, 2000));
+    ASSERT_EQ(bad.open(), 0U);
+    const std::string ends = bad.ends();
+    EXPECT_EQ(bad.run("r0"), "5 ");
+    EXPECT_TRUE(bad.chip.journal().empty() && bad.ends() == ends);
+    bench data("u0-2");
+    ASSERT_EQ(data.open(), 0U);
+    data.image[2 * ftl::eu_size + ftl::data_frame_at(1)] ^= 1;
+    EXPECT_EQ(data.run("r2"), "5 ");
+    EXPECT_TRUE(data.chip.journal().empty());
     // One log EU, full of live pages: a reclaim goes through, gains nothing, and there is no other EU to try.
     bench full(plan("eu0 0-119", 24, 22, 1200));
     ASSERT_EQ(full.open(), 0U);
