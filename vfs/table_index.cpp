@@ -1,6 +1,7 @@
 #include "vfs/table_index.h"
 
 #include <algorithm>
+#include <bit>
 #include <numeric>
 
 namespace yfs::vfs {
@@ -17,6 +18,12 @@ std::uint32_t spread(std::string_view name)
     return value;
 }
 
+// Numbers stand close together. Times an odd number each is another one, and they are far apart.
+std::uint32_t spread(fileno_t fileno)
+{
+    return fileno * 0x9E3779B1U;
+}
+
 } // namespace
 
 // The memory comes from malloc and a failure isn't told further: without an index a lookup takes longer, that is all.
@@ -25,24 +32,41 @@ bool place_list::make(table_view table)
     table_ = table;
     words_.reset();
     if (table.count < worth_an_index) return false;
-    words_.reset(static_cast<std::uint64_t*>(std::malloc(std::size_t{table.count} * sizeof(std::uint64_t))));
+    start_bits_ = static_cast<unsigned>(std::bit_width(table.count)) - 1;
+    const std::size_t starts = (std::size_t{1} << start_bits_) + 1;
+    const std::size_t bytes = std::size_t{table.count} * sizeof(std::uint64_t) + starts * sizeof(std::uint32_t);
+    words_.reset(static_cast<std::uint64_t*>(std::malloc(bytes)));
     if (!words_) return false;
+    starts_ = static_cast<std::uint32_t*>(static_cast<void*>(words_.get() + table.count));
     std::iota(begin(), end(), std::uint64_t{0});
     return true;
+}
+
+void place_list::note_places()
+{
+    std::uint32_t place = 0;
+    for (std::uint32_t start = 0; start < std::uint32_t{1} << start_bits_; ++start) {
+        while (place < table_.count && key_of(words_[place]) >> (32 - start_bits_) < start) ++place;
+        starts_[start] = place;
+    }
+    starts_[std::size_t{1} << start_bits_] = table_.count;
 }
 
 bool fileno_index::make(table_view table)
 {
     if (!place_list::make(table)) return false;
-    for (std::uint64_t& word : *this) set_key(word, entry_of(word).fileno);
+    for (std::uint64_t& word : *this) set_key(word, spread(entry_of(word).fileno));
     std::sort(begin(), end());
+    note_places();
     return true;
 }
 
 const ftbl_file_entry_t* fileno_index::find(fileno_t fileno) const
 {
-    const std::uint64_t* at = std::lower_bound(begin(), end(), std::uint64_t{fileno} << 32);
-    return at != end() && key_of(*at) == fileno ? &entry_of(*at) : nullptr;
+    const std::uint32_t key = spread(fileno);
+    const auto [first, last] = places_of(key);
+    const std::uint64_t* at = std::lower_bound(first, last, std::uint64_t{key} << 32);
+    return at != last && key_of(*at) == key ? &entry_of(*at) : nullptr;
 }
 
 bool name_index::make(table_view table)
@@ -54,43 +78,18 @@ bool name_index::make(table_view table)
         const int order = table_name(entry_of(a).name).compare(table_name(entry_of(b).name));
         return order != 0 ? order < 0 : a < b;
     });
+    note_places();
     return true;
-}
-
-// The keys are spread evenly over their range, so the place of one is known but for a few words; where it isn't among
-// them, the list is halved from there on.
-const std::uint64_t* name_index::first_of_key(std::uint32_t key) const
-{
-    constexpr int near = 8;
-    const std::uint64_t wanted = std::uint64_t{key} << 32;
-    const std::uint64_t* const first = begin();
-    const std::uint64_t* const last = end();
-    const std::uint64_t* at = first + (static_cast<std::uint64_t>(last - first) * key >> 32);
-    for (int i = 0; i < near; ++i) {
-        if (at != first && at[-1] >= wanted) {
-            --at;
-        } else if (at != last && *at < wanted) {
-            ++at;
-        } else {
-            return at;
-        }
-    }
-    return at != first && at[-1] >= wanted ? std::lower_bound(first, at, wanted) : std::lower_bound(at, last, wanted);
 }
 
 const ftbl_file_entry_t* name_index::find(std::string_view name) const
 {
     const std::uint32_t key = spread(name);
-    const std::uint64_t* const last = end();
-    const std::uint64_t* at = first_of_key(key);
-    // Names of one key are few, unless somebody has looked for such: these stand in the order of the names.
-    const bool several = last - at > 1 && key_of(at[1]) == key;
-    if (several) {
-        at = std::lower_bound(at, last, name, [this, key](std::uint64_t word, auto wanted) {
-            return key_of(word) != key ? key_of(word) < key : table_name(entry_of(word).name) < wanted;
-        });
-    }
-    return at != end() && key_of(*at) == key && table_name(entry_of(*at).name) == name ? &entry_of(*at) : nullptr;
+    const auto [first, last] = places_of(key);
+    const std::uint64_t* at = std::lower_bound(first, last, name, [this, key](std::uint64_t word, auto wanted) {
+        return key_of(word) != key ? key_of(word) < key : table_name(entry_of(word).name) < wanted;
+    });
+    return at != last && key_of(*at) == key && table_name(entry_of(*at).name) == name ? &entry_of(*at) : nullptr;
 }
 
 } // namespace yfs::vfs

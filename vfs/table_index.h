@@ -1,6 +1,7 @@
-// Search structures over the entries of a file table: their places, sorted by number or by name. Sorted rather than
-// hashed, so that no choice of names or numbers makes a lookup slow. An index answers for the bytes that it was made
-// from: where these can change behind its back, it is up to the caller to confirm an answer.
+// Search structures over the entries of a file table: their places, sorted by number or by a hash of the name and then
+// the name. Where a key must be is told by its first bits; what stands there is halved, so that no choice of names or
+// numbers makes a lookup slow. An index answers for the bytes that it was made from: where these can change behind its
+// back, it is up to the caller to confirm an answer.
 #pragma once
 
 #include "vfs/ftbl_layout.h"
@@ -34,12 +35,27 @@ protected:
     std::uint64_t* end() const { return words_.get() + table_.count; }
     void set_key(std::uint64_t& word, std::uint32_t key) { word = std::uint64_t{key} << 32 | low32(word); }
 
+    // Once the words are sorted: notes where those with each beginning of a key are.
+    void note_places();
+    // The words among which those with that key are, if there are any.
+    struct places {
+        const std::uint64_t* first;
+        const std::uint64_t* last;
+    };
+    places places_of(std::uint32_t key) const
+    {
+        const std::uint32_t* const at = starts_ + (std::uint64_t{key} >> (32 - start_bits_));
+        return {words_.get() + at[0], words_.get() + at[1]};
+    }
+
 private:
     struct release {
         void operator()(std::uint64_t* words) const { std::free(words); }
     };
     table_view table_;
-    std::unique_ptr<std::uint64_t[], release> words_;
+    std::unique_ptr<std::uint64_t[], release> words_; // and behind them, in the same memory, the starts
+    std::uint32_t* starts_ = nullptr;
+    unsigned start_bits_ = 0;
 };
 
 class fileno_index : public place_list {
@@ -53,9 +69,6 @@ class name_index : public place_list {
 public:
     bool make(table_view table);
     const ftbl_file_entry_t* find(std::string_view name) const;
-
-private:
-    const std::uint64_t* first_of_key(std::uint32_t key) const;
 };
 
 } // namespace yfs::vfs

@@ -1,0 +1,66 @@
+// The table from group to EU answers what a scan of the headers' table would, and a chip of a program's own is called
+// for every access.
+#include "frame/chip.h"
+#include "ftl/group_table.h"
+#include "tests/ftl/ftl_bench.h"
+
+#include <random>
+
+namespace yfs::test {
+namespace {
+
+std::uint32_t scan(const afs_context& ctx, std::uint32_t group)
+{
+    for (std::uint32_t eu = 0; eu < ctx.ftl->eu_count; ++eu) {
+        if (ctx.ftl->eu_table[eu].base_page == low16(ctx.fat_size / 64 + 122 * group)) return eu;
+    }
+    return none;
+}
+
+TEST(FtlGroupTable, AnswersAsAScan)
+{
+    std::mt19937 random(5);
+    const auto below = [&random](std::size_t bound) { return static_cast<std::uint32_t>(random() % bound); };
+    for (unsigned round = 0; round < 300; ++round) {
+        std::vector<ftl_eu_entry> units(2 + below(40));
+        ftl_context ftl{};
+        afs_context ctx{};
+        ctx.ftl = &ftl;
+        ctx.fat_size = 64 * (1 + below(30));
+        ftl.eu_table = units.data();
+        ftl.eu_count = low8(units.size());
+        ftl::forget_owners(ftl);
+        for (ftl_eu_entry& unit : units) { // log EUs, groups that two EUs claim, and bases of no group
+            const unsigned kind = below(8);
+            if (kind != 0) unit.base_page = low16(ctx.fat_size / 64 + 122 * (below(30)) + (kind == 1 ? 5 : 0));
+        }
+        for (unsigned i = 0; i < 60; ++i) {
+            const std::uint32_t group = below(34);
+            ASSERT_EQ(ftl::owner_or_none(ctx, group), scan(ctx, group)) << "round " << round << ", group " << group;
+            if (i % 10 == 9) { // a hand-over
+                units[below(units.size())].base_page = low16(ctx.fat_size / 64 + 122 * (below(30)));
+                ftl::forget_owners(ftl);
+            }
+        }
+        // Without a word to the table: what it remembers no longer counts.
+        const std::uint32_t group = below(30);
+        static_cast<void>(ftl::owner_or_none(ctx, group));
+        for (ftl_eu_entry& unit : units) unit.base_page = 0;
+        ASSERT_EQ(ftl::owner_or_none(ctx, group), none);
+    }
+}
+
+TEST(FtlChip, AChipOfTheProgramIsSeen)
+{
+    EXPECT_FALSE(chip::built_in);
+    std::uint8_t byte = 0;
+    bench b("");
+    ASSERT_EQ(b.open(), 0U);
+    b.chip.reset_counters();
+    EXPECT_EQ(chip::in_place(0, 1), nullptr);
+    EXPECT_EQ(chip::look(0, 1, &byte), &byte);
+    EXPECT_EQ(b.chip.counters().reads, 1U);
+}
+
+} // namespace
+} // namespace yfs::test
