@@ -4,13 +4,13 @@
 #include "inspect/picture.h"
 #include "tool/edits.h"
 #include "tool/error.h"
+#include "tool/image_work.h"
 #include "tool/output.h"
 #include "tool/rebuild.h"
 #include "tool/verbs.h"
 #include "tool/volume.h"
 #include "yfs/dfs.h"
 #include "yfs/efs.h"
-#include "yfs/status.h"
 
 #include <fmt/format.h>
 
@@ -38,21 +38,22 @@ std::size_t troubles(const working_copy& image, const bytes& contents, image_kin
 // behind. Nothing if it doesn't mount.
 std::optional<bytes> mended_in_place(const working_copy& image, image_kind kind)
 {
-    bytes copy = image.now;
-    constexpr int most_steps = 1000;
-    if (kind == image_kind::afs) {
-        if (dfs_init(copy.data(), low32(copy.size())) != 0) return {};
-        for (int i = 0; i < most_steps && dfs_force_full_reclaim() == afs_status::call_again; ++i) continue;
-        for (int i = 0; i < most_steps && dfs_idle_reclaim_needed() != 0 && dfs_idle_reclaim() == 0; ++i) continue;
-        return copy;
-    }
-    if (g_efs_autogen_data_loaded == 0 || copy.size() < EFS_get_efs_size() || EFS_init_tools(copy.data()) != 0)
+    working_copy copy = image;
+    try {
+        if (kind == image_kind::afs) {
+            if (dfs_init(copy.now.data(), low32(copy.now.size())) != 0) return {};
+            reclaim_all_units(copy);
+            reclaim_worthwhile(copy);
+        } else {
+            if (g_efs_autogen_data_loaded == 0 || copy.now.size() < EFS_get_efs_size() ||
+                EFS_init_tools(copy.now.data()) != 0)
+                return {};
+            settle_efs(copy);
+        }
+    } catch (const failure&) {
         return {};
-    for (int i = 0; i < most_steps; ++i) {
-        const bytes before = copy;
-        if (EFS_idle_reclaim() != 0 || copy == before) break;
     }
-    return copy;
+    return std::move(copy.now);
 }
 
 // Answers what was done to the image; empty if it needed nothing.

@@ -562,7 +562,7 @@ std::string wrong_verb(CLI::App& app, int argc, char** argv, std::vector<std::st
 {
     CLI::App* at = &app;
     for (int i = 1; i < argc; ++i) {
-        const std::string word = argv[i];
+        std::string word = argv[i];
         if (word.starts_with("-")) {
             const CLI::Option* option = at->get_option_no_throw(word);
             if (option != nullptr && option->get_items_expected_max() > 0) ++i;

@@ -48,6 +48,7 @@ std::string where_text(const std::vector<piece>& pieces, bool on_efs)
     std::map<std::uint32_t, std::size_t> units;
     for (const piece& each : pieces) ++units[each.unit];
     std::vector<std::string> names;
+    names.reserve(units.size());
     for (const auto& [unit, count] : units)
         names.push_back(on_efs || units.size() == 1 ? fmt::format("{}", unit) : fmt::format("{} ({})", unit, count));
     return fmt::format("{} in {} {}", on_efs ? count_of(pieces.size(), "block") : count_of(pieces.size(), "chunk"),

@@ -55,7 +55,7 @@ TEST(FtlReclaim, DataEu)
         // The wear rule picks a full EU, the second choice one that gains.
         {"wear first", "eu2 erase=7 eu3 erase=200 eu4 erase=90 u0-299 d300 u301-365", "k1 G0-299 G301-365",
          "0 = = | 0/0 after 0, 300..366"},
-        {"the spare", "", "r5 o5", "28 28 | 0/0 after 0, 244..366"},
+        {"the spare, and none at all", "", "r5 o5 r6 o6", "28 28 28 28 | 0/0 after 0, 244..366"},
         {"as they are", "", "o1 o3", "0 0 | 1/0 after 0, 122..244"},
         {"end of reserved files", "eu0 3 f4=2 u0", "E g3 G0 E g3 G0", "0 = = 0 = = | 5/2 after 4, 244..366"},
         {"EU 0 is the spare", "eu0 magic=0 eu5 magic=0xAA557887 src=0 3 f4=2 u0", "E g3 G0",
