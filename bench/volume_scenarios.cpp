@@ -126,6 +126,7 @@ scenario replace_often()
 {
     dice random(7);
     std::vector<bytes> others;
+    others.reserve(60);
     for (int i = 0; i < 60; ++i) others.push_back(random.bytes(200 + random.below(2048 - 200 + 1)));
     return replace("replace 1 KiB, 60 other files", 10000, {10000 * 10e-6, "10 us each"}, others);
 }
