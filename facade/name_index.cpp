@@ -4,6 +4,8 @@
 // the list that it was made for, and so does the index.
 #include "facade/name_index.h"
 
+#include "vfs/name_hash.h"
+
 #include <algorithm>
 #include <bit>
 #include <cstring>
@@ -36,32 +38,9 @@ std::string_view key_of(const char* name)
     return {name, strnlen(name, sizeof(FcsFileEntry::name))};
 }
 
-// Both halves of a product, so that what a difference of names becomes depends on what was mixed before.
-std::uint64_t mix(std::uint64_t hash, std::uint64_t word)
-{
-    constexpr std::uint64_t spread = 0x9E3779B97F4A7C15;
-    __extension__ using both_halves = unsigned __int128;
-    const both_halves product = both_halves{hash ^ word} * spread;
-    return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
-}
-
 std::uint64_t hash_of(std::string_view name)
 {
-    std::uint64_t hash = mix(reinterpret_cast<std::uintptr_t>(&s_indexes), name.size());
-    constexpr std::size_t step = sizeof(std::uint64_t);
-    std::uint64_t word = 0;
-    if (name.size() < step) {
-        for (const char c : name) word = word << 8 | static_cast<unsigned char>(c);
-    } else {
-        const char* at = name.data();
-        const char* const last = at + name.size() - step; // with some bytes once more, rather than one by one
-        for (; at < last; at += step) {
-            std::memcpy(&word, at, step);
-            hash = mix(hash, word);
-        }
-        std::memcpy(&word, last, step);
-    }
-    return mix(hash, word);
+    return vfs::hash_of(name, reinterpret_cast<std::uintptr_t>(&s_indexes));
 }
 
 // Whether the entry has the name: as long as it, and equal.
@@ -84,8 +63,9 @@ slot& place_of(std::vector<slot>& slots, std::string_view name, std::uint64_t ha
 
 void grow(name_index& index)
 {
-    constexpr std::size_t least = 64;
-    std::vector<slot> wider(std::max(least, index.slots.size() * 2));
+    constexpr std::size_t least = 16; // entries
+    std::vector<slot> wider(index.slots.empty() ? 4 * std::bit_ceil(std::max<std::size_t>(least, index.table->count))
+                                                : index.slots.size() * 2);
     for (const slot& old : index.slots) {
         if (old.entry != nullptr) place_of(wider, key_of(old.entry->name), old.hash) = old;
     }

@@ -3,6 +3,7 @@
 #include "facade/facade_internal.h"
 #include "facade/name_index.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace yfs::facade {
@@ -54,9 +55,9 @@ static owned_entry new_entry()
 FcsFileEntry* copyFileEntry(const FcsFileEntry* source)
 {
     if (source == nullptr) return nullptr;
-    owned_entry copy = new_entry();
+    owned_entry copy(static_cast<FcsFileEntry*>(std::malloc(sizeof(FcsFileEntry)))); // filled at once
     if (copy == nullptr) return nullptr;
-    *copy = *source;
+    std::memcpy(copy.get(), source, sizeof *source);
     copy->data = nullptr;
     copy->linked = 0;
     copy->prev = nullptr;
@@ -155,7 +156,7 @@ static bool fetch_data(void* handle, FcsFileEntry& entry)
 {
     const std::uint32_t size = entry.size;
     const image_bytes image(record_bytes + std::size_t{size});
-    owned_bytes data = zeroed_bytes(size);
+    owned_bytes data(static_cast<std::uint8_t*>(std::malloc(std::max(size, 1U)))); // filled below
     if (image.get() == nullptr || data == nullptr) {
         report(yfs_error_out_of_memory);
         return false;

@@ -1,5 +1,7 @@
 #include "vfs/table_index.h"
 
+#include "vfs/name_hash.h"
+
 #include <algorithm>
 #include <bit>
 #include <numeric>
@@ -10,12 +12,10 @@ namespace {
 
 constexpr std::uint32_t worth_an_index = 16; // entries; fewer are walked as quickly
 
-// FNV-1a. It only spreads the names; equal values are told apart by the names themselves.
+// Equal values are told apart by the names themselves.
 std::uint32_t spread(std::string_view name)
 {
-    std::uint32_t value = 2166136261U;
-    for (const char c : name) value = (value ^ static_cast<unsigned char>(c)) * 16777619U;
-    return value;
+    return low32(hash_of(name, 0) >> 32);
 }
 
 // Numbers stand close together. Times an odd number each is another one, and they are far apart.
@@ -89,7 +89,7 @@ const ftbl_file_entry_t* name_index::find(std::string_view name) const
     const std::uint64_t* at = std::lower_bound(first, last, name, [this, key](std::uint64_t word, auto wanted) {
         return key_of(word) != key ? key_of(word) < key : table_name(entry_of(word).name) < wanted;
     });
-    return at != last && key_of(*at) == key && table_name(entry_of(*at).name) == name ? &entry_of(*at) : nullptr;
+    return at != last && key_of(*at) == key ? &entry_of(*at) : nullptr;
 }
 
 } // namespace yfs::vfs

@@ -68,6 +68,7 @@ public:
 class name_index : public place_list {
 public:
     bool make(table_view table);
+    // The only entry that can be the first of that name, or null: the caller holds it against the name in any case.
     const ftbl_file_entry_t* find(std::string_view name) const;
 };
 
