@@ -64,8 +64,8 @@ TEST(AfsRead, Statuses)
     using row = std::tuple<int, std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t>;
     for (const auto& [number, offset, wanted, status, size_status] :
          {row{file, 0, 70 * 64, 0, 0}, row{file, 0, 70 * 64 + 1, 5, 0}, row{file, 70 * 64 + 5, 1, 5, 0}, // the bad page
-          row{file, 71 * 64, 400, 0, 0}, row{file, 0, 0x80000000, 22, 0}, row{8, 0, 10, 0, 0}, row{9, 0, 10, 2, 2},
-          row{10, 0, 10, 2, 2}, row{10, 0, 0, 2, 2}, row{-1, 0, 10, 22, 22}, row{99, 0, 10, 2, 2},
+          row{file, 71 * 64, 400, 0, 0}, row{file, 0, 0, 0, 0}, row{file, 0, 0x80000000, 22, 0}, row{8, 0, 10, 0, 0},
+          row{9, 0, 10, 2, 2}, row{10, 0, 10, 2, 2}, row{10, 0, 0, 2, 2}, row{-1, 0, 10, 22, 22}, row{99, 0, 10, 2, 2},
           row{100, 0, 10, 22, 22}, row{INT32_MAX, 0, 10, 22, 22}, row{INT32_MIN, 0, 10, 22, 22}}) {
         std::uint32_t len = wanted, size = 77;
         EXPECT_EQ(afs_readfile(&b.ctx, number, offset, &len, buf.data()), status) << number << " " << offset;

@@ -47,8 +47,7 @@ TEST(AfsWrite, WithoutMemory)
     }
     fail_allocation(0);
     EXPECT_EQ(n, 4U); // the links and two reclaims
-    EXPECT_EQ(b.reopen(), 0U);
-    EXPECT_EQ(b.read(file), bytes(400, 9));
+    EXPECT_TRUE(b.reopen() == 0 && b.read(file) == bytes(400, 9));
 }
 
 TEST(AfsWrite, PlainSearchWithoutTheFtl)

@@ -91,12 +91,22 @@ TEST_F(EfsChange, TheScanMendsOneSpareAndNoMore)
     EXPECT_EQ(EFS_scan_for_Data_Blocks_status_and_EC(), 0U);
     EXPECT_EQ(efs_ctx.block_ec[8], 5U) << "the mean of the others, truncated";
     EXPECT_EQ(rig_->trouble(), "");
-    std::memset(block(8), 0xFF, 16);
-    std::memset(block(9), 0xFF, 16);
+    for (const std::uint32_t spare : {8U, 9U}) std::memset(block(spare), 0xFF, 16);
     EXPECT_EQ(EFS_scan_for_Data_Blocks_status_and_EC(), 41U) << "one cut leaves one";
     start();
     std::memset(block(3), 0, 2);
     EXPECT_TRUE(write(1) == 41 && efs_ctx.scan_done == 0) << "a block in use";
+}
+
+TEST_F(EfsChange, FreeAndDirtyBlocksGoByLeastWear)
+{
+    start({5, 5, 5, 5, 5, 5, 5, 9, 4, 4});
+    std::uint32_t position = 0;
+    EXPECT_EQ(EFS_erase_dirty_block(), 41U) << "none is dirty";
+    EXPECT_TRUE(EFS_select_free_page_for_write(&position) == 0 && position == 1);
+    std::memset(efs_ctx.block_status, 1, 3);
+    EXPECT_EQ(EFS_select_free_page_for_write(&position), 41U);
+    EXPECT_TRUE(EFS_erase_dirty_block() == 0 && efs_ctx.block_status[1] == 2) << "the least worn, the lower position";
 }
 
 TEST_F(EfsChange, SwitchesAndTheEndOfTheMaps)
@@ -106,6 +116,8 @@ TEST_F(EfsChange, SwitchesAndTheEndOfTheMaps)
     efs_ctx.bme_offset = 2856 - 22;
     EXPECT_TRUE(EFS_idle_reclaim() == 0 && changes() == 0);
     ++efs_ctx.bme_offset;
+    rig_->chip.fail(chip_call::write, 1, chip_fault::before, 2);
+    EXPECT_TRUE(EFS_idle_reclaim() == 1 && EFS_switch_BM(&efs_ctx.current_bme) == 1) << "the medium's own status";
     EXPECT_TRUE(EFS_idle_reclaim() == 0 && changes() == 2) << "its crc, its erase";
     start();
     efs_ctx.force_bm_switch = 1;

@@ -129,7 +129,7 @@ TEST(Run, ServesValuesAndBuildsATableOfAllAvailableOnes)
               {"/home/bare", blob{}, {}, {}, 0, 9, 0xFFFE},
               {"/home/over", blob{5}, blob{2}, {}, 0, 9, 1, 0},
               {"/home//homeb", blob{7}},
-              {"/home/a-c", blob{3}}});
+              {"/home/a-c", blob{3}, {}, {}, 1}});
     ASSERT_EQ(run.init(), 1);
     const std::tuple<std::string, std::uint32_t, value, std::string> rows[] = {
         {a, 0, blob{1}, ""},      {a, 1, blob{2, 3}, ""},     {"a", 2, blob{2, 3}, ""},
@@ -172,7 +172,7 @@ TEST(Run, ServesValuesAndBuildsATableOfAllAvailableOnes)
     void* grown = nullptr;
     ASSERT_EQ(yeYfsNvarResize("a-c", &grown, 5000) + yeYfsNvarResize("a-c", &data, 5000), 2);
     EXPECT_EQ(data, grown) << "the present size keeps the pointer";
-    EXPECT_EQ(value_of("a-c")->back(), 0);
+    EXPECT_TRUE(value_of("a-c")->back() == 0 && modifiable == 1) << "no tail without a deployed volume";
     ASSERT_EQ(yeYfsNvarResize("a-c", &data, 1), 1);
     EXPECT_EQ(handed_out(rebuilt), blob(run.zonc.begin() + 16, run.zonc.end())) << "until the rebuild, the host's own";
     ASSERT_EQ(yeYfsNvarTerm(1), 1);
@@ -184,8 +184,7 @@ TEST(Run, ServesValuesAndBuildsATableOfAllAvailableOnes)
         ASSERT_EQ(yeYfsNvarTerm(0xFF), 1);
         EXPECT_EQ(handed_out(rebuilt), make_cfg_table({{0x504, {7}}, {0x505, {3}}, {0x500, {}}, {0x503, {5}}}));
     }
-    EXPECT_EQ(yeYfsNvarTerm(0), 1);
-    EXPECT_EQ(handed_out(rebuilt), std::nullopt);
+    EXPECT_TRUE(yeYfsNvarTerm(0) == 1 && !handed_out(rebuilt));
     EXPECT_EQ(yeYfsNvarTerm(0) + yeYfsNvarTerm(1), 0);
     EXPECT_EQ(host::reports(), "324:;324:;") << "the callback stays";
 }

@@ -43,7 +43,7 @@ TEST(AfsFaults, EachCallOfTheMediumGoesWrongOnce)
     std::mt19937 begin(3);
     for (int i = 0; i < 150; ++i) start.perform(step(begin, start.files));
     unsigned faults = 0, failed = 0;
-    for (unsigned n = 1; n < 4000; n += 7) {
+    for (unsigned n = 1; n < 4000; n += 4) {
         const auto kind_of_call = static_cast<chip_call>(n % 5 < 2 ? 0 : n % 5 < 4 ? 1 : 2);
         const auto how = static_cast<chip_fault>(n / 5 % (kind_of_call == chip_call::write ? 3 : 4));
         SCOPED_TRACE(testing::Message() << "call " << n << ", kind " << int(kind_of_call) << ", how " << int(how));

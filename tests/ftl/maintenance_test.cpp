@@ -25,6 +25,10 @@ TEST(FtlFormat, LaysTheHeaders)
     }
     b.ctx.flash_size = 8191;
     EXPECT_EQ(afs_physical_ftl_format(&b.ctx, 1), 0U); // no EU, nothing to do
+    bench dirty("eu0 3 u0 d1");
+    ASSERT_EQ(dirty.open(), 0U);
+    dirty.chip.fail(chip_call::read, 1, chip_fault::before);
+    EXPECT_EQ(afs_physical_ftl_force_dirty_erase(&dirty.ctx), 5U);
     afs_context unopened{};
     EXPECT_EQ(afs_physical_ftl_force_dirty_erase(&unopened) + afs_physical_ftl_force_dirty_erase(nullptr), 44U);
 }

@@ -26,8 +26,7 @@ TEST_F(NorChip, ProgramsErasesAndSaysWhatIsBroken)
     EXPECT_EQ(put({0}) + put({1, 2, 3}), 0U);
     EXPECT_EQ(row(&image[4096], &image[4099]), (row{0, 2, 3})) << "the bits stay 0, the rest lands";
     EXPECT_EQ(chip.violations().at(1), "programs a 0 to 1 at address 4096, change 3");
-    EXPECT_EQ(put({0, 0}, 8191) + chip.read(~0U, 2, buf.data()), 2U);
-    EXPECT_EQ(chip.violations().size(), 4U);
+    EXPECT_TRUE(put({0, 0}, 8191) == 1 && chip.read(~0U, 2, buf.data()) == 1 && chip.violations().size() == 4);
 }
 
 // 10 20 goes over F0 F0, then the block is erased; one of the two is cut.
