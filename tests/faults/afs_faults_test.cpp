@@ -2,6 +2,7 @@
 // enough for reclaims of both kinds, and the run goes on with the same mount. What was acknowledged stands, what was
 // refused left the old state, and a fresh mount agrees. Then states that single damage leaves.
 #include "tests/power_cut/rig.h"
+#include "tests/support/counted_memory.h"
 #include "yfs/make_volume.h"
 #include "yfs/medium.h"
 
@@ -76,6 +77,40 @@ TEST(AfsFaults, EachCallOfTheMediumGoesWrongOnce)
     }
     EXPECT_GT(failed, faults / 4);
     std::cout << "AFS faults: " << faults << ", operations refused: " << failed << "\n";
+}
+
+// Each allocation of 300 operations fails: 12, or 5 where dispatch folds statuses; the old state, nothing leaked, and
+// the next operation goes through.
+TEST(AfsFaults, EachAllocationFailsOnce)
+{
+    rig start(made(5));
+    ASSERT_EQ(start.mount(), 0U);
+    unsigned refused = 0;
+    for (unsigned n = 1, last = 1; n <= last; n += 3) {
+        rig r(start.image);
+        ASSERT_EQ(r.mount(), 0U);
+        const auto held = live_blocks;
+        std::mt19937 random(7);
+        fail_allocation(n);
+        for (int i = 0; i < 300; ++i) {
+            const operation op = step(random, r.files);
+            const bool before = allocation_failed;
+            const std::uint32_t status = r.perform(op);
+            const bool out_of_memory = allocation_failed && !before;
+            refused += out_of_memory && status != 0;
+            ASSERT_TRUE(status == 0 || status == afs_status::nothing_gained ||
+                        (out_of_memory && (status == 5 || status == 12)))
+                << status;
+            ASSERT_TRUE(!out_of_memory || status == 0 || (reads_as(r.files) && live_blocks == held)) << op.text();
+        }
+        if (allocation_failed) last = n + 3;
+        fail_allocation(0);
+        ASSERT_TRUE(reads_as(r.files) && live_blocks == held);
+        ASSERT_EQ(r.mount(), 0U);
+        ASSERT_TRUE(reads_as(r.files));
+    }
+    EXPECT_GT(refused, 60U);
+    std::cout << "AFS allocations refused: " << refused << "\n";
 }
 
 TEST(AfsFaults, TheLastSequenceNumber)
