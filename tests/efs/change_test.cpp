@@ -98,7 +98,7 @@ TEST_F(EfsChange, TheScanMendsOneSpareAndNoMore)
     EXPECT_TRUE(write(1) == 41 && efs_ctx.scan_done == 0) << "a block in use";
 }
 
-TEST_F(EfsChange, FreeAndDirtyBlocksGoByLeastWear)
+TEST_F(EfsChange, BlocksGoByTheirWear)
 {
     start({5, 5, 5, 5, 5, 5, 5, 9, 4, 4});
     std::uint32_t position = 0;
@@ -107,6 +107,8 @@ TEST_F(EfsChange, FreeAndDirtyBlocksGoByLeastWear)
     std::memset(efs_ctx.block_status, 1, 3);
     EXPECT_EQ(EFS_select_free_page_for_write(&position), 41U);
     EXPECT_TRUE(EFS_erase_dirty_block() == 0 && efs_ctx.block_status[1] == 2) << "the least worn, the lower position";
+    start({10, 10, 11, 10, 11, 11, 11, 20, 20, 10});
+    EXPECT_TRUE(EFS_wear_leveling(0, 0) == 0 && efs_ctx.current_bme.valid_table[3] == 8) << "the last of equals, twice";
 }
 
 TEST_F(EfsChange, SwitchesAndTheEndOfTheMaps)

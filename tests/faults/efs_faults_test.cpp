@@ -70,8 +70,7 @@ TEST(EfsFaultHistory, LeftoversOfACommit)
     efs_volume v(geo);
     v.bm(0).bm(1, 2, 2);
     efs_rig r(v.image);
-    ASSERT_EQ(r.mount(), 0U);
-    EXPECT_EQ(r.image, v.image) << "a mount writes nothing";
+    EXPECT_TRUE(r.mount() == 0 && r.image == v.image) << "a mount writes nothing";
     ASSERT_EQ(r.perform({efs_call::write, 0, bytes(100)}), 0U);
     EXPECT_TRUE(std::all_of(r.image.begin(), r.image.begin() + 16, [](std::uint8_t b) { return b == 0; }));
 
