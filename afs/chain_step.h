@@ -58,6 +58,7 @@ inline std::uint32_t write_fat_entry(afs_context& ctx, std::uint16_t entry, std:
 // neighbour. No more than `most`, none that isn't in the line used last, none that a walk may not take.
 inline std::uint32_t neighbours_ahead(const afs_context& ctx, std::uint16_t cid, std::uint32_t most)
 {
+    if (cid < ctx.files) return 0; // a file's head is no chunk
     const std::uint32_t va = fat_entry_at(cid);
     const std::uint8_t* const at = at_head_line(ctx, va);
     if (at == nullptr || chunk_cntr >= ctx.chunks) return 0;

@@ -19,7 +19,7 @@ void begin_order(afs_context& ctx)
     for (std::uint16_t i = 0; i < ctx.line_count; ++i) {
         const bool last = i == order.least_recent;
         set_less_recent(ctx.line_table[i], last ? no_line : low16(i + 1U));
-        order.line[i] = {i == 0 ? no_line : low16(i - 1U), not_listed};
+        order.line[i] = {i == 0 ? no_line : low16(i - 1U), not_listed, 0};
     }
 }
 

@@ -32,7 +32,8 @@ struct cache_order {
     struct {
         std::uint16_t more_recent;
         std::uint16_t next_of_bucket;
-    } line[1]; // as many as there are lines
+        std::uint16_t page; // whose bucket it is in, whatever a program has made of line_table meanwhile
+    } line[1];              // as many as there are lines
 };
 static_assert(alignof(cache_order) <= alignof(cache_line_entry));
 
@@ -55,10 +56,10 @@ inline std::uint16_t& bucket_of(cache_order& order, std::uint16_t page)
     return order.first_of_bucket[page % bucket_count];
 }
 
-inline void take_out_of_bucket(cache_order& order, std::uint16_t line, std::uint16_t page)
+inline void take_out_of_bucket(cache_order& order, std::uint16_t line)
 {
     if (order.line[line].next_of_bucket == not_listed) return;
-    std::uint16_t* at = &bucket_of(order, page);
+    std::uint16_t* at = &bucket_of(order, order.line[line].page);
     while (*at != line) at = &order.line[*at].next_of_bucket;
     *at = order.line[line].next_of_bucket;
 }
@@ -118,9 +119,10 @@ inline void give_line(afs_context& ctx, std::uint16_t line, std::uint16_t page)
 {
     cache_order& order = order_of(ctx);
     cache_line_entry& entry = ctx.line_table[line];
-    take_out_of_bucket(order, line, entry.page);
+    take_out_of_bucket(order, line);
     std::uint16_t& first = bucket_of(order, page);
     order.line[line].next_of_bucket = first;
+    order.line[line].page = page;
     first = line;
     entry.page = page;
     entry.link = low16((entry.link & ~line_flags) | line_valid);

@@ -103,8 +103,9 @@ std::uint32_t read_run(reading& job, const chunk_run& run)
 {
     const std::uint32_t in_run = (run.count - 1) * chunk_bytes + run.tail;
     const std::uint32_t taken = std::min(in_run > run.skip ? in_run - run.skip : 0, job.wanted - job.delivered);
-    const std::uint32_t status = ftl::read_data_run(job.ctx, chunk_va(job.ctx, run.first), run.count, job.ctx.staging,
-                                                    {job.buf + job.delivered, run.skip, taken});
+    const std::uint32_t status =
+        ftl::read_data_run(job.ctx, chunk_va(job.ctx, run.first), run.count, job.ctx.staging + job.fill,
+                           {job.buf + job.delivered, run.skip, taken});
     if (status != afs_status::ok) return status;
     job.delivered += taken;
     job.pending += taken;

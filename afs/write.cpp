@@ -223,8 +223,8 @@ void undo(rewrite& job, std::uint32_t new_chunks, outcome result)
     }
 }
 
-// On a damaged volume the change may hang on a chunk of several chains; then the new chunks do too, and the file that is
-// deleted first must not give them back.
+// On a damaged volume the change may hang on a chunk of several chains; then the new chunks do too, and the file that
+// is deleted first must not give them back.
 void share_new_chunks(const rewrite& job, std::uint32_t new_chunks)
 {
     const afs_context& ctx = job.ctx;

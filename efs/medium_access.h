@@ -24,8 +24,9 @@ inline bool in_image(std::uint32_t address, std::uint32_t length)
 inline std::uint32_t look(std::uint32_t address, std::uint32_t length, std::uint8_t* buffer, const std::uint8_t*& seen)
 {
     if (medium_built_in) {
+        if (!in_image(address, length)) return efs_status::invalid;
         seen = efs_image + address;
-        return in_image(address, length) ? efs_status::ok : efs_status::invalid;
+        return efs_status::ok;
     }
     seen = buffer;
     return EFS_physical_read(address, length, buffer);

@@ -180,8 +180,8 @@ std::uint32_t copy_live_pages(log_move& move)
 }
 
 // The originals are in force as before. What was programmed elsewhere than in the spare stays, so the log EUs that got
-// copies take no more writes; a mount that finds the copies finds the same contents. Where a newer EU than the log's got
-// some, the log is over too: a page written behind its former end would give way to its old copy in the newer EU.
+// copies take no more writes; a mount that finds the copies finds the same contents. Where a newer EU than the log's
+// got some, the log is over too: a page written behind its former end would give way to its old copy in the newer EU.
 void put_back(const log_move& move)
 {
     ftl_context& ftl = move.ftl;

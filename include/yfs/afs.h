@@ -40,12 +40,12 @@ typedef struct afs_context {
     uint32_t last_fat_page; /* VA of the FAT page last seen by the FAT trim */
     struct ftl_context* ftl;
     const afs_physical_handler* handler;
-    uint32_t* alloc_map; /* one bit a chunk, set when in use: bit i & 31 of word i >> 5 */
-    cache_line_entry* line_table;
-    uint16_t cache_head;  /* most recently used line */
-    uint32_t* file_sizes; /* bytes of each file, 0xFFFFFFFF for none; may be null */
-    uint8_t* cache_data;  /* line_count lines of 64 bytes */
-    uint8_t* staging;     /* 4096 bytes, given by the caller of afs_init before the call */
+    uint32_t* alloc_map;          /* one bit a chunk, set when in use: bit i & 31 of word i >> 5 */
+    cache_line_entry* line_table; /* the library's own: to be read, never changed */
+    uint16_t cache_head;          /* most recently used line */
+    uint32_t* file_sizes;         /* bytes of each file, 0xFFFFFFFF for none; may be null */
+    uint8_t* cache_data;          /* line_count lines of 64 bytes */
+    uint8_t* staging;             /* 4096 bytes, given by the caller of afs_init before the call */
     uint16_t chunks;
     uint16_t page_size; /* as last asked for; a line holds a page of 64 bytes all the same */
     uint16_t line_count;

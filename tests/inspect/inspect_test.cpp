@@ -48,10 +48,7 @@ struct damage {
 const damage damages[] = {
     {"as it should be", [](volume&) {}, {}},
     {"spare erased", [](volume& v) { v.eu(5).erased(); }, {eu_spare_untrusted}},
-    {"data unit with seq 0",
-     [](volume& v) { v.eu(3).seq(0); },
-     {eu_two_invalid, group_no_owner},
-     5},
+    {"data unit with seq 0", [](volume& v) { v.eu(3).seq(0); }, {eu_two_invalid, group_no_owner}, 5},
     {"no spare", [](volume& v) { v.eu(5).magic(ftl::eu_magic); }, {eu_no_spare}, 5},
     {"uncommitted", [](volume& v) { v.make_data(5, 0).src(2).seq(9).commit(0xFF); }, {eu_incomplete_discarded}},
     {"commit byte missing", [](volume& v) { moved(v).commit(ftl::not_committed); }, {eu_commit_missing}},
