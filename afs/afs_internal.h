@@ -90,11 +90,10 @@ enum class line_use { as_it_is, fresh_chunk };
 std::uint32_t fetch_line(afs_context& ctx, std::uint16_t page, std::uint8_t*& bytes, line_use use = line_use::as_it_is);
 
 // A pointer to the byte at `va` in its cache line. 0 | the cache's status.
-inline std::uint32_t cache_at(afs_context& ctx, std::uint32_t va, std::uint8_t*& byte,
-                              line_use use = line_use::as_it_is)
+inline std::uint32_t cache_at(afs_context& ctx, std::uint32_t va, std::uint8_t*& byte)
 {
     if (ctx.line_table == nullptr || ctx.cache_data == nullptr || ctx.page_size == 0) return afs_status::bad_state;
-    const std::uint32_t status = fetch_line(ctx, low16(va / line_bytes), byte, use);
+    const std::uint32_t status = fetch_line(ctx, low16(va / line_bytes), byte);
     if (status == afs_status::ok) byte += va % line_bytes;
     return status;
 }

@@ -1,6 +1,6 @@
 // Chunks taken and given back. Giving back is a change in memory only; what it frees counts as dead until a reclaim.
 #include "afs/chain_step.h"
-#include "ftl/ftl_internal.h"
+#include "ftl/next_slot.h"
 
 namespace yfs::afs {
 

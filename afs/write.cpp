@@ -126,7 +126,8 @@ std::uint32_t replace_chunk(rewrite& job)
     job.links[job.nlinks++] = fresh;
 
     std::uint8_t* bytes = nullptr;
-    auto status = cache_at(job.ctx, chunk_va(job.ctx, fresh), bytes, line_use::fresh_chunk);
+    const std::uint16_t page = low16(chunk_va(job.ctx, fresh) / line_bytes); // the walk has shown that there is a cache
+    auto status = fetch_line(job.ctx, page, bytes, line_use::fresh_chunk);
     if (status != afs_status::ok) return status;
     const std::uint16_t line = job.ctx.cache_head;
     status = fill_chunk(job, bytes);

@@ -2,11 +2,12 @@
 // that the caller is asked once to flush, so that a reclaim finds everything allocated so far on flash.
 #include "ftl/flash_io.h"
 #include "ftl/group_table.h"
+#include "ftl/next_slot.h"
 
 namespace yfs::ftl {
 
 // The open group is used up: ask for a flush, or open another. `ok` leaves the cursor in a group.
-[[gnu::noinline, gnu::cold]] static std::uint32_t open_next_group(afs_context& ctx)
+static std::uint32_t open_next_group(afs_context& ctx)
 {
     ftl_context& ftl = *ctx.ftl;
     if (ftl.alloc_flush_asked == 0) {
@@ -39,7 +40,7 @@ static std::uint32_t look_at_slot(const afs_context& ctx, std::uint32_t pos, boo
     return afs_status::ok;
 }
 
-std::uint32_t allocate_page(afs_context& ctx, std::uint16_t& cid)
+std::uint32_t search_free_page(afs_context& ctx, std::uint16_t& cid)
 {
     ftl_context& ftl = *ctx.ftl;
     if (ftl.alloc_next == none) {
