@@ -82,8 +82,12 @@ inline bool is_file_number(const afs_context* ctx, std::int32_t file)
 inline constexpr std::uint16_t line_valid = 0x1; // in the link of a line,
 inline constexpr std::uint16_t line_dirty = 0x2; // beside it
 
+// What a line is wanted for: its bytes as the flash has them, or a chunk that the allocator has just given and that is
+// overwritten as a whole, so that zeros need not be laid there first.
+enum class line_use { as_it_is, fresh_chunk };
+
 // The bytes of the line with `page`, which becomes the most recently used. 0 | the cache's status.
-std::uint32_t fetch_line(afs_context& ctx, std::uint16_t page, std::uint8_t*& bytes);
+std::uint32_t fetch_line(afs_context& ctx, std::uint16_t page, std::uint8_t*& bytes, line_use use = line_use::as_it_is);
 
 // A pointer to the byte at `va` in its cache line. 0 | the cache's status.
 inline std::uint32_t cache_at(afs_context& ctx, std::uint32_t va, std::uint8_t*& byte)
@@ -106,6 +110,9 @@ std::uint32_t trim_chunk(afs_context& ctx, std::uint16_t cid);
 // Gives back chunks from `cid` on that are followed by their neighbours, as many as can be at once and at most `most`,
 // and goes on that far along the chain. The number of chunks, which may be 0.
 std::uint32_t release_neighbours(afs_context& ctx, std::uint16_t cid, std::uint32_t most);
+
+// As afs_allocate_chunk.
+std::uint32_t allocate_chunk(afs_context& ctx, std::uint16_t& cid);
 
 // Gives chunk `cid`, whether or not the allocator first wants the cache flushed.
 std::uint32_t take_chunk(afs_context& ctx, std::uint16_t& cid);

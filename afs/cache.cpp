@@ -12,6 +12,14 @@ std::uint8_t* bytes_of(const afs_context& ctx, std::uint16_t line)
     return ctx.cache_data + std::size_t{line} * line_bytes;
 }
 
+// A chunk that the allocator of the translation layer has just given is in no file yet. Such a page reads as zeros, for
+// which that layer looks at no flash.
+bool fresh_is_zeros(const afs_context& ctx)
+{
+    return ctx.ftl_allocator == 1 && ctx.no_alloc_map == 0 &&
+           ctx.handler->read_page == afs_physical_spi_handler.read_page;
+}
+
 std::uint32_t write_line(afs_context& ctx, std::uint16_t line)
 {
     const std::uint32_t va = ctx.line_table[line].page * line_bytes;
@@ -21,20 +29,25 @@ std::uint32_t write_line(afs_context& ctx, std::uint16_t line)
 } // namespace
 
 // A miss goes into the least recently used line, which is the most recent from then on, whatever comes of it.
-std::uint32_t fetch_line(afs_context& ctx, std::uint16_t page, std::uint8_t*& bytes)
+std::uint32_t fetch_line(afs_context& ctx, std::uint16_t page, std::uint8_t*& bytes, line_use use)
 {
     const std::uint16_t hit = find_line(ctx, page);
-    const std::uint16_t line = hit != no_line ? hit : least_recent_line(ctx);
-    use_line(ctx, line);
+    if (hit != no_line) {
+        use_line(ctx, hit);
+        bytes = bytes_of(ctx, hit);
+        return afs_status::ok;
+    }
+    const std::uint16_t line = least_recent_line(ctx);
+    use_least_recent(ctx, line);
+    if (is_dirty(ctx.line_table[line])) {
+        if (const std::uint32_t status = write_line(ctx, line); status != afs_status::ok) return status;
+    }
     std::uint8_t* const at = bytes_of(ctx, line);
-    if (hit == no_line) {
-        if (is_dirty(ctx.line_table[line])) {
-            if (const std::uint32_t status = write_line(ctx, line); status != afs_status::ok) return status;
-        }
+    if (use == line_use::as_it_is || !fresh_is_zeros(ctx)) {
         const std::uint32_t status = ctx.handler->read_page(&ctx, page * line_bytes, line_bytes, at, ctx.flash_base);
         if (status != afs_status::ok) return status;
-        give_line(ctx, line, page);
     }
+    give_line(ctx, line, page);
     bytes = at;
     return afs_status::ok;
 }

@@ -54,6 +54,25 @@ inline std::uint32_t write_fat_entry(afs_context& ctx, std::uint16_t entry, std:
     return afs_status::ok;
 }
 
+// Puts links[i + 1] into FAT entry links[i] for all i below `count`, the last first. Those that lie in the line of the
+// one before, which thereby is the most recently used and written to, go straight there.
+inline std::uint32_t write_links_down(afs_context& ctx, const std::uint16_t* links, std::uint32_t count)
+{
+    while (count != 0) {
+        --count;
+        const std::uint32_t status = write_fat_entry(ctx, links[count], links[count + 1]);
+        if (status != afs_status::ok) return status;
+        const std::uint32_t page = fat_entry_at(links[count]) / line_bytes;
+        std::uint8_t* const line = ctx.cache_data + std::size_t{ctx.cache_head} * line_bytes;
+        for (; count != 0; --count) {
+            const std::uint32_t va = fat_entry_at(links[count - 1]);
+            if (va / line_bytes != page) break;
+            store(line + va % line_bytes, le16(links[count]));
+        }
+    }
+    return afs_status::ok;
+}
+
 // How many entries from that of chunk `cid` on hold their own number + 1: the chunks that are followed by their
 // neighbour. No more than `most`, none that isn't in the line used last, none that a walk may not take.
 inline std::uint32_t neighbours_ahead(const afs_context& ctx, std::uint16_t cid, std::uint32_t most)

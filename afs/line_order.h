@@ -105,13 +105,31 @@ inline void use_line(afs_context& ctx, std::uint16_t line)
     ctx.cache_head = line;
 }
 
+// The same for the least recently used line, behind which there is none. A cache has two lines at least.
+inline void use_least_recent(afs_context& ctx, std::uint16_t line)
+{
+    cache_order& order = order_of(ctx);
+    const std::uint16_t before = order.line[line].more_recent;
+    set_less_recent(ctx.line_table[before], no_line);
+    order.least_recent = before;
+
+    order.line[ctx.cache_head].more_recent = line;
+    set_less_recent(ctx.line_table[line], ctx.cache_head);
+    order.line[line].more_recent = no_line;
+    ctx.cache_head = line;
+}
+
+inline void line_was_written(afs_context& ctx, std::uint16_t line)
+{
+    use_line(ctx, line);
+    ctx.line_table[line].link |= line_dirty;
+}
+
 // As cache_line_written: the line that `byte` lies in was changed.
 inline void line_was_written(afs_context& ctx, const std::uint8_t* byte)
 {
     const auto line = static_cast<std::uint32_t>((byte - ctx.cache_data) / line_bytes);
-    if (line >= ctx.line_count) return;
-    use_line(ctx, low16(line));
-    ctx.line_table[line].link |= line_dirty;
+    if (line < ctx.line_count) line_was_written(ctx, low16(line));
 }
 
 // Makes it a valid, clean line that holds `page`.

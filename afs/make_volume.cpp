@@ -48,7 +48,7 @@ void put_page0(const volume_plan& plan, std::uint8_t* log_eu)
 
     const le16 record = ftl::log_record(0, 0);
     store(log_eu + ftl::log_record_at(0), record);
-    store(log_eu + ftl::log_frame_at(0), ftl::make_frame(page, 0));
+    store(log_eu + ftl::log_frame_at(0), ftl::frame_with(page, ftl::page_crc(page, 0)));
     log_eu[ftl::log_commit_at(0)] = ftl::log_commit_byte;
 }
 

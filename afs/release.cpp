@@ -1,6 +1,6 @@
 // Chunks taken and given back. Giving back is a change in memory only; what it frees counts as dead until a reclaim.
 #include "afs/chain_step.h"
-#include "ftl/ftl_internal.h"
+#include "ftl/next_slot.h"
 
 namespace yfs::afs {
 
@@ -50,13 +50,17 @@ static std::uint32_t search_alloc_map(afs_context& ctx, std::uint16_t& cid)
     return afs_status::no_space;
 }
 
+std::uint32_t allocate_chunk(afs_context& ctx, std::uint16_t& cid)
+{
+    if (ctx.files == 0) return afs_status::invalid; // no volume
+    return ctx.ftl_allocator == 1 ? ftl::allocate_page(ctx, cid) : search_alloc_map(ctx, cid);
+}
+
 } // namespace yfs::afs
 
 uint32_t afs_allocate_chunk(afs_context* ctx, uint16_t* cid)
 {
-    if (ctx->files == 0) return afs_status::invalid; // no volume
-    if (ctx->ftl_allocator == 1) return afs_physical_ftl_allocate_page(ctx, cid);
-    return yfs::afs::search_alloc_map(*ctx, *cid);
+    return yfs::afs::allocate_chunk(*ctx, *cid);
 }
 
 uint32_t afs_release_resources(afs_context* ctx, uint16_t first, uint32_t count, const uint16_t* list, bool invalidate)

@@ -24,14 +24,13 @@ struct rewrite {
 
     lt_block<std::uint16_t> links;
     std::uint32_t nlinks = 0;
-    std::uint16_t cur = 0;                   // the old chain's value at this position: a chunk, or what ended the chain
-    std::uint16_t next = 0;                  // FAT entry of `cur` while it is a chunk, else 0
-    std::uint16_t prev = 0;                  // the position before it
-    std::uint16_t old_first = 0;             // first chunk of the old chain that the new chunks replace
-    std::uint16_t terminal = 0;              // what the last new entry holds
-    std::uint32_t pos = 0;                   // file position of `cur`
-    std::uint32_t consumed = 0;              // source bytes used
-    std::uint32_t stage_pos = staging_bytes; // where `staging` is read; its end: to be filled first
+    std::uint16_t cur = 0;       // the old chain's value at this position: a chunk, or what ended the chain
+    std::uint16_t next = 0;      // FAT entry of `cur` while it is a chunk, else 0
+    std::uint16_t prev = 0;      // the position before it
+    std::uint16_t old_first = 0; // first chunk of the old chain that the new chunks replace
+    std::uint16_t terminal = 0;  // what the last new entry holds
+    std::uint32_t pos = 0;       // file position of `cur`
+    std::uint32_t consumed = 0;  // source bytes used
 
     std::uint32_t new_chunks() const { return nlinks == 0 ? 0 : nlinks - 1; }
 };
@@ -84,14 +83,6 @@ bool ends_on_this_boundary(const rewrite& job)
     return job.consumed == job.len && job.offset == job.pos && job.trunc;
 }
 
-void refill_staging(rewrite& job)
-{
-    if (job.stage_pos <= staging_bytes - chunk_bytes) return;
-    const std::uint32_t count = std::min(job.len - job.consumed, staging_bytes);
-    if (count != 0) std::memcpy(job.ctx.staging, job.source + job.consumed, count);
-    job.stage_pos = 0;
-}
-
 // A chunk that is only partly new: source bytes, old bytes around them, zeros where neither reaches.
 std::uint32_t fill_partly(rewrite& job, std::uint8_t* line)
 {
@@ -111,23 +102,21 @@ std::uint32_t fill_partly(rewrite& job, std::uint8_t* line)
     } else {
         std::memset(line, 0, chunk_bytes);
     }
-    if (bytes != 0) std::memcpy(line + from, job.ctx.staging + job.stage_pos, bytes);
-    job.stage_pos += bytes;
+    if (bytes != 0) std::memcpy(line + from, job.source + job.consumed, bytes);
     job.consumed += bytes;
     return afs_status::ok;
 }
 
 std::uint32_t fill_chunk(rewrite& job, std::uint8_t* line)
 {
-    refill_staging(job);
     if (job.offset > job.pos || job.len - job.consumed < chunk_bytes) return fill_partly(job, line);
-    std::memcpy(line, job.ctx.staging + job.stage_pos, chunk_bytes);
-    job.stage_pos += chunk_bytes;
+    std::memcpy(line, job.source + job.consumed, chunk_bytes);
     job.consumed += chunk_bytes;
     return afs_status::ok;
 }
 
-// Puts a new chunk in the place of the position in hand. It reaches flash by eviction or with the flush.
+// Puts a new chunk in the place of the position in hand, which is passed. It reaches flash by eviction or with the
+// flush.
 std::uint32_t replace_chunk(rewrite& job)
 {
     if (job.nlinks == 0) job.old_first = job.cur;
@@ -136,11 +125,22 @@ std::uint32_t replace_chunk(rewrite& job)
     if (job.nlinks == 0) job.links[job.nlinks++] = job.prev;
     job.links[job.nlinks++] = fresh;
 
-    std::uint8_t* line = nullptr;
-    if (const auto status = cache_at(job.ctx, chunk_va(job.ctx, fresh), line); status != afs_status::ok) return status;
-    if (const auto status = fill_chunk(job, line); status != afs_status::ok) return status;
+    std::uint8_t* bytes = nullptr;
+    const std::uint16_t page = low16(chunk_va(job.ctx, fresh) / line_bytes); // the walk has shown that there is a cache
+    auto status = fetch_line(job.ctx, page, bytes, line_use::fresh_chunk);
+    if (status != afs_status::ok) return status;
+    const std::uint16_t line = job.ctx.cache_head;
+    status = fill_chunk(job, bytes);
+    if (status != afs_status::ok) return status;
     line_was_written(job.ctx, line);
+    step_on(job);
     return afs_status::ok;
+}
+
+// Behind the end of the old chain, where nothing of it is left to look at.
+bool another_whole_chunk(const rewrite& job)
+{
+    return job.cur == 0 && job.len - job.consumed >= chunk_bytes && job.offset <= job.pos;
 }
 
 std::uint16_t bytes_in_last_chunk(std::uint32_t end)
@@ -196,8 +196,9 @@ std::uint32_t build_new_chunks(rewrite& job, outcome& result)
             result = end_truncation(job);
             return afs_status::ok;
         }
-        if (const auto status = replace_chunk(job); status != afs_status::ok) return status;
-        step_on(job);
+        do {
+            if (const auto status = replace_chunk(job); status != afs_status::ok) return status;
+        } while (another_whole_chunk(job));
     }
 }
 
@@ -205,12 +206,8 @@ std::uint32_t build_new_chunks(rewrite& job, outcome& result)
 // to be flushed. In the cache only.
 std::uint32_t link_last_to_first(rewrite& job)
 {
-    job.links[job.nlinks++] = job.terminal;
-    for (std::uint32_t j = job.nlinks - 1; j-- > 0;) {
-        const auto status = write_fat_entry(job.ctx, job.links[j], job.links[j + 1]);
-        if (status != afs_status::ok) return status;
-    }
-    return afs_status::ok;
+    job.links[job.nlinks] = job.terminal;
+    return write_links_down(job.ctx, job.links.get(), job.nlinks++);
 }
 
 // Every cached line is dropped, FAT edits with them, and the new chunks are given back: the old chain is as it was.
@@ -273,14 +270,14 @@ std::uint32_t rewrite_file(rewrite& job)
 
 std::uint32_t take_chunk(afs_context& ctx, std::uint16_t& cid)
 {
-    // Each round opens another group, so a healthy volume needs at most one for each EU.
-    const std::uint32_t rounds = ctx.ftl != nullptr ? ctx.ftl->eu_count + 1U : 1U;
-    for (std::uint32_t i = 0; i <= rounds; ++i) {
-        const std::uint32_t status = afs_allocate_chunk(&ctx, &cid);
+    for (std::uint32_t round = 0;; ++round) {
+        const std::uint32_t status = allocate_chunk(ctx, cid);
         if (status != afs_status::flush_first) return status;
         if (const std::uint32_t flushed = cache_flush(&ctx); flushed != afs_status::ok) return flushed;
+        // Each round opens another group, so a healthy volume needs at most one for each EU.
+        const std::uint32_t rounds = ctx.ftl != nullptr ? ctx.ftl->eu_count + 1U : 1U;
+        if (round == rounds) return afs_status::no_space;
     }
-    return afs_status::no_space;
 }
 
 } // namespace yfs::afs

@@ -51,4 +51,20 @@ struct FcsHandle {
     std::shared_ptr<image_editor::FileIterator> iterator;
 };
 
+// The record behind a handle. Null for a null handle, and for one that ran out of memory before it had a tree.
+inline FcsHandle* open_handle(void* handle)
+{
+    auto* record = static_cast<FcsHandle*>(handle);
+    return record && record->root && record->iterator ? record : nullptr;
+}
+
+// Puts in a file under a name that the tree doesn't have. ok | no_memory.
+std::uint32_t insert_file(FcsHandle& fcs, void* image, std::uint32_t length, const char* name);
+
+// The node that the walk of an open handle stands at; null where there is none.
+const image_editor::IFile* file_at_walk(void* handle);
+
+// As getFileAttributes, of a node with that name.
+std::uint32_t attributes_of(const image_editor::IFile& file, const char* name, FcsFileEntry& out);
+
 } // namespace yfs::cfgtable

@@ -8,17 +8,11 @@
 
 using namespace yfs; // the exported names below are global
 using cfgtable::FcsHandle;
+using cfgtable::open_handle;
 using image_editor::File;
 using image_editor::IFile;
 
 namespace {
-
-// Null for a null handle, and for one that ran out of memory before it had a tree.
-FcsHandle* open(void* handle)
-{
-    auto* record = static_cast<FcsHandle*>(handle);
-    return record && record->root && record->iterator ? record : nullptr;
-}
 
 // The file that the walk stands at, if it bears the name as the first of the root's children.
 const std::shared_ptr<IFile>* file_of_walk(const FcsHandle& fcs, std::string_view name)
@@ -81,6 +75,26 @@ std::uint32_t hand_out(image_editor::IFile* node, char* out)
 
 } // namespace
 
+std::uint32_t cfgtable::insert_file(FcsHandle& fcs, void* image, std::uint32_t length, const char* name)
+{
+    std::shared_ptr<IFile> file = make_file(image, length, name);
+    if (!file) return fcs_status::no_memory;
+    fcs.root->addFile({}, std::move(file));
+    begin_walk(*fcs.iterator);
+    return fcs_status::ok;
+}
+
+std::uint32_t cfgtable::attributes_of(const IFile& file, const char* name, FcsFileEntry& out)
+{
+    if (file.data.size() < record_bytes) return fcs_status::not_in_table;
+    out.entry = load<_cfg_file_entry_t>(file.data.data());
+    const ftbl_file_entry_t* known = vfs::find_by_name(name);
+    if (!known) return fcs_status::not_in_table;
+    out.attributes = known->attributes;
+    out.maxSize = known->maxSize;
+    return fcs_status::ok;
+}
+
 std::uint32_t createHandle(void** variable)
 {
     if (!variable) return fcs_status::null_pointer;
@@ -118,7 +132,7 @@ std::uint32_t closeHandle(void** variable)
 std::uint32_t addNewFile(void* handle, const char* /*folder*/, const char* name, void* image, std::uint32_t length,
                          bool check_size)
 {
-    FcsHandle* fcs = open(handle);
+    FcsHandle* fcs = open_handle(handle);
     if (!fcs) return fcs_status::null_handle;
     const std::uint16_t image_bytes = low16(length);
     if (image_bytes < cfgtable::record_bytes) return fcs_status::bad_length;
@@ -130,17 +144,12 @@ std::uint32_t addNewFile(void* handle, const char* /*folder*/, const char* name,
     if (check_size && image_bytes > std::uint64_t{known->maxSize} + cfgtable::record_bytes)
         return fcs_status::above_max_size;
     if (find_file(*fcs, name)) return fcs_status::name_taken;
-
-    std::shared_ptr<IFile> file = make_file(image, image_bytes, name);
-    if (!file) return fcs_status::no_memory;
-    fcs->root->addFile({}, std::move(file));
-    cfgtable::begin_walk(*fcs->iterator);
-    return fcs_status::ok;
+    return cfgtable::insert_file(*fcs, image, image_bytes, name);
 }
 
 std::uint32_t deleteFile(void* handle, const char* path)
 {
-    FcsHandle* fcs = open(handle);
+    FcsHandle* fcs = open_handle(handle);
     if (!fcs) return fcs_status::null_handle;
     if (!path || !fcs->root->deleteFile(path)) return fcs_status::no_such_file;
     cfgtable::begin_walk(*fcs->iterator);
@@ -149,7 +158,7 @@ std::uint32_t deleteFile(void* handle, const char* path)
 
 std::uint32_t getFileData(void* handle, const char* name, void* buffer, std::uint32_t* length)
 {
-    const FcsHandle* fcs = open(handle);
+    const FcsHandle* fcs = open_handle(handle);
     if (!fcs) return fcs_status::null_handle;
     if (!buffer || !length) return fcs_status::null_pointer;
     const IFile* const file = find_file(*fcs, name);
@@ -164,24 +173,17 @@ std::uint32_t getFileData(void* handle, const char* name, void* buffer, std::uin
 
 std::uint32_t getFileAttributes(void* handle, const char* name, FcsFileEntry* out)
 {
-    const FcsHandle* fcs = open(handle);
+    const FcsHandle* fcs = open_handle(handle);
     if (!fcs) return fcs_status::null_handle;
     if (!out) return fcs_status::null_pointer;
     const IFile* const file = find_file(*fcs, name);
     if (!file) return fcs_status::no_such_file;
-    if (file->data.size() < cfgtable::record_bytes) return fcs_status::not_in_table;
-
-    out->entry = load<_cfg_file_entry_t>(file->data.data());
-    const ftbl_file_entry_t* known = vfs::find_by_name(name);
-    if (!known) return fcs_status::not_in_table;
-    out->attributes = known->attributes;
-    out->maxSize = known->maxSize;
-    return fcs_status::ok;
+    return cfgtable::attributes_of(*file, name, *out);
 }
 
 std::uint32_t getFirstFileInRoot(void* handle, char* out)
 {
-    FcsHandle* fcs = open(handle);
+    FcsHandle* fcs = open_handle(handle);
     if (!fcs) return fcs_status::null_handle;
     if (!out) return fcs_status::null_pointer;
     const IFile* const first = cfgtable::begin_walk(*fcs->iterator);
@@ -194,7 +196,7 @@ std::uint32_t getFirstFileInRoot(void* handle, char* out)
 
 std::uint32_t getNextFile(void* handle, char* out)
 {
-    FcsHandle* fcs = open(handle);
+    FcsHandle* fcs = open_handle(handle);
     if (!fcs) return fcs_status::null_handle;
     if (!out) return fcs_status::null_pointer;
     return hand_out(cfgtable::next_of_walk(*fcs->iterator), out);
@@ -202,7 +204,7 @@ std::uint32_t getNextFile(void* handle, char* out)
 
 std::uint32_t flush(void* handle, void* buffer, std::uint32_t* length)
 {
-    FcsHandle* fcs = open(handle);
+    FcsHandle* fcs = open_handle(handle);
     if (!fcs) return fcs_status::null_handle;
     if (!length) return fcs_status::null_pointer;
     return cfgtable::write_table(*fcs->root, buffer, *length);

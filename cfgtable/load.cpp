@@ -60,7 +60,9 @@ std::uint32_t sort_files(std::vector<found_file>& files, std::uint32_t end)
     return end;
 }
 
-bool add_file(void* handle, const table_bytes& table, const found_file& file, std::vector<char>& image)
+// Into a tree that held nothing, a file goes without a search: the table has its name once, and the file table knows
+// its number. One without a number, and one for a tree that had files before, is checked like any other.
+bool add_file(void* handle, bool to_empty, const table_bytes& table, const found_file& file, std::vector<char>& image)
 {
     const char* at = table.bytes + cfgtable::record_at(file.record);
     const _cfg_file_entry_t record = table.record(file.record);
@@ -71,7 +73,11 @@ bool add_file(void* handle, const table_bytes& table, const found_file& file, st
     }
     char name[YFS_FTBL_NAME_LENGTH + 1] = {}; // the field of the entry may lack a terminator
     file.name.copy(name, YFS_FTBL_NAME_LENGTH);
-    return addNewFile(handle, "", name, image.data(), low16(image.size()), false) == fcs_status::ok;
+    const std::uint32_t length = low16(image.size());
+    if (to_empty && record.fileno != 0) {
+        return cfgtable::insert_file(*cfgtable::open_handle(handle), image.data(), length, name) == fcs_status::ok;
+    }
+    return addNewFile(handle, "", name, image.data(), length, false) == fcs_status::ok;
 }
 
 } // namespace
@@ -87,8 +93,10 @@ bool loadDataFromFcsBuffer(void* handle, const void* buffer, std::uint32_t lengt
     const std::uint32_t bad = find_files(table, count, files);
     const std::uint32_t end = sort_files(files, bad);
 
+    const cfgtable::FcsHandle* const fcs = cfgtable::open_handle(handle);
+    const bool to_empty = fcs && fcs->root->children.empty();
     std::vector<char> image;
     for (const found_file& file : files)
-        if (file.record < end && !add_file(handle, table, file, image)) return false;
+        if (file.record < end && !add_file(handle, to_empty, table, file, image)) return false;
     return end == count; // what came before a bad record stays
 }

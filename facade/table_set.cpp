@@ -1,5 +1,6 @@
 // A table in its two forms, kept in step: a tree behind a handle, and a list of entries whose data the host can reach.
 // The list owns its entries; the tree has copies of its own.
+#include "cfgtable/cfgtable_internal.h"
 #include "facade/facade_internal.h"
 #include "facade/name_index.h"
 
@@ -151,23 +152,15 @@ static bool bring_in_file_table()
     });
 }
 
-// Fetches the payload of `entry` out of the tree. False, and reported.
-static bool fetch_data(void* handle, FcsFileEntry& entry)
+// Fetches the payload of `entry` out of its node in the tree. False, and reported.
+static bool fetch_data(const image_editor::IFile& file, FcsFileEntry& entry)
 {
-    const std::uint32_t size = entry.size;
-    const image_bytes image(record_bytes + std::size_t{size});
-    owned_bytes data(static_cast<std::uint8_t*>(std::malloc(std::max(size, 1U)))); // filled below
-    if (image.get() == nullptr || data == nullptr) {
+    owned_bytes data(static_cast<std::uint8_t*>(std::malloc(entry.size)));
+    if (data == nullptr) {
         report(yfs_error_out_of_memory);
         return false;
     }
-    std::uint32_t length = record_bytes + size;
-    const std::uint32_t status = getFileData(handle, entry.name, image.get(), &length);
-    if (status != fcs_status::ok) {
-        setLibError(yfs_error_get_fcs_file, status);
-        return false;
-    }
-    if (yeYfsMemCpy(data.get(), size, image.get() + record_bytes, size) != 0) return false;
+    if (yeYfsMemCpy(data.get(), entry.size, file.data.data() + record_bytes, entry.size) != 0) return false;
     entry.data = data.release();
     return true;
 }
@@ -190,7 +183,9 @@ static bool list_files(FcsTable& table, bool loadData)
             setLibError(yfs_error_get_fcs_file, status);
             return false;
         }
-        status = getFileAttributes(table.handle, entry->name, entry.get());
+        // The walk stands at the file: that spares a search by its name.
+        const image_editor::IFile* const file = cfgtable::file_at_walk(table.handle);
+        status = file == nullptr ? fcs_status::no_such_file : cfgtable::attributes_of(*file, entry->name, *entry);
         if (status != fcs_status::ok) {
             yeYfsFreeFcsTable(table);
             setLibError(yfs_error_get_fcs_attributes, status);
@@ -198,7 +193,7 @@ static bool list_files(FcsTable& table, bool loadData)
         }
         entry->size = entry->entry.size;
         entry->available = entry->entry.flags & 1U;
-        if (loadData && entry->available != 0 && entry->size != 0 && !fetch_data(table.handle, *entry)) return false;
+        if (loadData && entry->available != 0 && entry->size != 0 && !fetch_data(*file, *entry)) return false;
         append(table, entry.release());
     }
 }

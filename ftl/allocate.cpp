@@ -2,6 +2,7 @@
 // that the caller is asked once to flush, so that a reclaim finds everything allocated so far on flash.
 #include "ftl/flash_io.h"
 #include "ftl/group_table.h"
+#include "ftl/next_slot.h"
 
 namespace yfs::ftl {
 
@@ -23,48 +24,50 @@ static std::uint32_t open_next_group(afs_context& ctx)
 static std::uint32_t look_at_slot(const afs_context& ctx, std::uint32_t pos, bool& free)
 {
     free = false;
-    if (ctx.alloc_map == nullptr || pos >= ctx.chunks || chunk_in_use(ctx, pos)) return afs_status::ok;
+    if (ctx.alloc_map == nullptr || pos >= ctx.chunks || ((ctx.alloc_map[pos >> 5] >> (pos & 31U)) & 1U) != 0) {
+        return afs_status::ok;
+    }
     const std::uint32_t owner = owner_or_none(ctx, pos / data_slots);
     free = owner != none;
     if (!free || ctx.ftl->alloc_check_flash == 0) return afs_status::ok;
 
     // A trimmed page has a clear bit and a record that isn't blank: it is dead until its EU is reclaimed.
-    std::uint8_t record = data_rec_complete; // a read that brings nothing must not make the slot look free
-    if (!read_flash(eu_at(ctx, owner) + data_record_at(pos % data_slots), sizeof record, &record)) {
-        return afs_status::failed;
-    }
-    free = record == data_rec_free;
+    std::uint8_t byte = data_rec_complete; // a read that brings nothing must not make the slot look free
+    const std::uint8_t* const record =
+        chip::look(eu_at(ctx, owner) + data_record_at(pos % data_slots), sizeof byte, &byte);
+    if (record == nullptr) return afs_status::failed;
+    free = *record == data_rec_free;
     return afs_status::ok;
+}
+
+std::uint32_t search_free_page(afs_context& ctx, std::uint16_t& cid)
+{
+    ftl_context& ftl = *ctx.ftl;
+    if (ftl.alloc_next == none) {
+        if (const std::uint32_t status = open_next_group(ctx); status != afs_status::ok) return status;
+    }
+    if (ctx.chunks == 0) return afs_status::no_space;
+
+    std::uint32_t tried = 0;
+    while (true) {
+        if (ftl.alloc_next == ftl.alloc_end) {
+            if (const std::uint32_t status = open_next_group(ctx); status != afs_status::ok) return status;
+        }
+        const std::uint32_t pos = ftl.alloc_next;
+        bool free = false;
+        if (const std::uint32_t status = look_at_slot(ctx, pos, free); status != afs_status::ok) return status;
+        ftl.alloc_next = pos + 1;
+        if (free) {
+            cid = low16(ctx.files + pos);
+            return afs_status::ok;
+        }
+        if (++tried == ctx.chunks) return afs_status::no_space;
+    }
 }
 
 } // namespace yfs::ftl
 
 uint32_t afs_physical_ftl_allocate_page(struct afs_context* ctx, uint16_t* cid)
 {
-    using namespace yfs::ftl;
-    ftl_context& ftl = *ctx->ftl;
-    if (ftl.alloc_next == none) {
-        if (const uint32_t status = open_next_group(*ctx); status != afs_status::ok) return status;
-    }
-    if (ctx->chunks == 0) return afs_status::no_space;
-
-    uint32_t pos = ftl.alloc_next;
-    uint32_t tried = 0;
-    while (true) {
-        if (pos == ftl.alloc_end) {
-            if (const uint32_t status = open_next_group(*ctx); status != afs_status::ok) return status;
-            pos = ftl.alloc_next;
-        }
-        bool free = false;
-        if (const uint32_t status = look_at_slot(*ctx, pos, free); status != afs_status::ok) return status;
-        if (free) {
-            *cid = yfs::low16(ctx->files + pos);
-            ftl.alloc_next = pos + 1;
-            return afs_status::ok;
-        }
-        ++pos;
-        ++tried;
-        ftl.alloc_next = pos;
-        if (tried == ctx->chunks) return afs_status::no_space;
-    }
+    return yfs::ftl::allocate_page(*ctx, *cid);
 }

@@ -122,6 +122,10 @@ struct page_window {
 std::uint32_t read_data_run(const afs_context& ctx, std::uint32_t va, std::uint32_t count, std::uint8_t* scratch,
                             page_window out);
 
+// The free chunk from the cursor on: the whole of afs_physical_ftl_allocate_page, of which allocate_page in next_slot.h
+// is the short way.
+std::uint32_t search_free_page(afs_context& ctx, std::uint16_t& cid);
+
 // Gives up `count` data pages from the one with `index` on: a change in memory only.
 void trim_data_pages(afs_context& ctx, std::uint32_t index, std::uint32_t count);
 

@@ -16,15 +16,20 @@ inline std::uint16_t base_page_of(const afs_context& ctx, std::uint32_t group)
     return low16(fat_pages(ctx) + data_slots * group);
 }
 
+// The EU that the table tells, or `none`.
+inline std::uint32_t listed_owner(const afs_context& ctx, std::uint32_t group)
+{
+    const ftl_context& ftl = *ctx.ftl;
+    if (group >= sizeof ftl.group_owner) return none;
+    const std::uint8_t eu = ftl.group_owner[group];
+    return eu < ftl.eu_count && ftl.eu_table[eu].base_page == base_page_of(ctx, group) ? eu : none;
+}
+
 // The EU that holds a group, or `none`.
 inline std::uint32_t owner_or_none(const afs_context& ctx, std::uint32_t group)
 {
-    const ftl_context& ftl = *ctx.ftl;
-    if (group < sizeof ftl.group_owner) {
-        const std::uint8_t eu = ftl.group_owner[group];
-        if (eu < ftl.eu_count && ftl.eu_table[eu].base_page == base_page_of(ctx, group)) return eu;
-    }
-    return scan_for_owner(ctx, group);
+    const std::uint32_t listed = listed_owner(ctx, group);
+    return listed != none ? listed : scan_for_owner(ctx, group);
 }
 
 // The same, but EU 0 for `none`: the CRC of the page that is read there decides.

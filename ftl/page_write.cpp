@@ -27,7 +27,7 @@ static std::uint32_t find_log_slot(afs_context& ctx)
 }
 
 // A cut before the commit leaves a torn slot, and the older copy stays in force; after it the new copy is.
-static std::uint32_t write_log_page(afs_context& ctx, std::uint16_t page, const void* data)
+static std::uint32_t write_log_page(afs_context& ctx, std::uint16_t page, const std::uint8_t* data, le16 crc)
 {
     ftl_context& ftl = *ctx.ftl;
     if (page >= mapped_pages(ctx)) return afs_status::failed;
@@ -38,7 +38,7 @@ static std::uint32_t write_log_page(afs_context& ctx, std::uint16_t page, const 
     const le16 record = log_record(ftl.last_page, page);
     log.free = 0;
     if (!eu.write_verified(log_record_at(ftl.log_slot), record) ||
-        !eu.write_verified(log_frame_at(ftl.log_slot), make_frame(data, page)) ||
+        !eu.write_frame(log_frame_at(ftl.log_slot), data, crc) ||
         // COMMIT: before this byte the slot doesn't exist for a mount, after it the slot is in force.
         (!eu.write_verified(log_commit_at(ftl.log_slot), log_commit_byte) && !is_committed(ctx))) {
         pass_damaged_slot(ctx);
@@ -56,7 +56,7 @@ static std::uint32_t write_log_page(afs_context& ctx, std::uint16_t page, const 
 
 // A data slot is written once between two reclaims. A cut leaves a dead slot; the FAT decides whether a complete page
 // counts, so nothing is lost by it.
-static std::uint32_t write_data_page(afs_context& ctx, std::uint32_t index, std::uint32_t page, const void* data)
+static std::uint32_t write_data_page(afs_context& ctx, std::uint32_t index, const std::uint8_t* data, le16 crc)
 {
     ftl_context& ftl = *ctx.ftl;
     if (ctx.alloc_map == nullptr || index >= ctx.chunks) return afs_status::failed;
@@ -76,7 +76,7 @@ static std::uint32_t write_data_page(afs_context& ctx, std::uint32_t index, std:
         return afs_status::failed;
     }
     --ftl.eu_table[owner].free;
-    if (!eu.write_verified(data_frame_at(slot), make_frame(data, page))) return afs_status::failed;
+    if (!eu.write_frame(data_frame_at(slot), data, crc)) return afs_status::failed;
     if (!eu.write_verified(data_record_at(slot), data_rec_complete)) return afs_status::failed;
 
     ctx.alloc_map[index >> 5] |= 1U << (index & 31U);
@@ -132,8 +132,10 @@ uint32_t afs_physical_ftl_write_page(struct afs_context* ctx, uint32_t va, uint3
     using namespace yfs::ftl;
     const uint32_t page = va / page_bytes;
     if (ctx->ftl == nullptr) return afs_status::invalid; // not mounted
-    if (is_fat_page(*ctx, va)) return write_log_page(*ctx, yfs::low16(page), buf);
-    return write_data_page(*ctx, (va - ctx->fat_size) / page_bytes, page, buf);
+    const auto* const data = static_cast<const std::uint8_t*>(buf);
+    const yfs::le16 crc = page_crc(data, page);
+    if (is_fat_page(*ctx, va)) return write_log_page(*ctx, yfs::low16(page), data, crc);
+    return write_data_page(*ctx, (va - ctx->fat_size) / page_bytes, data, crc);
 }
 
 uint32_t afs_physical_ftl_trim_page(struct afs_context* ctx, uint32_t va, uint32_t /*len*/, uint32_t /*flash_base*/)

@@ -21,10 +21,10 @@ bool is_of_kind(const ftl_context& ftl, std::uint32_t eu, std::uint32_t kind)
 std::uint32_t find_open_eu(const ftl_context& ftl, std::uint32_t kind)
 {
     std::uint32_t found = none;
-    std::uint32_t oldest = 0;
+    std::uint64_t oldest = UINT64_MAX;
     for (std::uint32_t eu = 0; eu < ftl.eu_count; ++eu) {
         const ftl_eu_entry& entry = ftl.eu_table[eu];
-        if (entry.free == 0 || (found != none && entry.seq >= oldest) || !is_of_kind(ftl, eu, kind)) continue;
+        if (entry.free == 0 || entry.seq >= oldest || !is_of_kind(ftl, eu, kind)) continue;
         found = eu;
         oldest = entry.seq;
     }
