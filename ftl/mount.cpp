@@ -44,16 +44,10 @@ bool crc_matches_with(const eu_header_t& header, std::uint32_t magic)
 bool is_valid(const eu_header_t& header)
 {
     if (header.seq == 0 || header.erase_count == 0) return false;
-    switch (header.magic) {
-    case eu_magic:
-        return crc_matches_with(header, eu_magic);
-    case eu_magic_old:
-        return crc_matches_with(header, eu_magic_old) || crc_matches_with(header, eu_magic);
-    case eu_magic_alt:
-        return crc_matches_with(header, eu_magic);
-    default:
-        return false;
-    }
+    const std::uint32_t magic = header.magic;
+    if (magic == eu_magic_old && crc_matches_with(header, eu_magic_old)) return true;
+    const bool accepted = magic == eu_magic || magic == eu_magic_old || magic == eu_magic_alt;
+    return accepted && crc_matches_with(header, eu_magic);
 }
 
 // A given-up header keeps its CRC, which was taken while its magic stood.
