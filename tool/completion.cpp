@@ -56,9 +56,12 @@ std::string bash_script(const verb_word& root)
 {
     std::string text = "# Completion of yfs for bash.\n_yfs()\n{\n"
                        "    local current=${COMP_WORDS[COMP_CWORD]} verb='' word i verbs='' options='' stored=''\n"
-                       "    local -A known=()\n";
+                       "    local -A known=()\n"
+                       "    local -a from=()\n";
     text += fmt::format("    for word in{}; do known[$word]=1; done\n", quoted_paths(root));
     text += "    for ((i = 1; i < COMP_CWORD; ++i)); do\n"
+            "        case ${COMP_WORDS[i - 1]} in --set | -i | --image) from+=(\"${COMP_WORDS[i - 1]}\" "
+            "\"${COMP_WORDS[i]}\") ;; esac\n"
             "        word=\"${verb:+$verb }${COMP_WORDS[i]}\"\n"
             "        [ -n \"${known[$word]}\" ] && verb=$word\n"
             "    done\n"
@@ -68,13 +71,18 @@ std::string bash_script(const verb_word& root)
                             option_names(*verb), verb->takes_stored_path ? " stored=1" : "");
     }
     text += "    esac\n"
+            "    case ${COMP_WORDS[COMP_CWORD - 1]} in\n"
+            "    --set | -i | --image | --ftbl | -o | --output) verbs='' stored='' ;;\n"
+            "    esac\n"
             "    if [[ $current == -* ]]; then\n"
             "        COMPREPLY=($(compgen -W \"$options\" -- \"$current\"))\n"
             "    elif [ -n \"$verbs\" ]; then\n"
             "        COMPREPLY=($(compgen -W \"$verbs\" -- \"$current\"))\n"
             "    else\n"
             "        COMPREPLY=($(compgen -f -- \"$current\"))\n"
-            "        [ -n \"$stored\" ] && COMPREPLY+=($(compgen -W \"$(yfs ls 2>/dev/null)\" -- \"$current\"))\n"
+            "        [ -z \"$stored\" ] && return\n"
+            "        stored=$(yfs ls \"${from[@]}\" 2>/dev/null)\n"
+            "        COMPREPLY+=($(compgen -W \"$stored ${stored//\\/home\\//}\" -- \"$current\"))\n"
             "    fi\n"
             "}\n"
             "complete -o filenames -F _yfs yfs\n";
@@ -116,7 +124,8 @@ std::string zsh_script(const verb_word& root)
             "    elif (( $#verbs )); then\n"
             "        _describe verb verbs\n"
             "    else\n"
-            "        [[ -n $stored ]] && compadd -- ${(f)\"$(yfs ls 2>/dev/null)\"}\n"
+            "        local -a paths=(${(f)\"$(yfs ls 2>/dev/null)\"})\n"
+            "        [[ -n $stored ]] && compadd -- $paths ${paths#/home/}\n"
             "        _files\n"
             "    fi\n"
             "}\n"
