@@ -122,6 +122,22 @@ TEST(Run, BeginsAnewAndKeepsTheFileTableInForce)
     EXPECT_EQ(host::state(), 0);
 }
 
+// A run without a volume mustn't reach into the buffer of the one before it, whose host may have freed it.
+TEST(Run, LetsGoOfTheFormerVolume)
+{
+    host first({{a, blob{1}, {}, blob{4, 4}}, deployed}), second({{a, blob{2}, blob{3}}, deployed});
+    second.yfs.clear();
+    EXPECT_EQ(first.init(), 1);
+    EXPECT_EQ(value_of(a), (blob{4, 4}));
+    EXPECT_EQ(second.init(), 1);
+    EXPECT_EQ(value_of(a), blob{3});
+    const blob before = first.yfs;
+    EXPECT_TRUE(set_value(a, blob{9}));
+    EXPECT_EQ(yeYfsNvarTerm(1), 1);
+    EXPECT_EQ(first.yfs, before);
+    EXPECT_EQ(host::state(), 1);
+}
+
 TEST(Run, ServesValuesAndBuildsATableOfAllAvailableOnes)
 {
     host run({{a, blob{1}, blob{2, 3}},
