@@ -3,6 +3,8 @@
 #include "afs/line_order.h"
 #include "frame/memory.h"
 
+#include <cstring>
+
 namespace yfs::afs {
 
 namespace {
@@ -13,11 +15,12 @@ std::uint8_t* bytes_of(const afs_context& ctx, std::uint16_t line)
 }
 
 // A chunk that the allocator of the translation layer has just given is in no file yet. Such a page reads as zeros, for
-// which that layer looks at no flash.
-bool fresh_is_zeros(const afs_context& ctx)
+// which that layer looks at no flash; unless a program has made another thing of the map.
+bool fresh_is_zeros(const afs_context& ctx, std::uint16_t page)
 {
     return ctx.ftl_allocator == 1 && ctx.no_alloc_map == 0 &&
-           ctx.handler->read_page == afs_physical_spi_handler.read_page;
+           ctx.handler->read_page == afs_physical_spi_handler.read_page &&
+           !chunk_in_use(ctx, (page * line_bytes - ctx.fat_size) / line_bytes);
 }
 
 std::uint32_t write_line(afs_context& ctx, std::uint16_t line)
@@ -43,7 +46,9 @@ std::uint32_t fetch_line(afs_context& ctx, std::uint16_t page, std::uint8_t*& by
         if (const std::uint32_t status = write_line(ctx, line); status != afs_status::ok) return status;
     }
     std::uint8_t* const at = bytes_of(ctx, line);
-    if (use == line_use::as_it_is || !fresh_is_zeros(ctx)) {
+    if (use == line_use::fresh_chunk && fresh_is_zeros(ctx, page)) {
+        std::memset(at, 0, line_bytes);
+    } else {
         const std::uint32_t status = ctx.handler->read_page(&ctx, page * line_bytes, line_bytes, at, ctx.flash_base);
         if (status != afs_status::ok) return status;
     }
