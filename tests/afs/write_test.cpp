@@ -1,4 +1,6 @@
 // Changing files: what becomes of contents and chain, and what a failure leaves.
+#include "afs/chain_step.h"
+#include "ftl/ftl_internal.h"
 #include "tests/afs/afs_bench.h"
 
 namespace yfs::test::afs_write {
@@ -48,6 +50,22 @@ TEST(AfsWrite, WithoutMemory)
     fail_allocation(0);
     EXPECT_EQ(n, 4U); // the links and two reclaims
     EXPECT_TRUE(b.reopen() == 0 && b.read(file) == bytes(400, 9));
+}
+
+// A program has made a chain of a chunk that is free, and the write is given the same one: what stood in the line of
+// the cache before must not get into it.
+TEST(AfsWrite, AChainOfAFreeChunkShowsNothingOfOthers)
+{
+    bench b(volume(6, 3, 100));
+    ASSERT_EQ(b.open(0x25, 4), 0U);
+    ASSERT_EQ(b.write(8, 0, content(6400, 0xA5)), 0U);
+    std::uint16_t cid = 0;
+    ASSERT_EQ(afs_allocate_chunk(&b.ctx, &cid), 0U); // given, and not used: it is given once more
+    b.ctx.ftl->alloc_next = cid - b.ctx.files;
+    ASSERT_EQ(afs::write_fat_entry(b.ctx, file, cid) + afs::write_fat_entry(b.ctx, cid, 48), 0U);
+    EXPECT_EQ(b.write(file, 50, content(4, 0x11)), 0U);
+    const std::string all(b.image.begin(), b.image.end());
+    EXPECT_NE(all.find(std::string(50, '\0') + std::string(4, '\x11') + std::string(10, '\0')), std::string::npos);
 }
 
 TEST(AfsWrite, PlainSearchWithoutTheFtl)
