@@ -1,8 +1,8 @@
 // What the files of this folder share: geometry of a mounted volume, FAT access, limits.
 #pragma once
 
-#include "afs/chunk_bits.h"
 #include "afs/volume_layout.h"
+#include "ftl/chunk_bits.h"
 #include "yfs/afs.h"
 #include "yfs/status.h"
 
@@ -61,18 +61,6 @@ inline std::uint32_t map_words(const afs_context& ctx)
     return ctx.chunks / 32U + 1;
 }
 
-inline bool chunk_in_use(const afs_context& ctx, std::uint32_t index)
-{
-    return ctx.alloc_map != nullptr && index <= ctx.chunks && bit_is_set(ctx.alloc_map, index);
-}
-
-// How many chunks from `index` on are in use without a gap, as far as `most`.
-inline std::uint32_t in_use_ahead(const afs_context& ctx, std::uint32_t index, std::uint32_t most)
-{
-    if (ctx.alloc_map == nullptr) return 0;
-    return set_ahead(ctx.alloc_map, index, std::min(most, index <= ctx.chunks ? ctx.chunks + 1U - index : 0));
-}
-
 // 22 unless `file` names a file head of an open volume.
 inline bool is_file_number(const afs_context* ctx, std::int32_t file)
 {
@@ -82,12 +70,8 @@ inline bool is_file_number(const afs_context* ctx, std::int32_t file)
 inline constexpr std::uint16_t line_valid = 0x1; // in the link of a line,
 inline constexpr std::uint16_t line_dirty = 0x2; // beside it
 
-// What a line is wanted for: its bytes as the flash has them, or a chunk that the allocator has just given and that is
-// overwritten as a whole, so that zeros need not be laid there first.
-enum class line_use { as_it_is, fresh_chunk };
-
 // The bytes of the line with `page`, which becomes the most recently used. 0 | the cache's status.
-std::uint32_t fetch_line(afs_context& ctx, std::uint16_t page, std::uint8_t*& bytes, line_use use = line_use::as_it_is);
+std::uint32_t fetch_line(afs_context& ctx, std::uint16_t page, std::uint8_t*& bytes);
 
 // A pointer to the byte at `va` in its cache line. 0 | the cache's status.
 inline std::uint32_t cache_at(afs_context& ctx, std::uint32_t va, std::uint8_t*& byte)

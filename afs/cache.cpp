@@ -1,57 +1,22 @@
 // The page cache: write-back, one list of lines from the most to the least recently used. Dirty lines reach flash in
 // order of last use, oldest first; a file's commit rests on that order.
-#include "afs/line_order.h"
+#include "afs/cache_miss.h"
 #include "frame/memory.h"
-
-#include <cstring>
 
 namespace yfs::afs {
 
-namespace {
-
-std::uint8_t* bytes_of(const afs_context& ctx, std::uint16_t line)
+std::uint32_t fetch_line(afs_context& ctx, std::uint16_t page, std::uint8_t*& bytes)
 {
-    return ctx.cache_data + std::size_t{line} * line_bytes;
-}
-
-// A chunk that the allocator of the translation layer has just given is in no file yet. Such a page reads as zeros, for
-// which that layer looks at no flash; unless a program has made another thing of the map.
-bool fresh_is_zeros(const afs_context& ctx, std::uint16_t page)
-{
-    return ctx.ftl_allocator == 1 && ctx.no_alloc_map == 0 &&
-           ctx.handler->read_page == afs_physical_spi_handler.read_page &&
-           !chunk_in_use(ctx, (page * line_bytes - ctx.fat_size) / line_bytes);
-}
-
-std::uint32_t write_line(afs_context& ctx, std::uint16_t line)
-{
-    const std::uint32_t va = ctx.line_table[line].page * line_bytes;
-    return ctx.handler->write_page(&ctx, va, line_bytes, bytes_of(ctx, line), ctx.flash_base);
-}
-
-} // namespace
-
-// A miss goes into the least recently used line, which is the most recent from then on, whatever comes of it.
-std::uint32_t fetch_line(afs_context& ctx, std::uint16_t page, std::uint8_t*& bytes, line_use use)
-{
-    const std::uint16_t hit = find_line(ctx, page);
-    if (hit != no_line) {
-        use_line(ctx, hit);
-        bytes = bytes_of(ctx, hit);
+    std::uint16_t line = find_line(ctx, page);
+    if (line != no_line) {
+        use_line(ctx, line);
+        bytes = bytes_of(ctx, line);
         return afs_status::ok;
     }
-    const std::uint16_t line = least_recent_line(ctx);
-    use_least_recent(ctx, line);
-    if (is_dirty(ctx.line_table[line])) {
-        if (const std::uint32_t status = write_line(ctx, line); status != afs_status::ok) return status;
-    }
+    if (const std::uint32_t status = make_room(ctx, line); status != afs_status::ok) return status;
     std::uint8_t* const at = bytes_of(ctx, line);
-    if (use == line_use::fresh_chunk && fresh_is_zeros(ctx, page)) {
-        std::memset(at, 0, line_bytes);
-    } else {
-        const std::uint32_t status = ctx.handler->read_page(&ctx, page * line_bytes, line_bytes, at, ctx.flash_base);
-        if (status != afs_status::ok) return status;
-    }
+    const std::uint32_t status = ctx.handler->read_page(&ctx, page * line_bytes, line_bytes, at, ctx.flash_base);
+    if (status != afs_status::ok) return status;
     give_line(ctx, line, page);
     bytes = at;
     return afs_status::ok;

@@ -1,8 +1,8 @@
 // Changing a file. No chunk of the old chain and no FAT entry that it depends on is touched until the new chunks stand
 // on flash; the switch is the one FAT page with the entry that points at them. Chunks are never rewritten: each chunk
 // with a changed byte is replaced by a new one.
+#include "afs/cache_miss.h"
 #include "afs/chain_step.h"
-#include "afs/line_order.h"
 #include "frame/memory.h"
 
 #include <algorithm>
@@ -20,7 +20,8 @@ struct rewrite {
     std::uint32_t len;
     std::uint32_t end;
     const std::uint8_t* source;
-    bool trunc; // the file ends at `end`
+    bool trunc;          // the file ends at `end`
+    bool fresh_is_zeros; // what a new chunk's line holds before it is filled
 
     lt_block<std::uint16_t> links;
     std::uint32_t nlinks = 0;
@@ -107,40 +108,65 @@ std::uint32_t fill_partly(rewrite& job, std::uint8_t* line)
     return afs_status::ok;
 }
 
-std::uint32_t fill_chunk(rewrite& job, std::uint8_t* line)
+// The entry that switches is that of the position before the first new chunk.
+void begin_change(rewrite& job)
 {
-    if (job.offset > job.pos || job.len - job.consumed < chunk_bytes) return fill_partly(job, line);
-    std::memcpy(line, job.source + job.consumed, chunk_bytes);
-    job.consumed += chunk_bytes;
-    return afs_status::ok;
+    if (job.nlinks != 0) return;
+    job.links[job.nlinks++] = job.prev;
+    job.old_first = job.cur;
 }
 
-// Puts a new chunk in the place of the position in hand, which is passed. It reaches flash by eviction or with the
+// Takes a new chunk for the position in hand, whose line the caller fills. It reaches flash by eviction or with the
 // flush.
-std::uint32_t replace_chunk(rewrite& job)
+template <fill how>
+std::uint32_t take_line(rewrite& job, std::uint16_t& line)
 {
-    if (job.nlinks == 0) job.old_first = job.cur;
     std::uint16_t fresh = 0;
     if (const auto status = take_chunk(job.ctx, fresh); status != afs_status::ok) return status;
-    if (job.nlinks == 0) job.links[job.nlinks++] = job.prev;
     job.links[job.nlinks++] = fresh;
-
-    std::uint8_t* bytes = nullptr;
     const std::uint16_t page = low16(chunk_va(job.ctx, fresh) / line_bytes); // the walk has shown that there is a cache
-    auto status = fetch_line(job.ctx, page, bytes, line_use::fresh_chunk);
-    if (status != afs_status::ok) return status;
-    const std::uint16_t line = job.ctx.cache_head;
-    status = fill_chunk(job, bytes);
+    return line_for_fresh_chunk<how>(job.ctx, page, job.fresh_is_zeros, line);
+}
+
+std::uint32_t replace_partly(rewrite& job)
+{
+    std::uint16_t line = 0;
+    if (const auto status = take_line<fill::partly>(job, line); status != afs_status::ok) return status;
+    const auto status = fill_partly(job, bytes_of(job.ctx, line));
     if (status != afs_status::ok) return status;
     line_was_written(job.ctx, line);
     step_on(job);
     return afs_status::ok;
 }
 
-// Behind the end of the old chain, where nothing of it is left to look at.
-bool another_whole_chunk(const rewrite& job)
+// How many positions from the one in hand on get whole new chunks and need no look at an entry: those behind the end of
+// the old chain, or those of a run of neighbours in it. The line used last holds the entry of the first.
+std::uint32_t whole_run(const rewrite& job)
 {
-    return job.cur == 0 && job.len - job.consumed >= chunk_bytes && job.offset <= job.pos;
+    if (job.offset > job.pos) return 0;
+    const std::uint32_t whole = (job.len - job.consumed) / chunk_bytes;
+    if (job.cur == 0) return whole;
+    return std::min(whole, std::max(neighbours_ahead(job.ctx, job.cur, whole), 1U));
+}
+
+// Replaces the chunks of such a run. The step from the first of them is taken already; a step from another is a use of
+// the line with the entries, as any step is.
+std::uint32_t replace_wholly(rewrite& job, std::uint32_t count)
+{
+    const std::uint16_t line_of_entries = job.ctx.cache_head;
+    while (true) {
+        std::uint16_t line = 0;
+        if (const auto status = take_line<fill::wholly>(job, line); status != afs_status::ok) return status;
+        std::memcpy(bytes_of(job.ctx, line), job.source + job.consumed, chunk_bytes);
+        job.consumed += chunk_bytes;
+        line_was_written(job.ctx, line);
+        step_on(job);
+        if (--count == 0) return afs_status::ok;
+        if (!is_chunk(job.cur)) continue;
+        job.next = job.cur;
+        step_to_neighbours(job.next, 1);
+        use_line(job.ctx, line_of_entries);
+    }
 }
 
 std::uint16_t bytes_in_last_chunk(std::uint32_t end)
@@ -188,17 +214,14 @@ std::uint32_t build_new_chunks(rewrite& job, outcome& result)
             step_on(job);
             continue;
         }
+        begin_change(job);
         if (ends_on_this_boundary(job)) {
-            if (job.nlinks == 0) {
-                job.links[job.nlinks++] = job.prev;
-                job.old_first = job.cur;
-            }
             result = end_truncation(job);
             return afs_status::ok;
         }
-        do {
-            if (const auto status = replace_chunk(job); status != afs_status::ok) return status;
-        } while (another_whole_chunk(job));
+        const std::uint32_t run = whole_run(job);
+        const auto status = run != 0 ? replace_wholly(job, run) : replace_partly(job);
+        if (status != afs_status::ok) return status;
     }
 }
 
@@ -303,6 +326,7 @@ uint32_t afs_writefile(afs_context* ctx, int32_t file, uint32_t offset, uint32_t
                 .end = end,
                 .source = static_cast<const uint8_t*>(buf),
                 .trunc = trunc,
+                .fresh_is_zeros = fresh_chunks_read_as_zeros(*ctx),
                 .links = {}};
     return rewrite_file(job);
 }

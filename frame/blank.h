@@ -14,6 +14,21 @@ inline bool is_blank(const std::uint8_t* bytes, std::size_t count)
     return count == 0 || (bytes[0] == erased && std::memcmp(bytes, bytes + 1, count - 1) == 0);
 }
 
+// The same for a few bytes whose number is known beforehand, without a call.
+template <std::size_t count>
+bool is_blank(const std::uint8_t* bytes)
+{
+    std::uint64_t all = ~std::uint64_t{0};
+    std::uint8_t rest = 0xFF;
+    std::size_t at = 0;
+    for (std::uint64_t word = 0; at + sizeof word <= count; at += sizeof word) {
+        std::memcpy(&word, bytes + at, sizeof word);
+        all &= word;
+    }
+    for (; at < count; ++at) rest &= bytes[at];
+    return all == ~std::uint64_t{0} && rest == 0xFF;
+}
+
 // An erase of `count` bytes. In pieces, which take the same time as the whole: what a C library does with longer ones
 // differs between machines, and so would the count of instructions.
 inline void lay_erased(std::uint8_t* bytes, std::size_t count)

@@ -54,6 +54,13 @@ std::uint32_t search_free_page(afs_context& ctx, std::uint16_t& cid)
             if (const std::uint32_t status = open_next_group(ctx); status != afs_status::ok) return status;
         }
         const std::uint32_t pos = ftl.alloc_next;
+        const std::uint32_t used = in_use_ahead(ctx, pos, std::min(ftl.alloc_end - pos, ctx.chunks - tried));
+        if (used != 0) {
+            ftl.alloc_next = pos + used;
+            tried += used;
+            if (tried == ctx.chunks) return afs_status::no_space;
+            continue;
+        }
         bool free = false;
         if (const std::uint32_t status = look_at_slot(ctx, pos, free); status != afs_status::ok) return status;
         ftl.alloc_next = pos + 1;

@@ -3,8 +3,6 @@
 #include "ftl/flash_io.h"
 #include "ftl/ftl_internal.h"
 
-#include <bit>
-
 namespace yfs::ftl {
 
 namespace {
@@ -19,24 +17,6 @@ bool group_inside_volume(const afs_context& ctx, std::uint32_t eu)
 {
     const std::uint32_t base_page = ctx.ftl->eu_table[eu].base_page;
     return base_page >= fat_pages(ctx) && base_page - fat_pages(ctx) <= ctx.chunks;
-}
-
-// How many chunks from `index` on are in use if that one is, or aren't if it isn't; at most `most`. A word of the map
-// at a time.
-std::uint32_t alike_from(const afs_context& ctx, std::uint32_t index, std::uint32_t most)
-{
-    const bool used = chunk_in_use(ctx, index);
-    std::uint32_t count = 1;
-    while (count < most && index + count <= ctx.chunks && ctx.alloc_map != nullptr) {
-        const std::uint32_t at = index + count;
-        const std::uint32_t bits = (used ? ctx.alloc_map[at >> 5] : ~ctx.alloc_map[at >> 5]) >> (at & 31U);
-        const auto here = static_cast<std::uint32_t>(std::countr_one(bits));
-        count += here;
-        if ((at & 31U) + here < 32) return std::min(count, most);
-    }
-    // Behind the last chunk, and without a map, none is in use.
-    const bool rest_alike = !used;
-    return rest_alike ? most : std::min({count, most, ctx.chunks + 1U - std::min<std::uint32_t>(index, ctx.chunks)});
 }
 
 bool all_are(std::uint8_t record, const std::uint8_t* rec, std::uint32_t count)
@@ -57,12 +37,13 @@ std::uint32_t count_slots(afs_context& ctx, std::uint32_t eu, open_group& newest
     const std::uint32_t first = first_index(ctx, eu);
     std::uint32_t first_free = none;
     for (std::uint32_t k = 0, run = 0; k < data_slots; k += run) {
-        run = alike_from(ctx, first + k, data_slots - k);
-        if (chunk_in_use(ctx, first + k)) {
+        run = in_use_ahead(ctx, first + k, data_slots - k);
+        if (run != 0) {
             if (!all_are(data_rec_complete, rec + k, run)) return afs_status::failed;
             entry.dirty = low8(entry.dirty - run);
             continue;
         }
+        run = unused_ahead(ctx, first + k, data_slots - k);
         // What isn't blank is dead until a reclaim, and what lies behind the last chunk is never handed out.
         const std::uint32_t usable = first + k < ctx.chunks ? std::min<std::uint32_t>(run, ctx.chunks - first - k) : 0;
         const bool blank = all_are(data_rec_free, rec + k, usable);

@@ -2,6 +2,7 @@
 // allocation are made of; tests call them directly.
 #pragma once
 
+#include "ftl/chunk_bits.h"
 #include "ftl/eu_layout.h"
 #include "yfs/afs.h"
 #include "yfs/ftl.h"
@@ -49,12 +50,6 @@ inline std::uint32_t mapped_pages(const afs_context& ctx)
     return std::min(fat_pages(ctx), ctx.ftl->page_entries);
 }
 
-// One bit a chunk. The map has room for bits 0 to chunks; what lies beyond is never in use.
-inline bool chunk_in_use(const afs_context& ctx, std::uint32_t index)
-{
-    return ctx.alloc_map != nullptr && index <= ctx.chunks && ((ctx.alloc_map[index >> 5] >> (index & 31U)) & 1U) != 0;
-}
-
 inline bool is_data_eu(const ftl_context& ftl, std::uint32_t eu)
 {
     return ftl.eu_table[eu].base_page != 0;
@@ -78,8 +73,9 @@ struct data_place {
     std::uint32_t slot;
 };
 data_place find_data_page(const afs_context& ctx, std::uint32_t index);
-// To be called wherever the table's base_page changes.
+// To be called wherever the table's base_page changes; renew_owner where it does so for the EUs of one group alone.
 void forget_owners(ftl_context& ftl);
+void renew_owner(const afs_context& ctx, std::uint16_t base_page);
 
 // The record of a page that follows `last_page` in a log.
 std::uint16_t log_record(std::uint16_t last_page, std::uint16_t page);
@@ -133,6 +129,9 @@ void trim_data_pages(afs_context& ctx, std::uint32_t index, std::uint32_t count)
 // count * 66 bytes.
 std::uint32_t ftl_copy_pages(afs_context* ctx, std::uint32_t src_off, std::uint32_t dst_off, std::uint32_t slot,
                              std::uint32_t count, void* buf, void* check_buf, std::uint32_t first_page);
+// The second half of it: `frames` are the sound frames, in `buf` or where they stand on the flash.
+std::uint32_t put_copies(std::uint32_t eu_at, std::uint32_t slot, std::uint32_t count, const std::uint8_t* frames,
+                         std::uint8_t* buf, void* check_buf);
 
 std::uint32_t reclaim_eu_wrapper(afs_context* ctx, std::uint32_t kind);
 std::uint32_t choose_eu_to_reclaim(afs_context* ctx, std::uint32_t kind, bool allow_wear, std::uint32_t* mode,

@@ -33,7 +33,7 @@ bool count_blank_frames(const afs_context& ctx, std::uint32_t& count, std::uint8
         const std::uint8_t* const frames = chip::look(at, count * frame_size, buf);
         if (frames == nullptr) return false;
         std::uint32_t now = 0;
-        while (now < count && is_blank(frames + now * frame_size, frame_size)) ++now;
+        while (now < count && is_blank<frame_size>(frames + now * frame_size)) ++now;
         blank = std::max(blank, now);
     }
     count = blank;

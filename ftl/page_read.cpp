@@ -101,7 +101,7 @@ uint32_t afs_physical_ftl_read_page(struct afs_context* ctx, uint32_t va, uint32
         }
     } else {
         const uint32_t index = index_of(*ctx, va);
-        if (ctx->no_alloc_map != 0 || chunk_in_use(*ctx, index)) {
+        if (ctx->no_alloc_map != 0 || yfs::chunk_in_use(*ctx, index)) {
             const data_place place = find_data_page(*ctx, index);
             return read_frame(eu_at(*ctx, place.eu) + data_frame_at(place.slot), page, buf);
         }
@@ -116,6 +116,6 @@ uint32_t afs_physical_ftl_read_data_pages(struct afs_context* ctx, void* buf, ui
     if (ctx == nullptr || va < ctx->fat_size) return afs_status::failed;
     if (ctx->ftl == nullptr) return afs_status::invalid; // not mounted
     auto* const bytes = static_cast<uint8_t*>(buf);
-    const bool zeros = ctx->no_alloc_map == 0 && !chunk_in_use(*ctx, index_of(*ctx, va));
+    const bool zeros = ctx->no_alloc_map == 0 && !yfs::chunk_in_use(*ctx, index_of(*ctx, va));
     return read_data_run(*ctx, va, count, bytes, {bytes, 0, page_bytes * (zeros ? 1 : count)});
 }

@@ -27,9 +27,10 @@ static std::uint32_t find_log_slot(afs_context& ctx)
 }
 
 // A cut before the commit leaves a torn slot, and the older copy stays in force; after it the new copy is.
-static std::uint32_t write_log_page(afs_context& ctx, std::uint16_t page, const std::uint8_t* data, le16 crc)
+static std::uint32_t write_log_page(afs_context& ctx, std::uint16_t page, const std::uint8_t* data)
 {
     ftl_context& ftl = *ctx.ftl;
+    const le16 crc = page_crc(data, page);
     if (page >= mapped_pages(ctx)) return afs_status::failed;
     if (const std::uint32_t status = find_log_slot(ctx); status != afs_status::ok) return status;
 
@@ -56,12 +57,15 @@ static std::uint32_t write_log_page(afs_context& ctx, std::uint16_t page, const 
 
 // A data slot is written once between two reclaims. A cut leaves a dead slot; the FAT decides whether a complete page
 // counts, so nothing is lost by it.
-static std::uint32_t write_data_page(afs_context& ctx, std::uint32_t index, const std::uint8_t* data, le16 crc)
+static std::uint32_t write_data_page(afs_context& ctx, std::uint32_t page, const std::uint8_t* data)
 {
     ftl_context& ftl = *ctx.ftl;
+    const le16 crc = page_crc(data, page);
+    const std::uint32_t index = page - fat_pages(ctx);
     if (ctx.alloc_map == nullptr || index >= ctx.chunks) return afs_status::failed;
     const std::uint32_t owner = owner_or_none(ctx, index / data_slots);
     if (owner == none) return afs_status::failed;
+    ftl_eu_entry& entry = ftl.eu_table[owner];
     const std::uint32_t slot = index % data_slots;
     const unit_access eu(eu_at(ctx, owner));
     std::uint8_t record = data_rec_complete; // a read that brings nothing must not make the slot look free
@@ -72,15 +76,15 @@ static std::uint32_t write_data_page(afs_context& ctx, std::uint32_t index, cons
         // one with room until the next mount.
         ftl.alloc_check_flash = 1;
         record = data_rec_begun;
-        if (!eu.read(data_record_at(slot), record) || record != data_rec_free) --ftl.eu_table[owner].free;
+        if (!eu.read(data_record_at(slot), record) || record != data_rec_free) --entry.free;
         return afs_status::failed;
     }
-    --ftl.eu_table[owner].free;
+    --entry.free;
     if (!eu.write_frame(data_frame_at(slot), data, crc)) return afs_status::failed;
     if (!eu.write_verified(data_record_at(slot), data_rec_complete)) return afs_status::failed;
 
     ctx.alloc_map[index >> 5] |= 1U << (index & 31U);
-    --ftl.eu_table[owner].dirty;
+    --entry.dirty;
     return afs_status::ok;
 }
 
@@ -94,17 +98,30 @@ static void trim_fat_page(const afs_context& ctx, std::uint32_t page)
     entry = {not_mapped, not_mapped};
 }
 
+// A group's chunks at a time.
 void trim_data_pages(afs_context& ctx, std::uint32_t index, std::uint32_t count)
 {
     ftl_context& ftl = *ctx.ftl;
     const std::uint32_t open_group = ftl.alloc_next / data_slots;
-    for (; count != 0; ++index, --count) {
+    for (std::uint32_t here = 0; count != 0; index += here, count -= here) {
         const std::uint32_t group = index / data_slots;
+        here = std::min(count, data_slots - index % data_slots);
         if (group == open_group) ftl.alloc_check_flash = 1;
-        if (!chunk_in_use(ctx, index)) continue;
-        ctx.alloc_map[index >> 5] &= ~(1U << (index & 31U));
-        if (const std::uint32_t owner = owner_or_none(ctx, group); owner != none) ++ftl.eu_table[owner].dirty;
+        const std::uint32_t trimmed = clear_in_use(ctx, index, here);
+        if (trimmed == 0) continue;
+        const std::uint32_t owner = owner_or_none(ctx, group);
+        if (owner != none) ftl.eu_table[owner].dirty = low8(ftl.eu_table[owner].dirty + trimmed);
     }
+}
+
+std::uint32_t put_copies(std::uint32_t eu_at, std::uint32_t slot, std::uint32_t count, const std::uint8_t* frames,
+                         std::uint8_t* buf, void* check_buf)
+{
+    if (!write_verified(eu_at + data_frame_at(slot), count * frame_size, frames, check_buf)) return afs_status::failed;
+    // Nothing refers to the copies before the hand-over, so their records go straight to complete.
+    std::memset(buf, data_rec_complete, count);
+    if (!write_verified(eu_at + data_record_at(slot), count, buf, check_buf)) return afs_status::failed;
+    return afs_status::ok;
 }
 
 std::uint32_t ftl_copy_pages(afs_context* ctx, std::uint32_t src_off, std::uint32_t dst_off, std::uint32_t slot,
@@ -112,16 +129,10 @@ std::uint32_t ftl_copy_pages(afs_context* ctx, std::uint32_t src_off, std::uint3
 {
     auto* bytes = static_cast<std::uint8_t*>(buf);
     const std::uint32_t from = ctx->flash_base + src_off;
-    const std::uint32_t to = ctx->flash_base + dst_off;
     const std::uint8_t* const frames = look_at_checked_frames(from + data_frame_at(slot), count, bytes,
                                                               [first_page](std::uint32_t i) { return first_page + i; });
     if (frames == nullptr) return afs_status::failed;
-    if (!write_verified(to + data_frame_at(slot), count * frame_size, frames, check_buf)) return afs_status::failed;
-
-    // Nothing refers to the copies before the hand-over, so their records go straight to complete.
-    std::memset(bytes, data_rec_complete, count);
-    if (!write_verified(to + data_record_at(slot), count, bytes, check_buf)) return afs_status::failed;
-    return afs_status::ok;
+    return put_copies(ctx->flash_base + dst_off, slot, count, frames, bytes, check_buf);
 }
 
 } // namespace yfs::ftl
@@ -133,9 +144,8 @@ uint32_t afs_physical_ftl_write_page(struct afs_context* ctx, uint32_t va, uint3
     const uint32_t page = va / page_bytes;
     if (ctx->ftl == nullptr) return afs_status::invalid; // not mounted
     const auto* const data = static_cast<const std::uint8_t*>(buf);
-    const yfs::le16 crc = page_crc(data, page);
-    if (is_fat_page(*ctx, va)) return write_log_page(*ctx, yfs::low16(page), data, crc);
-    return write_data_page(*ctx, (va - ctx->fat_size) / page_bytes, data, crc);
+    if (is_fat_page(*ctx, va)) return write_log_page(*ctx, yfs::low16(page), data);
+    return write_data_page(*ctx, page, data);
 }
 
 uint32_t afs_physical_ftl_trim_page(struct afs_context* ctx, uint32_t va, uint32_t /*len*/, uint32_t /*flash_base*/)

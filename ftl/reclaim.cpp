@@ -102,7 +102,7 @@ std::uint32_t reclaim_eu_write_eu_header(afs_context* ctx, std::uint32_t dst, st
     to.base_page = from.base_page;
     from.base_page = 0;
     to.seq = ftl.seq;
-    forget_owners(ftl);
+    renew_owner(*ctx, to.base_page);
     return afs_status::ok;
 }
 

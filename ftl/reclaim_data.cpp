@@ -26,16 +26,27 @@ bool all_live_pages_readable(const afs_context& ctx, std::uint32_t victim, std::
     const std::uint32_t base_page = ctx.ftl->eu_table[victim].base_page;
     const std::uint32_t first = first_index(ctx, victim);
     for (std::uint32_t slot = 0; slot < data_slots;) {
-        std::uint32_t count = 0;
-        while (count < run_max && slot + count < data_slots && chunk_in_use(ctx, first + slot + count)) ++count;
+        const std::uint32_t left = data_slots - slot;
+        const std::uint32_t count = in_use_ahead(ctx, first + slot, std::min(left, run_max));
         const auto page_of = [=](std::uint32_t i) { return base_page + slot + i; };
         if (count != 0 &&
             look_at_checked_frames(eu_at(ctx, victim) + data_frame_at(slot), count, buf, page_of) == nullptr) {
             return false;
         }
-        slot += std::max(count, 1U);
+        slot += count != 0 ? count : unused_ahead(ctx, first + slot, left);
     }
     return true;
+}
+
+// The copies of a run. On the library's own chip its frames are as they were when they were looked at.
+std::uint32_t copy_run(afs_context* ctx, std::uint32_t victim, std::uint32_t slot, std::uint32_t count,
+                       std::uint8_t* work)
+{
+    const std::uint32_t spare = ctx->ftl->spare_eu;
+    const std::uint8_t* const seen = chip::in_place(eu_at(*ctx, victim) + data_frame_at(slot), count * frame_size);
+    if (seen != nullptr) return put_copies(eu_at(*ctx, spare), slot, count, seen, work, work + work_half);
+    return ftl_copy_pages(ctx, eu_offset(victim), eu_offset(spare), slot, count, work, work + work_half,
+                          ctx->ftl->eu_table[victim].base_page + slot);
 }
 
 std::uint32_t move_group(afs_context* ctx, std::uint32_t victim, std::uint8_t* work)
@@ -43,7 +54,6 @@ std::uint32_t move_group(afs_context* ctx, std::uint32_t victim, std::uint8_t* w
     ftl_context& ftl = *ctx->ftl;
     const std::uint32_t spare = ftl.spare_eu;
     ftl_eu_entry& to = ftl.eu_table[spare];
-    const std::uint32_t base_page = ftl.eu_table[victim].base_page;
     const std::uint32_t first = first_index(*ctx, victim);
 
     ftl.alloc_flush_asked = 0;
@@ -59,24 +69,19 @@ std::uint32_t move_group(afs_context* ctx, std::uint32_t victim, std::uint8_t* w
         ftl.alloc_end = end_index(*ctx, victim);
     }
 
-    // Downwards, so that the cursor ends at the lowest free slot. `run` live pages begin behind `slot`.
-    std::uint32_t run = 0;
-    for (std::uint32_t slot = data_slots; slot-- > 0;) {
-        const bool live = chunk_in_use(*ctx, first + slot);
-        if (live) {
-            --to.dirty;
-            ++run;
-        } else if (track && first + slot < ctx->chunks) {
-            ftl.alloc_next = first + slot;
+    // Downwards, so that the cursor ends at the lowest free slot.
+    for (std::uint32_t slot = data_slots; slot != 0;) {
+        const std::uint32_t run = in_use_behind(*ctx, first + slot - 1, std::min(slot, run_max));
+        if (run == 0) {
+            slot -= unused_behind(*ctx, first + slot - 1, slot);
+            if (track && first + slot < ctx->chunks) ftl.alloc_next = first + slot;
+            continue;
         }
-        if (run == 0 || (live && run < run_max && slot != 0)) continue;
-
-        const std::uint32_t run_at = live ? slot : slot + 1;
-        const std::uint32_t status = ftl_copy_pages(ctx, eu_offset(victim), eu_offset(spare), run_at, run, work,
-                                                    work + work_half, base_page + run_at);
-        if (status != afs_status::ok) return status;
+        slot -= run;
+        to.dirty = low8(to.dirty - run);
+        if (const std::uint32_t status = copy_run(ctx, victim, slot, run, work); status != afs_status::ok)
+            return status;
         to.free = low8(to.free - run);
-        run = 0;
     }
 
     return reclaim_eu_write_eu_header(ctx, spare, victim, eu_offset(spare), eu_offset(victim));

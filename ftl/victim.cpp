@@ -24,7 +24,7 @@ std::uint32_t find_open_eu(const ftl_context& ftl, std::uint32_t kind)
     std::uint64_t oldest = UINT64_MAX;
     for (std::uint32_t eu = 0; eu < ftl.eu_count; ++eu) {
         const ftl_eu_entry& entry = ftl.eu_table[eu];
-        if (entry.free == 0 || entry.seq >= oldest || !is_of_kind(ftl, eu, kind)) continue;
+        if (entry.seq >= oldest || entry.free == 0 || !is_of_kind(ftl, eu, kind)) continue;
         found = eu;
         oldest = entry.seq;
     }
@@ -32,11 +32,9 @@ std::uint32_t find_open_eu(const ftl_context& ftl, std::uint32_t kind)
 }
 
 struct candidates {
-    std::uint32_t best = 0; // most dirty slots, then least worn, then first
-    std::uint32_t least_worn = 0;
+    const ftl_eu_entry* best = nullptr; // most dirty slots, then least worn, then first
+    const ftl_eu_entry* least_worn = nullptr;
     std::uint32_t highest_count = 0;
-    std::uint32_t lowest_count = 0;
-    bool any = false;
 };
 
 candidates survey(const ftl_context& ftl, std::uint32_t kind)
@@ -45,23 +43,23 @@ candidates survey(const ftl_context& ftl, std::uint32_t kind)
     for (std::uint32_t eu = 0; eu < ftl.eu_count; ++eu) {
         if (!is_of_kind(ftl, eu, kind)) continue;
         const ftl_eu_entry& entry = ftl.eu_table[eu];
-        const ftl_eu_entry& best = ftl.eu_table[c.best];
-        if (!c.any || entry.dirty > best.dirty || (entry.dirty == best.dirty && entry.erase_count < best.erase_count)) {
-            c.best = eu;
+        if (c.best == nullptr) {
+            c = {&entry, &entry, entry.erase_count};
+            continue;
         }
-        if (!c.any || entry.erase_count < c.lowest_count) {
-            c.least_worn = eu;
-            c.lowest_count = entry.erase_count;
+        if (entry.dirty > c.best->dirty || (entry.dirty == c.best->dirty && entry.erase_count < c.best->erase_count)) {
+            c.best = &entry;
         }
+        if (entry.erase_count < c.least_worn->erase_count) c.least_worn = &entry;
         if (entry.erase_count > c.highest_count) c.highest_count = entry.erase_count;
-        c.any = true;
     }
     return c;
 }
 
 bool wear_rule_fires(const candidates& c)
 {
-    return c.any && c.highest_count - c.lowest_count >= wear_spread && c.highest_count % wear_step == 0;
+    return c.best != nullptr && c.highest_count - c.least_worn->erase_count >= wear_spread &&
+           c.highest_count % wear_step == 0;
 }
 
 struct idle_survey {
@@ -120,8 +118,10 @@ std::uint32_t choose_eu_to_reclaim(afs_context* ctx, std::uint32_t kind, bool al
 
     *mode = mode_reclaim;
     const candidates c = survey(ftl, kind);
-    if (allow_wear && wear_rule_fires(c)) return c.least_worn;
-    return hint != none ? hint : c.best;
+    const auto number = [&](const ftl_eu_entry* eu) { return static_cast<std::uint32_t>(eu - ftl.eu_table); };
+    if (allow_wear && wear_rule_fires(c)) return number(c.least_worn);
+    if (hint != none) return hint;
+    return c.best != nullptr ? number(c.best) : 0; // of no EU of the kind, the first of all
 }
 
 } // namespace yfs::ftl

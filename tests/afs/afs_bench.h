@@ -54,7 +54,7 @@ struct bench {
     std::uint32_t in_use() const
     {
         std::uint32_t count = 0;
-        for (unsigned i = 0; i < ctx.chunks; ++i) count += afs::chunk_in_use(ctx, i) ? 1 : 0;
+        for (unsigned i = 0; i < ctx.chunks; ++i) count += chunk_in_use(ctx, i) ? 1 : 0;
         return count;
     }
     content image;

@@ -57,6 +57,13 @@ TEST(Blank, OneProgrammedByteIsSeenAnywhere)
             byte = 0xFF;
         }
     }
+    std::vector<std::uint8_t> frame(66, 0xFF);
+    EXPECT_TRUE(yfs::is_blank<66>(frame.data()));
+    for (std::uint8_t& byte : frame) {
+        byte = 0x7F;
+        EXPECT_FALSE(yfs::is_blank<66>(frame.data()));
+        byte = 0xFF;
+    }
 }
 
 } // namespace

@@ -38,8 +38,11 @@ TEST(FtlGroupTable, AnswersAsAScan)
             const std::uint32_t group = below(34);
             ASSERT_EQ(ftl::owner_or_none(ctx, group), scan(ctx, group)) << "round " << round << ", group " << group;
             if (i % 10 == 9) { // a hand-over
-                units[below(units.size())].base_page = low16(ctx.fat_size / 64 + 122 * (below(30)));
-                ftl::forget_owners(ftl);
+                ftl_eu_entry &from = units[below(units.size())], &to = units[below(units.size())];
+                const std::uint16_t bases[] = {to.base_page, from.base_page};
+                from.base_page = 0;
+                to.base_page = bases[1];
+                for (const std::uint16_t base : bases) ftl::renew_owner(ctx, base);
             }
         }
         // Without a word to the table: what it remembers no longer counts.
@@ -47,6 +50,37 @@ TEST(FtlGroupTable, AnswersAsAScan)
         static_cast<void>(ftl::owner_or_none(ctx, group));
         for (ftl_eu_entry& unit : units) unit.base_page = 0;
         ASSERT_EQ(ftl::owner_or_none(ctx, group), none);
+    }
+}
+
+// Maps with runs of all lengths; behind the last chunk none is in use, whatever its bits say.
+TEST(FtlChunkBits, RunsAreThoseOfSingleChunks)
+{
+    std::mt19937 random(6);
+    const auto below = [&random](std::uint32_t bound) { return static_cast<std::uint32_t>(random() % bound); };
+    for (unsigned round = 0; round < 3000; ++round) {
+        std::vector<std::uint32_t> map(8);
+        for (std::uint32_t bit = 0, value = 0; bit < 256; ++bit) {
+            if (below(1 + round % 40) == 0) value = below(2);
+            map[bit >> 5] |= value << (bit & 31U);
+        }
+        afs_context ctx{};
+        ctx.alloc_map = round % 50 != 0 ? map.data() : nullptr;
+        ctx.chunks = low16(below(255));
+        const std::uint32_t index = below(290), most = below(index + 2);
+        const auto run = [&](bool used, std::uint32_t step) {
+            std::uint32_t count = 0;
+            while (count < most && chunk_in_use(ctx, index + step * count) == used) ++count;
+            return count;
+        };
+        ASSERT_EQ(in_use_ahead(ctx, index, most), run(true, 1)) << round;
+        ASSERT_EQ(unused_ahead(ctx, index, most), run(false, 1)) << round;
+        ASSERT_EQ(in_use_behind(ctx, index, most), run(true, UINT32_MAX)) << round;
+        ASSERT_EQ(unused_behind(ctx, index, most), run(false, UINT32_MAX)) << round;
+        std::uint32_t used = 0;
+        for (std::uint32_t i = 0; i < most; ++i) used += chunk_in_use(ctx, index + i) ? 1 : 0;
+        ASSERT_EQ(clear_in_use(ctx, index, most), used) << round;
+        ASSERT_EQ(unused_ahead(ctx, index, most), most) << round;
     }
 }
 
