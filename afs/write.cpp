@@ -98,7 +98,7 @@ std::uint32_t fill_partly(rewrite& job, std::uint8_t* line)
         std::uint8_t* old = nullptr;
         const auto status = cache_at(job.ctx, chunk_va(job.ctx, job.cur), old);
         if (status != afs_status::ok) return status;
-        std::memcpy(line, old, old_bytes);
+        std::memmove(line, old, old_bytes); // a chain that a program made may hold the new chunk
         std::memset(line + old_bytes, 0, chunk_bytes - old_bytes);
     } else {
         std::memset(line, 0, chunk_bytes);

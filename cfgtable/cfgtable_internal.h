@@ -29,18 +29,22 @@ const image_editor::IFile* begin_walk(image_editor::FileIterator& walk);
 // Goes on to the next node, as FileIterator::nextFile does; null at the end.
 image_editor::IFile* next_of_walk(image_editor::FileIterator& walk);
 
-// `node` if it is a directory, else null. Mostly it is the class itself, which is seen without a search of its bases.
+// `node` if it is a directory, else null. Mostly it is one of the two classes themselves, which is seen without a
+// search of its bases.
 inline image_editor::Directory* as_directory(image_editor::IFile* node)
 {
+    if (node != nullptr && typeid(*node) == typeid(image_editor::File)) return nullptr;
     if (node != nullptr && typeid(*node) == typeid(image_editor::Directory)) {
         return static_cast<image_editor::Directory*>(node);
     }
-    if (node != nullptr && typeid(*node) == typeid(image_editor::File)) return nullptr;
     return dynamic_cast<image_editor::Directory*>(node);
 }
 
 // The first child of that name, or null.
 const std::shared_ptr<image_editor::IFile>* find_child(image_editor::Directory& directory, std::string_view name);
+
+// Whether `name` belongs behind all children, as it mostly does: they come in the order of their names.
+bool comes_last(const image_editor::Directory& directory, std::string_view name);
 
 // Writes the tree below `root` as a table, as flush does: the same statuses, and `length` in and out.
 std::uint32_t write_table(image_editor::IFile& root, void* buffer, std::uint32_t& length);
@@ -58,11 +62,14 @@ inline FcsHandle* open_handle(void* handle)
     return record && record->root && record->iterator ? record : nullptr;
 }
 
-// Puts in a file under a name that the tree doesn't have. ok | no_memory.
-std::uint32_t insert_file(FcsHandle& fcs, void* image, std::uint32_t length, const char* name);
+// Puts in a file behind all others, where its name belongs, from the two parts of a file image: a record and `size`
+// bytes of payload. ok | no_memory.
+std::uint32_t append_file(FcsHandle& fcs, const void* record, const char* payload, std::uint32_t size,
+                          std::string_view name);
 
-// The node that the walk of an open handle stands at; null where there is none.
-const image_editor::IFile* file_at_walk(void* handle);
+// As getFirstFileInRoot and getNextFile; `file` becomes the node that the walk has come to.
+std::uint32_t first_file(void* handle, char* out, const image_editor::IFile*& file);
+std::uint32_t next_file(void* handle, char* out, const image_editor::IFile*& file);
 
 // As getFileAttributes, of a node with that name.
 std::uint32_t attributes_of(const image_editor::IFile& file, const char* name, FcsFileEntry& out);

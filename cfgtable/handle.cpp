@@ -35,11 +35,19 @@ IFile* find_file(const FcsHandle& fcs, const char* name)
     return file ? file->get() : nullptr;
 }
 
-// Null if there is no memory.
-std::shared_ptr<IFile> make_file(void* image, std::uint32_t length, const char* name)
+// A file whose image is the record and `size` bytes of payload. Null if there is no memory.
+std::shared_ptr<IFile> make_file(const void* record, const char* payload, std::uint32_t size, std::string_view name)
 {
     try {
-        return std::make_shared<File>(image, length, name);
+        auto file = std::make_shared<File>(nullptr, 0, nullptr);
+        name.copy(file->name, sizeof file->name);
+        file->data.reserve(cfgtable::record_bytes + size);
+        const auto* const head = static_cast<const char*>(record);
+        file->data.assign(head, head + cfgtable::record_bytes);
+        if (size != 0) file->data.insert(file->data.end(), payload, payload + size);
+        file->entry = static_cast<_cfg_file_entry_t*>(static_cast<void*>(file->data.data()));
+        file->entry->size = low16(size);
+        return file;
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
@@ -55,6 +63,20 @@ bool settle_fileno(void* image, const char* name)
     record.fileno = named->fileno;
     store(image, record);
     return true;
+}
+
+// Puts in a file at the place of its name. ok | name_taken | no_memory.
+std::uint32_t put_in(FcsHandle& fcs, const void* image, std::uint32_t length, const char* name)
+{
+    const bool last = cfgtable::comes_last(*fcs.root, name);
+    if (!last && cfgtable::find_child(*fcs.root, name)) return fcs_status::name_taken;
+    const char* const payload = static_cast<const char*>(image) + cfgtable::record_bytes;
+    const std::uint32_t size = length - cfgtable::record_bytes;
+    if (last) return cfgtable::append_file(fcs, image, payload, size, vfs::table_name(name));
+    std::shared_ptr<IFile> file = make_file(image, payload, size, vfs::table_name(name));
+    if (!file) return fcs_status::no_memory;
+    fcs.root->addFile({}, std::move(file));
+    return fcs_status::ok;
 }
 
 // A node without a name, and the end of the walk, is no file.
@@ -75,13 +97,36 @@ std::uint32_t hand_out(image_editor::IFile* node, char* out)
 
 } // namespace
 
-std::uint32_t cfgtable::insert_file(FcsHandle& fcs, void* image, std::uint32_t length, const char* name)
+std::uint32_t cfgtable::append_file(FcsHandle& fcs, const void* record, const char* payload, std::uint32_t size,
+                                    std::string_view name)
 {
-    std::shared_ptr<IFile> file = make_file(image, length, name);
+    std::shared_ptr<IFile> file = make_file(record, payload, size, name);
     if (!file) return fcs_status::no_memory;
-    fcs.root->addFile({}, std::move(file));
-    begin_walk(*fcs.iterator);
+    fcs.root->children.push_back(std::move(file));
     return fcs_status::ok;
+}
+
+std::uint32_t cfgtable::first_file(void* handle, char* out, const IFile*& file)
+{
+    FcsHandle* fcs = open_handle(handle);
+    if (!fcs) return fcs_status::null_handle;
+    if (!out) return fcs_status::null_pointer;
+    file = begin_walk(*fcs->iterator);
+    if (!file || name_of(*file).empty()) return fcs_status::no_more_files;
+    const std::string_view name = name_of(*file);
+    std::memcpy(out, name.data(), name.size());
+    out[name.size()] = '\0';
+    return fcs_status::ok;
+}
+
+std::uint32_t cfgtable::next_file(void* handle, char* out, const IFile*& file)
+{
+    FcsHandle* fcs = open_handle(handle);
+    if (!fcs) return fcs_status::null_handle;
+    if (!out) return fcs_status::null_pointer;
+    IFile* const next = next_of_walk(*fcs->iterator);
+    file = next;
+    return hand_out(next, out);
 }
 
 std::uint32_t cfgtable::attributes_of(const IFile& file, const char* name, FcsFileEntry& out)
@@ -143,8 +188,9 @@ std::uint32_t addNewFile(void* handle, const char* /*folder*/, const char* name,
     if (!known) return fcs_status::not_in_table;
     if (check_size && image_bytes > std::uint64_t{known->maxSize} + cfgtable::record_bytes)
         return fcs_status::above_max_size;
-    if (find_file(*fcs, name)) return fcs_status::name_taken;
-    return cfgtable::insert_file(*fcs, image, image_bytes, name);
+    if (const auto status = put_in(*fcs, image, image_bytes, name); status != fcs_status::ok) return status;
+    cfgtable::begin_walk(*fcs->iterator);
+    return fcs_status::ok;
 }
 
 std::uint32_t deleteFile(void* handle, const char* path)
@@ -183,23 +229,14 @@ std::uint32_t getFileAttributes(void* handle, const char* name, FcsFileEntry* ou
 
 std::uint32_t getFirstFileInRoot(void* handle, char* out)
 {
-    FcsHandle* fcs = open_handle(handle);
-    if (!fcs) return fcs_status::null_handle;
-    if (!out) return fcs_status::null_pointer;
-    const IFile* const first = cfgtable::begin_walk(*fcs->iterator);
-    if (!first || cfgtable::name_of(*first).empty()) return fcs_status::no_more_files;
-    const std::string_view name = cfgtable::name_of(*first);
-    std::memcpy(out, name.data(), name.size());
-    out[name.size()] = '\0';
-    return fcs_status::ok;
+    const IFile* file = nullptr;
+    return cfgtable::first_file(handle, out, file);
 }
 
 std::uint32_t getNextFile(void* handle, char* out)
 {
-    FcsHandle* fcs = open_handle(handle);
-    if (!fcs) return fcs_status::null_handle;
-    if (!out) return fcs_status::null_pointer;
-    return hand_out(cfgtable::next_of_walk(*fcs->iterator), out);
+    const IFile* file = nullptr;
+    return cfgtable::next_file(handle, out, file);
 }
 
 std::uint32_t flush(void* handle, void* buffer, std::uint32_t* length)

@@ -100,10 +100,3 @@ image_editor::IFile* yfs::cfgtable::next_of_walk(image_editor::FileIterator& wal
     walk.index = last;
     return nullptr;
 }
-
-const image_editor::IFile* yfs::cfgtable::file_at_walk(void* handle)
-{
-    const FcsHandle* fcs = open_handle(handle);
-    if (!fcs || !fcs->iterator->current) return nullptr;
-    return image_editor::child_at(*fcs->iterator->current, fcs->iterator->index);
-}

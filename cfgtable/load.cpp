@@ -1,12 +1,16 @@
 // Reading a table into a tree. Everything in the table is held against its length first; the sums are made in 64 bits.
 // The files go into the tree in the order of their names, each behind the last one, whatever their order in the table.
 #include "cfgtable/cfgtable_internal.h"
+#include "cfgtable/name_sort.h"
 #include "vfs/vfs_internal.h"
 #include "yfs/status.h"
 
 #include <algorithm>
 
 using namespace yfs; // the exported name below is global
+
+using cfgtable::found_file;
+using cfgtable::sort_by_name;
 
 namespace {
 
@@ -18,12 +22,6 @@ struct table_bytes {
     {
         return load<_cfg_file_entry_t>(bytes + cfgtable::record_at(index));
     }
-};
-
-// A file that the table holds and the file table knows.
-struct found_file {
-    std::string_view name;
-    std::uint32_t record;
 };
 
 // Without a payload the offset may be anything.
@@ -51,10 +49,7 @@ std::uint32_t find_files(const table_bytes& table, std::uint32_t count, std::vec
 // Sorts by name. A record whose name an earlier one has is bad too: gives the first such number below `end`, or `end`.
 std::uint32_t sort_files(std::vector<found_file>& files, std::uint32_t end)
 {
-    std::ranges::sort(files, [](const found_file& a, const found_file& b) {
-        const int order = a.name.compare(b.name);
-        return order != 0 ? order < 0 : a.record < b.record;
-    });
+    sort_by_name(files);
     for (std::size_t i = 1; i < files.size(); ++i)
         if (files[i].name == files[i - 1].name) end = std::min(end, files[i].record);
     return end;
@@ -62,22 +57,22 @@ std::uint32_t sort_files(std::vector<found_file>& files, std::uint32_t end)
 
 // Into a tree that held nothing, a file goes without a search: the table has its name once, and the file table knows
 // its number. One without a number, and one for a tree that had files before, is checked like any other.
-bool add_file(void* handle, bool to_empty, const table_bytes& table, const found_file& file, std::vector<char>& image)
+bool add_file(void* handle, bool to_empty, const table_bytes& table, const found_file& file)
 {
-    const char* at = table.bytes + cfgtable::record_at(file.record);
+    const char* const at = table.bytes + cfgtable::record_at(file.record);
     const _cfg_file_entry_t record = table.record(file.record);
-    image.assign(at, at + cfgtable::record_bytes);
-    if (record.size != 0) {
-        const char* payload = table.bytes + record.offset;
-        image.insert(image.end(), payload, payload + record.size);
+    const char* const payload = table.bytes + (record.size != 0 ? std::uint32_t{record.offset} : 0U);
+    if (to_empty && record.fileno != 0) {
+        auto& fcs = *cfgtable::open_handle(handle);
+        if (cfgtable::append_file(fcs, at, payload, record.size, file.name) != fcs_status::ok) return false;
+        if (fcs.root->children.size() == 1) cfgtable::begin_walk(*fcs.iterator); // where it stands from then on
+        return true;
     }
     char name[YFS_FTBL_NAME_LENGTH + 1] = {}; // the field of the entry may lack a terminator
     file.name.copy(name, YFS_FTBL_NAME_LENGTH);
-    const std::uint32_t length = low16(image.size());
-    if (to_empty && record.fileno != 0) {
-        return cfgtable::insert_file(*cfgtable::open_handle(handle), image.data(), length, name) == fcs_status::ok;
-    }
-    return addNewFile(handle, "", name, image.data(), length, false) == fcs_status::ok;
+    std::vector<char> image(at, at + cfgtable::record_bytes);
+    image.insert(image.end(), payload, payload + record.size);
+    return addNewFile(handle, "", name, image.data(), low16(image.size()), false) == fcs_status::ok;
 }
 
 } // namespace
@@ -95,8 +90,7 @@ bool loadDataFromFcsBuffer(void* handle, const void* buffer, std::uint32_t lengt
 
     const cfgtable::FcsHandle* const fcs = cfgtable::open_handle(handle);
     const bool to_empty = fcs && fcs->root->children.empty();
-    std::vector<char> image;
     for (const found_file& file : files)
-        if (file.record < end && !add_file(handle, to_empty, table, file, image)) return false;
+        if (file.record < end && !add_file(handle, to_empty, table, file)) return false;
     return end == count; // what came before a bad record stays
 }

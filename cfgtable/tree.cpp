@@ -19,7 +19,6 @@ std::string_view child_name(const node& child)
     return child ? name_of(*child) : std::string_view();
 }
 
-// Names mostly come in their order, each behind all that are there; that is seen at once.
 bool comes_last(const std::deque<node>& children, std::string_view name)
 {
     return children.empty() || child_name(children.back()) < name;
@@ -155,4 +154,9 @@ const std::shared_ptr<image_editor::IFile>* yfs::cfgtable::find_child(image_edit
 {
     const auto child = image_editor::place_of_child(directory.children, name);
     return child != directory.children.end() ? &*child : nullptr;
+}
+
+bool yfs::cfgtable::comes_last(const image_editor::Directory& directory, std::string_view name)
+{
+    return image_editor::comes_last(directory.children, name);
 }

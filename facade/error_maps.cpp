@@ -14,10 +14,12 @@ void ZonErrors::initStringMaps()
 {
     s_imageToolsErrorNameStringMap.clear();
     s_imageToolsErrorTypeStringMap.clear();
+    auto& names = s_imageToolsErrorNameStringMap; // the rows stand in the order of the maps
     for (const auto& row : yfs::facade::error_names())
-        s_imageToolsErrorNameStringMap[static_cast<ImageToolsErrorName>(row.code)] = row.text;
+        names.emplace_hint(names.end(), static_cast<ImageToolsErrorName>(row.code), row.text);
+    auto& types = s_imageToolsErrorTypeStringMap;
     for (const auto& row : yfs::facade::error_types())
-        s_imageToolsErrorTypeStringMap[static_cast<ImageToolsErrorType>(row.type)] = row.text;
+        types.emplace_hint(types.end(), static_cast<ImageToolsErrorType>(row.type), row.text);
 }
 
 std::string ZonErrors::getErrorNameString(ImageToolsErrorName code)

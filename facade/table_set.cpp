@@ -50,7 +50,9 @@ void yeYfsFreeFileEntry(FcsFileEntry* entry)
 
 static owned_entry new_entry()
 {
-    return owned_entry(static_cast<FcsFileEntry*>(std::calloc(1, sizeof(FcsFileEntry))));
+    owned_entry entry(static_cast<FcsFileEntry*>(std::malloc(sizeof(FcsFileEntry))));
+    if (entry != nullptr) *entry = {};
+    return entry;
 }
 
 FcsFileEntry* copyFileEntry(const FcsFileEntry* source)
@@ -176,16 +178,15 @@ static bool list_files(FcsTable& table, bool loadData)
         }
         const bool first = table.head == nullptr;
         if (first) table.count = 0;
-        std::uint32_t status =
-            first ? getFirstFileInRoot(table.handle, entry->name) : getNextFile(table.handle, entry->name);
+        const image_editor::IFile* file = nullptr; // spares a search by its name
+        std::uint32_t status = first ? cfgtable::first_file(table.handle, entry->name, file)
+                                     : cfgtable::next_file(table.handle, entry->name, file);
         if (status == fcs_status::no_more_files) return true;
         if (status != fcs_status::ok) {
             setLibError(yfs_error_get_fcs_file, status);
             return false;
         }
-        // The walk stands at the file: that spares a search by its name.
-        const image_editor::IFile* const file = cfgtable::file_at_walk(table.handle);
-        status = file == nullptr ? fcs_status::no_such_file : cfgtable::attributes_of(*file, entry->name, *entry);
+        status = cfgtable::attributes_of(*file, entry->name, *entry);
         if (status != fcs_status::ok) {
             yeYfsFreeFcsTable(table);
             setLibError(yfs_error_get_fcs_attributes, status);

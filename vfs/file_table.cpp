@@ -85,7 +85,7 @@ const ftbl_file_entry_t* find_by_name(const char* name)
     if (!name) return nullptr;
     const std::string_view wanted = table_name(name);
     return find(s_by_name, wanted,
-                [wanted](const ftbl_file_entry_t& entry) { return table_name(entry.name) == wanted; });
+                [wanted](const ftbl_file_entry_t& entry) { return is_table_name(entry.name, wanted); });
 }
 
 const ftbl_file_entry_t* lookup_run::find_by_fileno(fileno_t fileno) const

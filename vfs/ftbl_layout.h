@@ -33,6 +33,13 @@ inline std::string_view table_name(const char* name)
     return {name, strnlen(name, YFS_FTBL_NAME_LENGTH)};
 }
 
+// Whether the field holds such a name.
+inline bool is_table_name(const char* field, std::string_view name)
+{
+    if (std::memcmp(field, name.data(), name.size()) != 0) return false;
+    return name.size() == YFS_FTBL_NAME_LENGTH || field[name.size()] == '\0';
+}
+
 // The number by which dispatch routes the file. Selector 1 means AFS, as 0 does, and adds nothing.
 constexpr std::uint32_t dfs_number(const ftbl_file_entry_t& entry)
 {

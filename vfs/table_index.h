@@ -23,20 +23,18 @@ struct table_view {
 // What both indexes hold: for each entry a word with its key in the high half and its place in the low one.
 class place_list {
 public:
-    // False: the table is so small that a walk is as quick, or there is no memory. The list is empty then.
-    bool make(table_view table);
     // The places stand for exactly these entries.
     bool covers(table_view table) const { return words_ && table == table_; }
 
 protected:
     static std::uint32_t key_of(std::uint64_t word) { return low32(word >> 32); }
     const ftbl_file_entry_t& entry_of(std::uint64_t word) const { return table_.first[low32(word)]; }
-    std::uint64_t* begin() const { return words_.get(); }
-    std::uint64_t* end() const { return words_.get() + table_.count; }
-    void set_key(std::uint64_t& word, std::uint32_t key) { word = std::uint64_t{key} << 32 | low32(word); }
 
-    // Once the words are sorted: notes where those with each beginning of a key are.
-    void note_places();
+    // Sorts the entries by key_of_entry(entry), those of one key by less(word, word). False: the table is so small that
+    // a walk is as quick, or there is no memory. The list is empty then.
+    template <typename Key, typename Less>
+    bool sort(table_view table, Key key_of_entry, Less less);
+
     // The words among which those with that key are, if there are any.
     struct places {
         const std::uint64_t* first;
@@ -44,16 +42,19 @@ protected:
     };
     places places_of(std::uint32_t key) const
     {
-        const std::uint32_t* const at = starts_ + (std::uint64_t{key} >> (32 - start_bits_));
+        const std::uint32_t* const at = starts_ + first_bits(key);
         return {words_.get() + at[0], words_.get() + at[1]};
     }
 
 private:
+    bool reserve(table_view table);
+    std::uint64_t first_bits(std::uint32_t key) const { return std::uint64_t{key} >> (32 - start_bits_); }
+
     struct release {
         void operator()(std::uint64_t* words) const { std::free(words); }
     };
     table_view table_;
-    std::unique_ptr<std::uint64_t[], release> words_; // and behind them, in the same memory, the starts
+    std::unique_ptr<std::uint64_t[], release> words_; // as many once more to sort from, and then the starts
     std::uint32_t* starts_ = nullptr;
     unsigned start_bits_ = 0;
 };
