@@ -89,6 +89,9 @@ TEST(walk, nested)
     EXPECT_EQ("a d x ", names());
     below->parent = root.get();
     EXPECT_EQ("a d x e ", names());
+    root->deleteFile("a");
+    EXPECT_EQ("d x e ", names()) << "up from the first child";
+    root->addFile("", make("a"));
     root->deleteFile("e");
     EXPECT_EQ("a d x ", names());
     root->children[1] = make("e"); // `below` is no child any more, but the walk stands in it

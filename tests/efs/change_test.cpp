@@ -86,7 +86,7 @@ TEST_F(EfsChange, StatusesInTheirOrder)
 // What it tells of free and dirty spares is compared with the second reader wherever files are.
 TEST_F(EfsChange, TheScanMendsOneSpareAndNoMore)
 {
-    start({5, 5, 5, 5, 5, 5, 5, 5, 99, 8});
+    start({5, 5, 5, 5, 5, 5, 5, 5, 99, 13});
     std::memset(block(8), 0xFF, 900);
     EXPECT_EQ(EFS_scan_for_Data_Blocks_status_and_EC(), 0U);
     EXPECT_EQ(efs_ctx.block_ec[8], 5U) << "the mean of the others, truncated";
@@ -135,7 +135,9 @@ TEST_F(EfsChange, SwitchesAndTheEndOfTheMaps)
     EXPECT_TRUE(EFS_erase() == 0 && changes() == before + 4);
     EXPECT_EQ(rig_->chip.journal().back().addr, 4096U) << "the map in force goes last";
     EXPECT_EQ(rig_->mount(), 41U);
-    EXPECT_TRUE(EFS_erase() == 0 && EFS_do_format() == 0 && rig_->mount() == 0) << "without a mount too";
+    const auto mounted = changes();
+    EXPECT_TRUE(EFS_erase() == 0 && changes() > mounted) << "without a mount too";
+    EXPECT_TRUE(EFS_do_format() == 0 && rig_->mount() == 0);
     rig_->chip.plain_copy(true);
     rig_->chip.violations_fail_test(false);
     ASSERT_EQ(EFS_write_RTFD_marker(), 0U);

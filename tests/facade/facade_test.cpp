@@ -136,6 +136,9 @@ TEST(Run, LetsGoOfTheFormerVolume)
     EXPECT_EQ(yeYfsNvarTerm(1), 1);
     EXPECT_EQ(first.yfs, before);
     EXPECT_EQ(host::state(), 1);
+    second.zonc.clear();
+    EXPECT_EQ(second.init(), 1);
+    EXPECT_EQ(value_of(a), blob{2}) << "no overrides at all";
 }
 
 TEST(Run, ServesValuesAndBuildsATableOfAllAvailableOnes)

@@ -130,6 +130,7 @@ TEST(FtlMount, Sizes)
         afs_context ctx{};
         ctx.flash_size = ctx.fat_size = ctx.volume_size = r[0] * 8192;
         EXPECT_EQ(afs_physical_ftl_get_data_vas(&ctx, 1234), r[1] * 7808) << r[0];
+        EXPECT_EQ(afs_physical_ftl_init(&ctx, ctx.flash_size, 0), 22U) << "without tables";
         EXPECT_EQ(afs_physical_ftl_init(&ctx, ctx.flash_size, ftl::flag_allocate), r[2]) << r[0];
         EXPECT_EQ(chip.counters().reads, std::min(r[0] % 256, 2U)) << r[0]; // two without a header end it
         ftl::release_ftl(&ctx);

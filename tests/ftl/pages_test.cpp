@@ -62,7 +62,9 @@ TEST(FtlRead, TriesSevenTimes)
     ASSERT_EQ(b.open(), 0U);
     b.chip.fail(chip_call::read, 2, chip_fault::garbled, 7); // behind the look at the blank frame
     EXPECT_EQ(b.run("w0"), "5 ");
-    EXPECT_EQ(b.chip.journal().size(), 1U); // read back seven times, written once
+    EXPECT_EQ(b.chip.journal().size(), 1U);               // read back seven times, written once
+    b.chip.fail(chip_call::write, 3, chip_fault::before); // the commit, which doesn't land
+    EXPECT_EQ(b.run("w0"), "5 ");
 }
 
 TEST(FtlAllocate, LooksAtFlashWhereAPageWasTrimmed)
