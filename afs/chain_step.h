@@ -86,9 +86,13 @@ inline std::uint32_t neighbours_ahead(const afs_context& ctx, std::uint16_t cid,
     const std::uint32_t in_volume = last_chunk > cid ? last_chunk - cid : 0;
     most = std::min({most, in_line, in_volume, ctx.chunks - 1U - std::min(chunk_cntr, ctx.chunks - 1U)});
     std::uint32_t count = 0;
-    constexpr std::uint64_t each = 0x0001000100010001; // four entries at a time
-    const std::uint64_t numbers = each * cid + 0x0004000300020001;
-    while (count + 4 <= most && load<le<std::uint64_t>>(at + 2 * count) == numbers + each * count) count += 4;
+    constexpr std::uint64_t each = 0x0001000100010001; // four entries are a word
+    std::uint64_t numbers = each * cid + 0x0004000300020001;
+    const auto word_differs = [at, &count, &numbers](std::uint32_t word) {
+        return load<le<std::uint64_t>>(at + 2 * count + 8 * word) ^ (numbers + 4 * each * word);
+    };
+    for (; count + 8 <= most && (word_differs(0) | word_differs(1)) == 0; count += 8) numbers += 8 * each;
+    if (count + 4 <= most && word_differs(0) == 0) count += 4;
     while (count < most && load<le16>(at + 2 * count) == cid + count + 1) ++count;
     return count;
 }

@@ -16,12 +16,20 @@ static std::uint32_t index_of(const afs_context& ctx, std::uint32_t va)
     return (va - ctx.fat_size) / page_bytes;
 }
 
-// A page that was never written needs no such room on the stack: this stays a function of its own.
-[[gnu::noinline]] static std::uint32_t read_frame(std::uint32_t at, std::uint32_t page, void* buf)
+// Room on the stack, and up to seven tries, are for a chip of the program's own: this stays a function apart.
+[[gnu::noinline]] static std::uint32_t try_frame(std::uint32_t at, std::uint32_t page, void* buf)
 {
     std::uint8_t scratch[frame_size];
     const std::uint8_t* const frame = look_at_checked_frames(at, 1, scratch, [page](std::uint32_t) { return page; });
     if (frame == nullptr) return afs_status::failed;
+    std::memcpy(buf, frame, page_bytes);
+    return afs_status::ok;
+}
+
+static std::uint32_t read_frame(std::uint32_t at, std::uint32_t page, void* buf)
+{
+    const std::uint8_t* const frame = chip::in_place(at, frame_size);
+    if (frame == nullptr || load<le16>(frame + page_bytes) != page_crc(frame, page)) return try_frame(at, page, buf);
     std::memcpy(buf, frame, page_bytes);
     return afs_status::ok;
 }
