@@ -30,8 +30,10 @@ inline std::uint32_t make_room(afs_context& ctx, std::uint16_t& line)
     return is_dirty(ctx.line_table[line]) ? write_line(ctx, line) : afs_status::ok;
 }
 
-// A chunk that the allocator of the translation layer has given is in no file yet. Such a page reads as zeros, for
-// which that layer looks at no flash.
+// A chunk that the allocator of the translation layer has given has a clear bit in the map of chunks, which only a
+// write of its page sets, and that page isn't in the cache where a line is looked for. Such a page reads as zeros, for
+// which that layer looks at no flash. Any other layer is asked for the page, also where all of it is overwritten: it
+// sees the same calls as ever.
 inline bool fresh_chunks_read_as_zeros(const afs_context& ctx)
 {
     return ctx.ftl_allocator == 1 && ctx.no_alloc_map == 0 &&

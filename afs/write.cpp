@@ -21,7 +21,7 @@ struct rewrite {
     std::uint32_t end;
     const std::uint8_t* source;
     bool trunc;          // the file ends at `end`
-    bool fresh_is_zeros; // what a new chunk's line holds before it is filled
+    bool fresh_is_zeros; // a new chunk reads as zeros: its line needs no read
 
     lt_block<std::uint16_t> links;
     std::uint32_t nlinks = 0;
@@ -103,7 +103,7 @@ std::uint32_t fill_partly(rewrite& job, std::uint8_t* line)
     } else {
         std::memset(line, 0, chunk_bytes);
     }
-    if (bytes != 0) std::memcpy(line + from, job.source + job.consumed, bytes);
+    if (bytes != 0) std::memmove(line + from, job.source + job.consumed, bytes);
     job.consumed += bytes;
     return afs_status::ok;
 }
@@ -150,7 +150,8 @@ std::uint32_t whole_run(const rewrite& job)
 }
 
 // Replaces the chunks of such a run. The step from the first of them is taken already; a step from another is a use of
-// the line with the entries, as any step is.
+// the line with the entries, as any step is. That line stays: a cache has two lines at least, and a miss never takes
+// the one used last.
 std::uint32_t replace_wholly(rewrite& job, std::uint32_t count)
 {
     const std::uint16_t line_of_entries = job.ctx.cache_head;

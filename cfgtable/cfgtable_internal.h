@@ -62,6 +62,9 @@ inline FcsHandle* open_handle(void* handle)
     return record && record->root && record->iterator ? record : nullptr;
 }
 
+// Gives a node without an image one: a record and `size` bytes of payload.
+void set_image(image_editor::IFile& node, const void* record, const char* payload, std::uint32_t size);
+
 // Puts in a file behind all others, where its name belongs, from the two parts of a file image: a record and `size`
 // bytes of payload. ok | no_memory.
 std::uint32_t append_file(FcsHandle& fcs, const void* record, const char* payload, std::uint32_t size,

@@ -41,12 +41,7 @@ std::shared_ptr<IFile> make_file(const void* record, const char* payload, std::u
     try {
         auto file = std::make_shared<File>(nullptr, 0, nullptr);
         name.copy(file->name, sizeof file->name);
-        file->data.reserve(cfgtable::record_bytes + size);
-        const auto* const head = static_cast<const char*>(record);
-        file->data.assign(head, head + cfgtable::record_bytes);
-        if (size != 0) file->data.insert(file->data.end(), payload, payload + size);
-        file->entry = static_cast<_cfg_file_entry_t*>(static_cast<void*>(file->data.data()));
-        file->entry->size = low16(size);
+        cfgtable::set_image(*file, record, payload, size);
         return file;
     } catch (const std::bad_alloc&) {
         return nullptr;

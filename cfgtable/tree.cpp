@@ -47,10 +47,7 @@ IFile::IFile() : name{}, entry(nullptr), parent(nullptr) {}
 IFile::IFile(const void* image, unsigned int length) : IFile()
 {
     if (!image || length < record_bytes) return;
-    const char* bytes = static_cast<const char*>(image);
-    data.assign(bytes, bytes + length);
-    entry = static_cast<_cfg_file_entry_t*>(static_cast<void*>(data.data()));
-    entry->size = yfs::low16(length - record_bytes);
+    yfs::cfgtable::set_image(*this, image, static_cast<const char*>(image) + record_bytes, length - record_bytes);
 }
 
 IFile::~IFile() = default;
@@ -159,4 +156,14 @@ const std::shared_ptr<image_editor::IFile>* yfs::cfgtable::find_child(image_edit
 bool yfs::cfgtable::comes_last(const image_editor::Directory& directory, std::string_view name)
 {
     return image_editor::comes_last(directory.children, name);
+}
+
+void yfs::cfgtable::set_image(image_editor::IFile& node, const void* record, const char* payload, std::uint32_t size)
+{
+    const auto* const head = static_cast<const char*>(record);
+    node.data.reserve(std::size_t{record_bytes} + size);
+    node.data.assign(head, head + record_bytes);
+    if (size != 0) node.data.insert(node.data.end(), payload, payload + size);
+    node.entry = static_cast<_cfg_file_entry_t*>(static_cast<void*>(node.data.data()));
+    node.entry->size = low16(size);
 }

@@ -40,8 +40,8 @@ inline std::uint32_t clear_ahead(const std::uint32_t* map, std::uint32_t index, 
     return alike_ahead(map, index, most, ~0U);
 }
 
-// The same downwards from `index` on.
-inline std::uint32_t alike_behind(const std::uint32_t* map, std::uint32_t index, std::uint32_t most, std::uint32_t flip)
+// The same downwards from `index` on; `most` is at most index + 1.
+inline std::uint32_t alike_down(const std::uint32_t* map, std::uint32_t index, std::uint32_t most, std::uint32_t flip)
 {
     std::uint32_t count = 0;
     while (count < most) {
@@ -54,13 +54,13 @@ inline std::uint32_t alike_behind(const std::uint32_t* map, std::uint32_t index,
     return std::min(count, most);
 }
 
-inline std::uint32_t set_behind(const std::uint32_t* map, std::uint32_t index, std::uint32_t most)
+inline std::uint32_t set_down(const std::uint32_t* map, std::uint32_t index, std::uint32_t most)
 {
-    return alike_behind(map, index, most, 0);
+    return alike_down(map, index, most, 0);
 }
-inline std::uint32_t clear_behind(const std::uint32_t* map, std::uint32_t index, std::uint32_t most)
+inline std::uint32_t clear_down(const std::uint32_t* map, std::uint32_t index, std::uint32_t most)
 {
-    return alike_behind(map, index, most, ~0U);
+    return alike_down(map, index, most, ~0U);
 }
 
 // In the word that bit `index` is in, that bit and those above it, `count` in all.
@@ -96,19 +96,19 @@ inline std::uint32_t unused_ahead(const afs_context& ctx, std::uint32_t index, s
     const std::uint32_t count = clear_ahead(ctx.alloc_map, index, std::min(most, mapped));
     return count == mapped ? most : count;
 }
-inline std::uint32_t in_use_behind(const afs_context& ctx, std::uint32_t index, std::uint32_t most)
+inline std::uint32_t in_use_down(const afs_context& ctx, std::uint32_t index, std::uint32_t most)
 {
     if (ctx.alloc_map == nullptr || index > ctx.chunks) return 0;
-    return set_behind(ctx.alloc_map, index, most);
+    return set_down(ctx.alloc_map, index, most);
 }
-inline std::uint32_t unused_behind(const afs_context& ctx, std::uint32_t index, std::uint32_t most)
+inline std::uint32_t unused_down(const afs_context& ctx, std::uint32_t index, std::uint32_t most)
 {
     if (ctx.alloc_map == nullptr) return most;
     const std::uint32_t unmapped = index > ctx.chunks ? std::min(most, index - ctx.chunks) : 0;
-    return unmapped == most ? most : unmapped + clear_behind(ctx.alloc_map, index - unmapped, most - unmapped);
+    return unmapped == most ? most : unmapped + clear_down(ctx.alloc_map, index - unmapped, most - unmapped);
 }
 // Takes `count` chunks out of use. How many of them were in it.
-inline std::uint32_t clear_in_use(const afs_context& ctx, std::uint32_t index, std::uint32_t count)
+inline std::uint32_t clear_in_use(afs_context& ctx, std::uint32_t index, std::uint32_t count)
 {
     if (ctx.alloc_map == nullptr || index > ctx.chunks) return 0;
     std::uint32_t cleared = 0;

@@ -50,6 +50,12 @@ inline std::uint32_t mapped_pages(const afs_context& ctx)
     return std::min(fat_pages(ctx), ctx.ftl->page_entries);
 }
 
+// A page of the data area, as an index into it.
+inline std::uint32_t index_of(const afs_context& ctx, std::uint32_t va)
+{
+    return (va - ctx.fat_size) / page_bytes;
+}
+
 inline bool is_data_eu(const ftl_context& ftl, std::uint32_t eu)
 {
     return ftl.eu_table[eu].base_page != 0;
@@ -73,7 +79,8 @@ struct data_place {
     std::uint32_t slot;
 };
 data_place find_data_page(const afs_context& ctx, std::uint32_t index);
-// To be called wherever the table's base_page changes; renew_owner where it does so for the EUs of one group alone.
+// To be called wherever the table's base_page changes. Where an EU hands its group over to another, renew_owner is
+// enough: only that group has a claimant more, and a claim that is gone shows in the table itself.
 void forget_owners(ftl_context& ftl);
 void renew_owner(const afs_context& ctx, std::uint16_t base_page);
 
@@ -129,8 +136,9 @@ void trim_data_pages(afs_context& ctx, std::uint32_t index, std::uint32_t count)
 // count * 66 bytes.
 std::uint32_t ftl_copy_pages(afs_context* ctx, std::uint32_t src_off, std::uint32_t dst_off, std::uint32_t slot,
                              std::uint32_t count, void* buf, void* check_buf, std::uint32_t first_page);
-// The second half of it: `frames` are the sound frames, in `buf` or where they stand on the flash.
-std::uint32_t put_copies(std::uint32_t eu_at, std::uint32_t slot, std::uint32_t count, const std::uint8_t* frames,
+// The second half of it: `frames` are the sound frames, in `buf` or where they stand on the flash, `to` is the flash
+// address of the EU.
+std::uint32_t put_copies(std::uint32_t to, std::uint32_t slot, std::uint32_t count, const std::uint8_t* frames,
                          std::uint8_t* buf, void* check_buf);
 
 std::uint32_t reclaim_eu_wrapper(afs_context* ctx, std::uint32_t kind);

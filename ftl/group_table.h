@@ -1,7 +1,7 @@
 // Which EU holds a group: a table beside the headers' one, so that a lookup needs no scan of it. It is filled at the
-// first lookup after a mount, so that the lowest of several EUs that claim a group stands in it, as a scan from the first
-// EU on would find it, and a reclaim renews the place of its group. A place in it counts only while the headers' table
-// still says the same; where it doesn't, and where no EU holds the group, the scan decides.
+// first lookup after a mount, so that the lowest of several EUs that claim a group stands in it, as a scan from the
+// first EU on would find it, and a reclaim renews the place of its group. A place in it counts only while the headers'
+// table still says the same; where it doesn't, and where no EU holds the group, the scan decides.
 #pragma once
 
 #include "ftl/ftl_internal.h"

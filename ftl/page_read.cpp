@@ -11,11 +11,6 @@ data_place find_data_page(const afs_context& ctx, std::uint32_t index)
     return {find_owner(ctx, cut / data_slots), cut % data_slots};
 }
 
-static std::uint32_t index_of(const afs_context& ctx, std::uint32_t va)
-{
-    return (va - ctx.fat_size) / page_bytes;
-}
-
 // Room on the stack, and up to seven tries, are for a chip of the program's own: this stays a function apart.
 [[gnu::noinline]] static std::uint32_t try_frame(std::uint32_t at, std::uint32_t page, void* buf)
 {

@@ -57,11 +57,11 @@ static std::uint32_t write_log_page(afs_context& ctx, std::uint16_t page, const 
 
 // A data slot is written once between two reclaims. A cut leaves a dead slot; the FAT decides whether a complete page
 // counts, so nothing is lost by it.
-static std::uint32_t write_data_page(afs_context& ctx, std::uint32_t page, const std::uint8_t* data)
+static std::uint32_t write_data_page(afs_context& ctx, std::uint32_t va, const std::uint8_t* data)
 {
     ftl_context& ftl = *ctx.ftl;
-    const le16 crc = page_crc(data, page);
-    const std::uint32_t index = page - fat_pages(ctx);
+    const le16 crc = page_crc(data, va / page_bytes);
+    const std::uint32_t index = index_of(ctx, va);
     if (ctx.alloc_map == nullptr || index >= ctx.chunks) return afs_status::failed;
     const std::uint32_t owner = owner_or_none(ctx, index / data_slots);
     if (owner == none) return afs_status::failed;
@@ -114,13 +114,13 @@ void trim_data_pages(afs_context& ctx, std::uint32_t index, std::uint32_t count)
     }
 }
 
-std::uint32_t put_copies(std::uint32_t eu_at, std::uint32_t slot, std::uint32_t count, const std::uint8_t* frames,
+std::uint32_t put_copies(std::uint32_t to, std::uint32_t slot, std::uint32_t count, const std::uint8_t* frames,
                          std::uint8_t* buf, void* check_buf)
 {
-    if (!write_verified(eu_at + data_frame_at(slot), count * frame_size, frames, check_buf)) return afs_status::failed;
+    if (!write_verified(to + data_frame_at(slot), count * frame_size, frames, check_buf)) return afs_status::failed;
     // Nothing refers to the copies before the hand-over, so their records go straight to complete.
     std::memset(buf, data_rec_complete, count);
-    if (!write_verified(eu_at + data_record_at(slot), count, buf, check_buf)) return afs_status::failed;
+    if (!write_verified(to + data_record_at(slot), count, buf, check_buf)) return afs_status::failed;
     return afs_status::ok;
 }
 
@@ -141,11 +141,10 @@ uint32_t afs_physical_ftl_write_page(struct afs_context* ctx, uint32_t va, uint3
                                      uint32_t /*flash_base*/)
 {
     using namespace yfs::ftl;
-    const uint32_t page = va / page_bytes;
     if (ctx->ftl == nullptr) return afs_status::invalid; // not mounted
     const auto* const data = static_cast<const std::uint8_t*>(buf);
-    if (is_fat_page(*ctx, va)) return write_log_page(*ctx, yfs::low16(page), data);
-    return write_data_page(*ctx, page, data);
+    if (is_fat_page(*ctx, va)) return write_log_page(*ctx, yfs::low16(va / page_bytes), data);
+    return write_data_page(*ctx, va, data);
 }
 
 uint32_t afs_physical_ftl_trim_page(struct afs_context* ctx, uint32_t va, uint32_t /*len*/, uint32_t /*flash_base*/)
@@ -155,7 +154,7 @@ uint32_t afs_physical_ftl_trim_page(struct afs_context* ctx, uint32_t va, uint32
     if (is_fat_page(*ctx, va)) {
         trim_fat_page(*ctx, va / page_bytes);
     } else {
-        trim_data_pages(*ctx, (va - ctx->fat_size) / page_bytes, 1);
+        trim_data_pages(*ctx, index_of(*ctx, va), 1);
     }
     return afs_status::ok;
 }

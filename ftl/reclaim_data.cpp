@@ -38,7 +38,8 @@ bool all_live_pages_readable(const afs_context& ctx, std::uint32_t victim, std::
     return true;
 }
 
-// The copies of a run. On the library's own chip its frames are as they were when they were looked at.
+// The copies of a run. On the library's own chip its frames are as all_live_pages_readable has found them: nothing but
+// the spare was changed since.
 std::uint32_t copy_run(afs_context* ctx, std::uint32_t victim, std::uint32_t slot, std::uint32_t count,
                        std::uint8_t* work)
 {
@@ -71,9 +72,9 @@ std::uint32_t move_group(afs_context* ctx, std::uint32_t victim, std::uint8_t* w
 
     // Downwards, so that the cursor ends at the lowest free slot.
     for (std::uint32_t slot = data_slots; slot != 0;) {
-        const std::uint32_t run = in_use_behind(*ctx, first + slot - 1, std::min(slot, run_max));
+        const std::uint32_t run = in_use_down(*ctx, first + slot - 1, std::min(slot, run_max));
         if (run == 0) {
-            slot -= unused_behind(*ctx, first + slot - 1, slot);
+            slot -= unused_down(*ctx, first + slot - 1, slot);
             if (track && first + slot < ctx->chunks) ftl.alloc_next = first + slot;
             continue;
         }

@@ -33,7 +33,7 @@ bool place_list::reserve(table_view table)
     words_.reset();
     if (table.count < worth_an_index) return false;
     start_bits_ = static_cast<unsigned>(std::bit_width(table.count)) - 1;
-    const std::size_t words = std::size_t{2} * table.count;
+    const std::size_t words = table.count;
     const std::size_t starts = (std::size_t{1} << start_bits_) + 2;
     words_.reset(
         static_cast<std::uint64_t*>(std::malloc(words * sizeof(std::uint64_t) + starts * sizeof(std::uint32_t))));
@@ -49,8 +49,13 @@ template <typename Key, typename Less>
 bool place_list::sort(table_view table, Key key_of_entry, Less less)
 {
     if (!reserve(table)) return false;
+    const word_block unsorted(static_cast<std::uint64_t*>(std::malloc(table.count * sizeof(std::uint64_t))));
+    if (!unsorted) {
+        words_.reset();
+        return false;
+    }
     std::uint64_t* const sorted = words_.get();
-    std::uint64_t* const made = sorted + table.count;
+    std::uint64_t* const made = unsorted.get();
     for (std::uint32_t i = 0; i < table.count; ++i) {
         const std::uint32_t key = key_of_entry(table.first[i]);
         made[i] = std::uint64_t{key} << 32 | i;
@@ -107,8 +112,8 @@ const ftbl_file_entry_t* name_index::find(std::string_view name) const
     const std::uint64_t* const first = first_from(begin, end, std::uint64_t{key} << 32);
     if (first == end || key_of(*first) != key) return nullptr;
     if (first + 1 == end || key_of(first[1]) != key) return &entry_of(*first); // mostly the key is one name's only
-    const std::uint64_t* const at = std::lower_bound(first, end, name, [this, key](std::uint64_t word, auto wanted) {
-        return key_of(word) == key && table_name(entry_of(word).name) < wanted;
+    const std::uint64_t* const at = std::lower_bound(begin, end, name, [this, key](std::uint64_t word, auto wanted) {
+        return key_of(word) != key ? key_of(word) < key : table_name(entry_of(word).name) < wanted;
     });
     return at != end && key_of(*at) == key ? &entry_of(*at) : nullptr;
 }

@@ -53,8 +53,9 @@ private:
     struct release {
         void operator()(std::uint64_t* words) const { std::free(words); }
     };
+    using word_block = std::unique_ptr<std::uint64_t[], release>;
     table_view table_;
-    std::unique_ptr<std::uint64_t[], release> words_; // as many once more to sort from, and then the starts
+    word_block words_; // and behind them, in the same memory, the starts
     std::uint32_t* starts_ = nullptr;
     unsigned start_bits_ = 0;
 };

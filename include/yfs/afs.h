@@ -89,8 +89,9 @@ YFS_API uint32_t afs_readfile(afs_context* ctx, int32_t file, uint32_t offset, u
 
 /* Changes a file: `len` bytes of `buf` at byte `offset`. `flags` bit 0: the file ends at offset + len afterwards;
    clear: bytes behind the new ones stay. A gap before `offset` reads as zeros. len 0 creates an empty file, or with bit
-   0 cuts or extends it to `offset`. A zombie's number counts as free. 0 | 22 | 27: the file would pass 0x40000 bytes |
-   28 | 12 | 5. On any but 0 the old file stands, unless the switching page was written already. */
+   0 cuts or extends it to `offset`. A zombie's number counts as free. `buf` doesn't lie in the cache. 0 | 22 | 27: the
+   file would pass 0x40000 bytes | 28 | 12 | 5. On any but 0 the old file stands, unless the switching page was written
+   already. */
 YFS_API uint32_t afs_writefile(afs_context* ctx, int32_t file, uint32_t offset, uint32_t len, const void* buf,
                                uint32_t flags);
 

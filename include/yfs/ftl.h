@@ -36,7 +36,7 @@ typedef struct ftl_context {
     uint32_t log_slot;        /* next free slot there; 120 is full */
     uint32_t alloc_next;      /* allocation cursor: page index in the data area; 0xFFFFFFFF: no group is open */
     uint32_t alloc_end;       /* the index behind the open group */
-    ftl_eu_entry* eu_table;   /* eu_count entries */
+    ftl_eu_entry* eu_table;   /* eu_count entries; to be read: a group that a program moves there may not be seen */
     ftl_page_entry* page_map; /* fat_size / 64 entries */
     uint16_t spare_eu;
     uint16_t last_page;        /* page of the newest committed record in log_eu: the chain value of the next */

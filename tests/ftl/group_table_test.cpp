@@ -75,8 +75,8 @@ TEST(FtlChunkBits, RunsAreThoseOfSingleChunks)
         };
         ASSERT_EQ(in_use_ahead(ctx, index, most), run(true, 1)) << round;
         ASSERT_EQ(unused_ahead(ctx, index, most), run(false, 1)) << round;
-        ASSERT_EQ(in_use_behind(ctx, index, most), run(true, UINT32_MAX)) << round;
-        ASSERT_EQ(unused_behind(ctx, index, most), run(false, UINT32_MAX)) << round;
+        ASSERT_EQ(in_use_down(ctx, index, most), run(true, UINT32_MAX)) << round;
+        ASSERT_EQ(unused_down(ctx, index, most), run(false, UINT32_MAX)) << round;
         std::uint32_t used = 0;
         for (std::uint32_t i = 0; i < most; ++i) used += chunk_in_use(ctx, index + i) ? 1 : 0;
         ASSERT_EQ(clear_in_use(ctx, index, most), used) << round;
