@@ -178,6 +178,16 @@ TEST(AfsFaults, SharedChunksAreNeverGivenBack)
         ASSERT_EQ(r.mount(), 0U);
     }
 
+    // Two heads on a chain of all chunks but one, as long as a chain can be.
+    volume longest(6, 3, 100);
+    std::vector<unsigned> most(3 * 122 - 1);
+    for (unsigned i = 0; i < most.size(); ++i) most[i] = i;
+    longest.file(0, bytes(64 * most.size())).in_chunks(most);
+    longest.fat(1, low16(longest.chunk_id(0)));
+    rig both(longest.image());
+    ASSERT_TRUE(both.mount() == 0 && dfs_context->chunks == most.size() + 1);
+    EXPECT_TRUE(dfs_getsize(1, &size) == 0 && size == 64 * most.size());
+
     // 2,000 heads on one long chain: counted once, so that a mount takes no longer than with one.
     volume many(255, 233, 2048);
     std::vector<unsigned> all(20000);
