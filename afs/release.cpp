@@ -25,11 +25,12 @@ std::uint32_t release_neighbours(afs_context& ctx, std::uint16_t cid, std::uint3
     return count;
 }
 
-// Whether any chunk whose entry stands in the FAT page at `page_va` is in use.
+// Whether a chunk in use has its entry in the FAT page at `page_va`. Without a map nobody can tell, so it may have.
 static bool describes_used_chunk(const afs_context& ctx, std::uint32_t page_va)
 {
     const std::uint32_t first = (page_va - fat_entry_at(ctx.files)) / 2;
-    if (ctx.alloc_map == nullptr || first > ctx.chunks) return false;
+    if (ctx.alloc_map == nullptr) return true;
+    if (first > ctx.chunks) return false;
     const std::uint32_t entries = std::min(line_bytes / 2, ctx.chunks + 1U - first);
     return clear_ahead(ctx.alloc_map, first, entries) != entries;
 }

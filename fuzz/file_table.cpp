@@ -12,8 +12,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const std::uint32_t sku : {7U, 0U, 0xFFFFFFFFU}) {
         load_file_table(table.data(), sku, length);
         load_autogen_data(table.data(), sku, length);
-        for (const char* path :
-             {"/home/qrd/deploy", "/home/net/name", "", "/home/a/very/long/path/of/more/than/forty-eight/characters"}) {
+        for (const char* path : {"/home/qrd/deploy", "/home/net/name", "/home/cal", "",
+                                 "/home/a/very/long/path/of/more/than/forty-eight/characters"}) {
             fileno_t number{};
             file_attributes_t attributes{};
             std::uint32_t most = 0, found = 0;

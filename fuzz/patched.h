@@ -1,5 +1,6 @@
-// Images with some bytes changed. A run begins with a list of changes, each a place, a length of 1 to 8 and bytes; a
-// bit of it tells whether the checksums around the place are made to fit again, so that runs get past the first check.
+// Images and tables with some places changed. A run begins with a list of changes; each is a kind of place, the place
+// and its new contents, and a bit tells whether the checksums around it are made to fit again, so that runs get past
+// the first check. Buffers are exactly as long as told: a step past their end is seen.
 #pragma once
 
 #include "fuzz/input.h"
@@ -8,11 +9,24 @@ namespace fuzz {
 
 using bytes = std::vector<std::uint8_t>;
 
-// An AFS volume of 8 units with files and a past.
+// Cut or grown, to a block of memory of just that size.
+inline void set_length(bytes& of, std::size_t length)
+{
+    of.resize(length, 0xFF);
+    of.shrink_to_fit();
+}
+
+// The same bytes for the same seed.
+bytes some_bytes(std::size_t count, unsigned seed);
+
+// An AFS volume of 4 or 5 units with files and a past. The input can make the buffer shorter or longer, and lift the
+// sequence numbers and erase counts to their end.
 bytes patched_volume(input& in);
-// An EFS image, its layout set in the library's globals; the input can change the layout too.
+
+// An EFS image, its layout set in the library's globals; the input can change layout, geometry, and the counters too.
 bytes patched_efs(input& in);
-// `base` with plain changes.
+
+// `base` with plain changes; perhaps cut or grown by some bytes.
 bytes patched(bytes base, input& in);
 
 // A set of buffers for a run of the facade: file table with EFST, Velor.cfg, zonc partition, volume, EFS.
@@ -20,5 +34,6 @@ struct host_set {
     bytes ftbl, velor, zonc, yfs, efs;
 };
 const host_set& sound_set();
+bytes patched_host_volume(input& in);
 
 } // namespace fuzz

@@ -46,6 +46,19 @@ TEST(AfsRemove, StatesOfANumber)
     EXPECT_EQ(afs_deletefile(nullptr, 0) + afs_mark_zombie_file(nullptr, 0), 44U);
 }
 
+// Without a map of the chunks in use a FAT page is never given back: the chains of other files stand in it.
+TEST(AfsRemove, OpenForReadingOnlyOtherFilesKeepTheirChains)
+{
+    volume v(6, 3, 100);
+    v.file(file, bytes(100)).in_chunks({25, 26}); // their entries share a FAT page without file heads
+    v.file(50, bytes(300)).in_chunks({30, 31, 32, 33, 34});
+    bench b(v);
+    ASSERT_EQ(b.open(0x25 | 8), 0U);
+    EXPECT_EQ(afs_deletefile(&b.ctx, file), 0U);
+    cache_invalidate(&b.ctx);
+    EXPECT_EQ(b.read(50), bytes(300));
+}
+
 // A chain that can't be read any more: the file is gone, what is left of it stays in use until the next mount.
 TEST(AfsRemove, AChainThatCantBeRead)
 {
