@@ -20,7 +20,7 @@ const bool has_lanes = [] {
 namespace {
 
 // x^n modulo a polynomial of `degree`, whose top bit is left out.
-constexpr std::uint64_t power(unsigned n, unsigned degree, std::uint64_t polynomial)
+consteval std::uint64_t power(unsigned n, unsigned degree, std::uint64_t polynomial)
 {
     std::uint64_t rest = 1;
     while (n-- > 0) {
@@ -54,7 +54,7 @@ YFS_LANES __m128i load_block(const std::uint8_t* from)
 struct form16 {
     static constexpr unsigned degree = 16;
     static constexpr std::uint64_t polynomial = 0x1021;
-    static constexpr factors on(unsigned bits)
+    static consteval factors on(unsigned bits)
     {
         return {power(bits, degree, polynomial), power(bits + 64, degree, polynomial)};
     }
@@ -70,14 +70,14 @@ struct form16 {
 // Reflected: a block as it lies, its first bit lowest. A product of two reflected numbers comes out one place too low,
 // which the factors make up for.
 struct form32 {
-    static constexpr std::uint64_t reflected(unsigned bits)
+    static consteval std::uint64_t reflected(unsigned bits)
     {
         const std::uint64_t rest = power(bits, 32, 0x04C11DB7);
         std::uint64_t turned = 0;
         for (unsigned i = 0; i < 32; ++i) turned |= ((rest >> i) & 1U) << (31 - i);
         return turned << 1;
     }
-    static constexpr factors on(unsigned bits) { return {reflected(bits + 32), reflected(bits - 32)}; }
+    static consteval factors on(unsigned bits) { return {reflected(bits + 32), reflected(bits - 32)}; }
 
     YFS_LANES static __m128i load(const std::uint8_t* from) { return load_block(from); }
     YFS_LANES static __m128i enter(std::uint32_t crc) { return _mm_cvtsi32_si128(static_cast<int>(crc)); }
@@ -109,7 +109,7 @@ YFS_LANES __m128i fold_all(Crc crc, const std::uint8_t* data, std::size_t blocks
 }
 
 // floor(x^64 / polynomial), without its top bit: x^48.
-constexpr std::uint64_t quotient16()
+consteval std::uint64_t quotient16()
 {
     std::uint64_t quotient = 0;
     std::uint64_t rest = 1;
