@@ -2,6 +2,7 @@
 // same mount. What was acknowledged stands for the library and for a fresh mount.
 #include "tests/efs/rig.h"
 
+#include <algorithm>
 #include <iostream>
 #include <random>
 
@@ -62,6 +63,54 @@ TEST(EfsFaultHistory, EachCallOfTheMediumGoesWrongOnce)
     std::cout << "EFS faults: " << faults << ", operations refused: " << failed << "\n";
 }
 
+// A write that landed is told as failed, and the next call, which would make it void, fails as well; a write of the
+// second change fails, or none; the power goes in the third. Whatever flash says then is whole, and a change that was
+// acknowledged is in it.
+TEST(EfsFaultHistory, TwoFailuresInARow)
+{
+    const efs::geometry geo{2, 2, 2};
+    const blob fresh = fresh_image(geo, {efs_entry(0, 0, 300), efs_entry(1, 0, 300)}, 1000);
+    unsigned refused = 0, runs = 0;
+    for (unsigned n = 0; n < 8 * 9 * 10 * 5; ++n) {
+        const unsigned first = 1 + n % 8, second = n / 8 % 9, cut = 1 + n / 72 % 10, way = n / 720;
+        SCOPED_TRACE(testing::Message() << first << ", " << second << ", cut " << cut << ", way " << way);
+        efs_rig r(fresh);
+        r.chip.violations_fail_test(second == 0); // else flash isn't as memory has it
+        ASSERT_EQ(r.mount(), 0U);
+        for (unsigned i = 0; i < way % 2 * 3; ++i) ASSERT_EQ(r.perform({efs_call::write, i % 2, bytes(90, i)}), 0U);
+        if (way == 2 || way == 3) efs_ctx.force_bm_switch = 1;
+        std::vector<efs_contents> possible = {r.files};
+        const auto attempt = [&](unsigned i) {
+            efs_contents after = r.files;
+            after[i % 2] = bytes(100, i);
+            if (r.perform({efs_call::write, i % 2, after[i % 2]}) == 0) return possible = {after}, true;
+            ++refused;
+            return possible.push_back(after), false;
+        };
+        r.chip.fail(chip_call::write, first, chip_fault::after);
+        r.chip.fail(chip_call::write, first + 1, chip_fault::before);
+        if (way == 4) refused += EFS_switch_BM(&efs_ctx.current_bme) != 0;
+        if (way != 4) attempt(4);
+        r.chip.power_on();                              // takes back what didn't come to pass
+        if (way == 3 && efs_ctx.force_bm_switch != 0) { // the next map is erased ahead of need
+            efs_ctx.bme_offset = 3000;
+            EFS_idle_reclaim();
+        }
+        if (second != 0) r.chip.fail(chip_call::write, second, chip_fault::before);
+        EXPECT_TRUE(attempt(5) || second != 0);
+        EXPECT_EQ(read_mounted(), r.files) << "the mount goes on";
+        r.chip.cut_power(cut, 0);
+        attempt(6);
+        r.chip.power_on();
+        ASSERT_EQ(r.mount(), 0U);
+        r.files = read_mounted();
+        ASSERT_TRUE(std::ranges::count(possible, r.files) != 0);
+        ASSERT_TRUE(attempt(7) && r.mount() == 0 && read_mounted() == r.files);
+        ++runs;
+    }
+    EXPECT_GT(refused, runs) << "two failures in a row, of three changes";
+}
+
 // An old map that a cut left sound is retired by the first change; zeros are no entry.
 TEST(EfsFaultHistory, LeftoversOfACommit)
 {
@@ -81,6 +130,11 @@ TEST(EfsFaultHistory, LeftoversOfACommit)
     ASSERT_EQ(r.perform({efs_call::write, 0, bytes(200)}), 0U);
     EXPECT_EQ(efs_ctx.current_bm, 2U);
     EXPECT_TRUE(r.mount() == 0 && stands(r));
+
+    r.chip.fail(chip_call::write, 3, chip_fault::before, 2); // the entry, and the zeros
+    ASSERT_EQ(r.perform({efs_call::write, 0, bytes(90)}), 1U);
+    ASSERT_NE(efs_ctx.undecided_length, 0U);
+    EXPECT_TRUE(EFS_do_format() == 0 && r.image == fresh_image(geo, {efs_entry(1, 0, 300)}, 100)) << "nothing is left";
 }
 
 } // namespace yfs::test::faults_efs_faults
