@@ -93,6 +93,7 @@ TEST_F(EfsChange, TheScanMendsOneSpareAndNoMore)
     EXPECT_EQ(rig_->trouble(), "");
     for (const std::uint32_t spare : {8U, 9U}) std::memset(block(spare), 0xFF, 16);
     EXPECT_EQ(EFS_scan_for_Data_Blocks_status_and_EC(), 41U) << "one cut leaves one";
+    EXPECT_TRUE(efs_ctx.block_status[1] == 1 && efs_ctx.block_status[2] == 1) << "told as free before";
     start();
     std::memset(block(3), 0, 2);
     EXPECT_TRUE(write(1) == 41 && efs_ctx.scan_done == 0) << "a block in use";
@@ -104,6 +105,9 @@ TEST_F(EfsChange, BlocksGoByTheirWear)
     std::uint32_t position = 0;
     EXPECT_EQ(EFS_erase_dirty_block(), 41U) << "none is dirty";
     EXPECT_TRUE(EFS_select_free_page_for_write(&position) == 0 && position == 1);
+    rig_->chip.fail(chip_call::write, 1, chip_fault::silent);
+    EXPECT_TRUE(EFS_erase_data_block(9, 4) == 41 && changes() == 0) << "its header would pass after a cut";
+    ASSERT_EQ(EFS_scan_for_Data_Blocks_status_and_EC(), 0U);
     std::memset(efs_ctx.block_status, 1, 3);
     EXPECT_EQ(EFS_select_free_page_for_write(&position), 41U);
     EXPECT_TRUE(EFS_erase_dirty_block() == 0 && efs_ctx.block_status[1] == 2) << "the least worn, the lower position";
