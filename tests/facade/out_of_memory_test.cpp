@@ -67,28 +67,33 @@ value whole_run(host& run, const blob& image, long ahead, long failing)
 
 TEST(OutOfMemory, IsToldAndLeavesTheNextRunWhole)
 {
-    host run({{"/home/a", blob{1}, blob{2, 3}, blob{4}},
-              {"/home/b", blob(30, 5), {}, blob(70, 6)},
-              {"/home/c", blob{}, blob(9, 9), blob{}},
-              deployed});
-    const blob image = run.yfs;
-    const value reference = whole_run(run, image, LONG_MAX, 0);
-    ASSERT_TRUE(reference.has_value());
-    const long allocations = LONG_MAX - s_left;
-    for (const long failing : {1L, LONG_MAX}) {
-        for (long ahead = 0; ahead < allocations; ++ahead) {
-            SCOPED_TRACE(testing::Message() << failing << " failing behind " << ahead);
-            const value table = whole_run(run, image, ahead, failing);
-            ASSERT_LT(s_left, 0) << "as many allocations each time";
-            ASSERT_TRUE(table == reference || s_told > 0) << "a result that differs, without a word";
-            // What the volume holds is whole: the old value or the new one, or the default, where there was no memory
-            // to copy the new one into the current values and the second rebuild wrote what stood there.
-            host::end();
-            ASSERT_EQ(run.init(), 1);
-            const value left = value_of("/home/a");
-            ASSERT_TRUE(left == blob{4} || left == blob(3, 7) || (s_told > 0 && left == blob{1}));
-            ASSERT_EQ(whole_run(run, image, LONG_MAX, 0), reference);
-            ASSERT_EQ(s_told, 0);
+    for (const unsigned more : {0U, 40U}) { // more values: indexes grow, one has a long payload
+        std::vector<nvar> values = {{"/home/a", blob{1}, blob{2, 3}, blob{4}},
+                                    {"/home/b", blob(30, 5), {}, blob(70, 6)},
+                                    {"/home/c", blob{}, blob(9, 9), blob{}},
+                                    deployed};
+        for (unsigned i = 0; i < more; ++i)
+            values.push_back({"/home/x" + std::to_string(i), blob(i * 20, 1), {}, blob{3}});
+        host run(values);
+        const blob image = run.yfs;
+        const value reference = whole_run(run, image, LONG_MAX, 0);
+        ASSERT_TRUE(reference.has_value());
+        const long allocations = LONG_MAX - s_left;
+        for (const long failing : {1L, LONG_MAX}) {
+            for (long ahead = 0; ahead < allocations; ahead += more == 0 ? 1 : 23) {
+                SCOPED_TRACE(testing::Message() << failing << " failing behind " << ahead);
+                const value table = whole_run(run, image, ahead, failing);
+                ASSERT_LT(s_left, 0) << "as many allocations each time";
+                ASSERT_TRUE(table == reference || s_told > 0) << "a result that differs, without a word";
+                // What the volume holds is whole: the old value or the new one, or the default, where there was no
+                // memory to copy the new one into the current values and the second rebuild wrote what stood there.
+                host::end();
+                ASSERT_EQ(run.init(), 1);
+                const value left = value_of("/home/a");
+                ASSERT_TRUE(left == blob{4} || left == blob(3, 7) || (s_told > 0 && left == blob{1}));
+                ASSERT_EQ(whole_run(run, image, LONG_MAX, 0), reference);
+                ASSERT_EQ(s_told, 0);
+            }
         }
     }
 }
