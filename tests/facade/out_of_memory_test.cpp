@@ -2,6 +2,7 @@
 // is told, nothing leaks, and the next run is as good as the first. The allocator of this program breaks on demand.
 #include "tests/facade/host.h"
 
+#include <bitset>
 #include <climits>
 #include <cstdlib>
 #include <new>
@@ -47,8 +48,9 @@ extern "C" const char* __asan_default_options()
 
 namespace yfs::test::facade_out_of_memory {
 
-int s_told;  // reports of one run; the callback allocates nothing
-long s_left; // of the allocations ahead, at its end
+int s_told;                              // reports of one run; the callback allocates nothing
+std::bitset<yfs_error_last + 1> s_codes; // told in any run
+long s_left;                             // of the allocations ahead, at its end
 
 // One run up to the rebuild, and the new table, if it came to that.
 value whole_run(host& run, const blob& image, long ahead, long failing)
@@ -57,7 +59,10 @@ value whole_run(host& run, const blob& image, long ahead, long failing)
     run.yfs = image;
     void* data = nullptr;
     s_told = 0, s_ahead = ahead, s_failing = failing;
-    const bool begun = run.init([](ErrorLevel, ImageToolsErrorName, const char*, const char*) { ++s_told; }) != 0;
+    const auto count = [](ErrorLevel, ImageToolsErrorName code, const char*, const char*) {
+        ++s_told, s_codes.set(code);
+    };
+    const bool begun = run.init(count) != 0;
     const bool set = begun && yeYfsNvarResize("/home/a", &data, 3) != 0;
     if (set) std::memset(data, 7, 3);
     const bool built = begun && yeYfsNvarTerm(1) != 0 && set;
@@ -96,6 +101,10 @@ TEST(OutOfMemory, IsToldAndLeavesTheNextRunWhole)
             }
         }
     }
+    for (const auto code :
+         {yfs_error_data_pointer, yfs_error_out_of_memory, yfs_error_process_fcs_entries,
+          yfs_error_create_current_values, yfs_error_generate_current_values, yfs_error_create_zon_cfg})
+        EXPECT_TRUE(s_codes.test(code)) << code;
 }
 
 } // namespace yfs::test::facade_out_of_memory

@@ -118,15 +118,6 @@ TEST(FtlReclaim, LogEu)
         b.chip.fail(chip_call::write, (n - 1) % 9 + 1, n <= 9 ? chip_fault::before : chip_fault::after);
         EXPECT_EQ(b.run("r0 g0-9 w30 g30 m g0-9 g30"), n != 9 && n < 17 ? "5 = 0 = 0 = = " : "0 = 0 = 0 = = ") << n;
     }
-    // Whatever fails, and the call behind it: all pages stand and the log takes one more.
-    for (unsigned n = 0; n < 3 * 2 * 60; ++n) {
-        bench b(plan(with("0-9", n % 4 < 2 ? room_3 : room_3 + " eu2 74 eu3 74"), 8, 3, 2000));
-        ASSERT_EQ(b.open(), 0U);
-        b.chip.fail(static_cast<chip_call>(n % 3), 1 + n / 6, n % 2 != 0 ? chip_fault::before : chip_fault::after, 2);
-        const std::string status = b.run("r0");
-        b.chip.power_on();
-        EXPECT_EQ(b.run("g0-9 w30 g30 m g0-9 g30"), "= 0 = 0 = = ") << n << ": " << status;
-    }
     // A page that can't be read is found out before the spare is erased or anything moves.
     bench bad(plan(with("0 x1", "eu1 seq=20 f74=5"), 8, 3, 2000));
     ASSERT_EQ(bad.open(), 0U);
