@@ -19,8 +19,8 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 INCLUDE, BUILD = ROOT / "include/yfs", ROOT / "build/statuses"
 FAMILIES = {"afs": "afs ftl dfs make_volume", "efs": "efs make_efs", "fcs": "cfgtable"}
-# Never left to a caller: a pass of a mount that is made again, and a status of another tool that dispatch knows.
-INTERNAL = {("efs", 11), ("afs", 562)}
+# Never left to a caller: of a pass of a mount that is made again.
+INTERNAL = {("efs", 11)}
 NO_STATUS = {"EFS_crc32", "EFS_get_efs_size", "EFS_physical_read", "EFS_physical_write", "EFS_physical_erase",
              "afs_physical_ftl_get_data_vas"}
 
@@ -62,8 +62,8 @@ def main():
     ccache = "ccache" if shutil.which("ccache") else ""
     launcher.write_text(f'#!/bin/sh\ncase "$*" in *"-c {ROOT}/tests/"*.cpp*) exec {ccache} "$@" -include {header} ;; *) exec {ccache} "$@" ;; esac\n')
     launcher.chmod(0o755)
-    subprocess.run(["cmake", "-S", ROOT, "-B", BUILD, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release", "-DYFS_BUILD_TOOL=OFF",
-                    f"-DCMAKE_CXX_COMPILER_LAUNCHER={launcher}"], check=True, capture_output=True)
+    subprocess.run(["cmake", "--preset", "release", "-B", BUILD, "-DYFS_BUILD_TOOL=OFF",
+                    f"-DCMAKE_CXX_COMPILER_LAUNCHER={launcher}"], check=True, capture_output=True, cwd=ROOT)
     programs = sorted(p.parent.name for p in (ROOT / "tests").glob("*/CMakeLists.txt"))
     targets = re.findall(r"^(\w+_tests): ", subprocess.run(["ninja", "-C", BUILD, "-t", "targets", "all"], check=True, capture_output=True, text=True).stdout, re.M)
     targets = sorted({t for t in targets if any(t.startswith(p) for p in programs)})

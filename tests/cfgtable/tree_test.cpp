@@ -110,7 +110,8 @@ TEST(directory, takes_nulls_and_full_names)
 // Parents before children. The way back goes by `parent`, which addFile doesn't set, and by the directory's name.
 TEST(walk, nested)
 {
-    const auto root = std::make_shared<Directory>(), below = std::make_shared<Directory>();
+    struct derived : Directory {}; // a program's own
+    const std::shared_ptr<Directory> root = std::make_shared<Directory>(), below = std::make_shared<derived>();
     image_editor::FileIterator walk(root);
     const auto names = [&walk] {
         std::string list;

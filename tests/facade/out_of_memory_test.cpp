@@ -1,6 +1,7 @@
 // Every allocation of a whole run fails once, alone and with all that follow. No call lets an exception out, a failure
 // is told, nothing leaks, and the next run is as good as the first. The allocator of this program breaks on demand.
 #include "tests/facade/host.h"
+#include "yfs/status.h"
 
 #include <bitset>
 #include <climits>
@@ -105,6 +106,41 @@ TEST(OutOfMemory, IsToldAndLeavesTheNextRunWhole)
          {yfs_error_data_pointer, yfs_error_out_of_memory, yfs_error_process_fcs_entries,
           yfs_error_create_current_values, yfs_error_generate_current_values, yfs_error_create_zon_cfg})
         EXPECT_TRUE(s_codes.test(code)) << code;
+}
+
+TEST(OutOfMemory, OfAHandleAndAFile)
+{
+    host run({{"/home/a", blob{1}}});
+    ASSERT_EQ(run.init(), 1);
+    const auto starved = [](auto call) {
+        s_ahead = 0, s_failing = 1;
+        const std::uint32_t status = call();
+        s_ahead = LONG_MAX;
+        return status;
+    };
+    void* handle = nullptr;
+    char name[256];
+    std::uint32_t length = 200;
+    for (long ahead = 1; ahead < 5; ++ahead) { // the tree and the walk: fit for nothing but its end
+        s_ahead = ahead, s_failing = 1;
+        EXPECT_THROW(createHandle(&handle), std::bad_alloc) << ahead;
+        s_ahead = LONG_MAX;
+        FcsFileEntry entry;
+        for (const std::uint32_t status :
+             {addNewFile(handle, "", "a", name, 12, false), deleteFile(handle, "a"), getNextFile(handle, name),
+              getFileData(handle, "a", name, &length), getFileAttributes(handle, "a", &entry),
+              getFirstFileInRoot(handle, name), flush(handle, name, &length)})
+            EXPECT_EQ(status, fcs_status::null_handle);
+        EXPECT_FALSE(loadDataFromFcsBuffer(handle, make_cfg_table({{0x500}}).data(), 16));
+        EXPECT_EQ(closeHandle(&handle), 0U);
+    }
+    EXPECT_EQ(starved([&] { return createHandle(&handle); }), fcs_status::no_memory);
+    ASSERT_TRUE(handle == nullptr && createHandle(&handle) == 0);
+    blob image = make_file_image(0x500, {1});
+    EXPECT_EQ(starved([&] { return addNewFile(handle, "", "/home/a", image.data(), 13, true); }),
+              fcs_status::no_memory);
+    EXPECT_EQ(getFirstFileInRoot(handle, name), fcs_status::no_more_files);
+    closeHandle(&handle);
 }
 
 } // namespace yfs::test::facade_out_of_memory

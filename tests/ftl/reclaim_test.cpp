@@ -133,6 +133,7 @@ TEST(FtlReclaim, LogEu)
     bench full(plan("eu0 0-119", 24, 22, 1200));
     ASSERT_EQ(full.open(), 0U);
     EXPECT_EQ(full.run("r0 k0 w0 g0-119"), "38807 28 28 = ");
+    EXPECT_EQ(afs_physical_ftl_idle_reclaim(&full.ctx), afs_status::nothing_gained);
 }
 
 // The group that it opens while it works is forgotten with it: its slots were dead before, and are so again.
