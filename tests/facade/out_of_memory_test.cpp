@@ -42,6 +42,10 @@ void* __wrap_realloc(void* ptr, std::size_t size)
     if (ptr == nullptr) throw std::bad_alloc();
     return ptr;
 }
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    return std::malloc(size);
+}
 extern "C" const char* __asan_default_options()
 {
     return "alloc_dealloc_mismatch=0";
