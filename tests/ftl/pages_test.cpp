@@ -99,8 +99,7 @@ TEST(FtlAllocate, LooksAtFlashWhereAPageWasTrimmed)
     b.chip.fail(chip_call::read, 1, chip_fault::before);
     EXPECT_EQ(b.run("a a"), "5 #200 "); // the cursor hasn't moved
     // A slot that was begun in spite of the status is no free one.
-    b.ctx.ftl->alloc_next = 210;
-    b.ctx.ftl->alloc_check_flash = 0;
+    b.ctx.ftl->alloc_next = 210, b.ctx.ftl->alloc_check_flash = 0;
     b.chip.fail(chip_call::write, 1, chip_fault::after);
     EXPECT_EQ(b.run("a W210"), "#210 5 ");
     b.ctx.ftl->alloc_next = 210;
