@@ -111,7 +111,6 @@ std::uint32_t settle_next_bm(std::uint32_t next)
 // The switch has happened on the medium; memory follows.
 void adopt(const efs_bme_t& bme, const geometry& geo, std::uint32_t bm)
 {
-    efs_ctx.undecided_length = 0; // whatever landed in the old BM, its sequence is lower now
     efs_ctx.bme_offset = first_slot_at;
     ++efs_ctx.bm_sequence;
     efs_ctx.current_bm = bm;
@@ -120,6 +119,7 @@ void adopt(const efs_bme_t& bme, const geometry& geo, std::uint32_t bm)
 
 std::uint32_t append(efs_bme_t& bme, const geometry& geo, const std::uint8_t* slot)
 {
+    if (const auto status = settle_undecided(); status != efs_status::ok) return status;
     const std::uint32_t at = efs_ctx.bme_offset + geo.bme_bytes();
     // COMMIT: with the last byte of the slot the new state holds; a torn slot gives way to the one before it.
     const std::uint32_t slot_at = geometry::bm_at(efs_ctx.current_bm) + at;
@@ -203,6 +203,7 @@ uint32_t EFS_switch_BM(efs_bme_t* bme)
     if (!slot) return efs_status::no_memory;
     if (efs_ctx.bm_sequence == UINT32_MAX) return efs_status::sequence_used;
     if (geo.bm_num < 2) return efs_status::integrity; // it would erase the only map
+    if (const auto status = settle_undecided(); status != efs_status::ok) return status;
     const std::uint32_t next = next_bm(geo);
 
     if (const auto status = settle_next_bm(next); status != efs_status::ok) return status;

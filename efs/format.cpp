@@ -98,7 +98,8 @@ uint32_t EFS_do_format(void)
     working_bme bme;
     const auto slot = yfs::lt_allocate_zero<std::uint8_t>(geo.bme_bytes());
     if (!bme.allocate(geo) || !slot) return efs_status::no_memory;
-    efs_ctx.initialized = 0; // what was mounted is gone with the first erase
+    efs_ctx.initialized = 0;      // what was mounted is gone with the first erase,
+    efs_ctx.undecided_length = 0; // and what was to be made void with it
 
     auto status = erase_everything(geo);
     if (status == efs_status::ok) status = write_logical_blocks(geo);

@@ -18,7 +18,7 @@ void void_commit(std::uint32_t at, std::uint32_t length)
 {
     efs_ctx.undecided_at = at;
     efs_ctx.undecided_length = length;
-    static_cast<void>(settle_undecided()); // else the next erase insists on it
+    static_cast<void>(settle_undecided()); // else the next erase or commit insists on it
 }
 
 void retire_older_maps(const geometry& geo)

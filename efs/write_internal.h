@@ -57,7 +57,8 @@ inline std::uint32_t next_bm(const geometry& geo)
 // ---- What a cut or a failed commit left (leftover.cpp) ----
 
 // A commit at `at` was told as failed, but its bytes may have landed, and a mount would then take it: it is made void.
-// Until that has worked nothing may be erased, since the flash may name what memory takes for dirty.
+// Until that has worked nothing may be erased, since the flash may name what memory takes for dirty, and no other
+// commit begins: only one can be undecided, and a map that landed would stand before an entry behind the one in force.
 void void_commit(std::uint32_t at, std::uint32_t length);
 // Tries again if it hasn't worked so far. ok | the medium still doesn't do it.
 std::uint32_t settle_undecided();

@@ -1,4 +1,5 @@
 // The handle operations: each one's statuses in their order, and what stays as it was.
+#include "cfgtable/cfgtable_internal.h"
 #include "tests/cfgtable/fixture.h"
 
 #include <cstring>
@@ -26,6 +27,32 @@ TEST(handle, null_handle_comes_first)
                      getFirstFileInRoot(nullptr, out), getNextFile(nullptr, out), flush(nullptr, nullptr, nullptr),
                      flush(nullptr, nullptr, &length)}),
               words(8, fcs_status::null_handle));
+    void *none = nullptr, *open = nullptr;
+    ASSERT_EQ(createHandle(&open), 0U);
+    char byte = 0;
+    EXPECT_EQ((words{createHandle(nullptr), createHandleFromStructure(nullptr, &byte, 1),
+                     createHandleFromStructure(&none, nullptr, 4), closeHandle(nullptr), closeHandle(&none),
+                     getFirstFileInRoot(open, nullptr), getNextFile(open, nullptr), getNextFile(open, out),
+                     deleteFile(open, nullptr), closeHandle(&open), closeHandle(&open)}),
+              (words{1, 1, 1, 1, 6, 1, 1, 3, 4, 0, 6}));
+}
+
+// Nodes as a program may leave them behind a handle: without a record, without a name.
+TEST(handle, nodes_of_a_program)
+{
+    const active_table table(files);
+    fcs tree;
+    for (const char* name : {"a", "b"}) ASSERT_EQ(0U, tree.add(name, make_file_image(0x501)));
+    auto& children = static_cast<cfgtable::FcsHandle*>(tree.handle)->root->children;
+    children[0]->data.resize(3);
+    char name[256];
+    FcsFileEntry entry;
+    EXPECT_EQ(getFileAttributes(tree.handle, "a", &entry), fcs_status::not_in_table);
+    for (const std::size_t nameless : {1, 0}) {
+        children[nameless]->name[0] = 0;
+        EXPECT_EQ(getFirstFileInRoot(tree.handle, name), nameless != 0 ? 0U : 3U);
+        EXPECT_EQ(getNextFile(tree.handle, name), fcs_status::no_more_files);
+    }
 }
 
 TEST(add_new_file, statuses_in_their_order)

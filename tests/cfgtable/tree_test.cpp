@@ -69,10 +69,49 @@ TEST(directory, delete_file_splits_its_path)
     }
 }
 
+// What a program can put among the children: null counts as unnamed, and a name may fill its field.
+TEST(directory, takes_nulls_and_full_names)
+{
+    const std::string full(48, 'n');
+    blob record = make_file_image(9, {1, 2});
+    const auto root = std::make_shared<Directory>(), named = std::make_shared<Directory>(record.data(), 14);
+    std::snprintf(named->name, sizeof named->name, "d");
+    named->children = {nullptr, make("x", {5})};
+    root->children = {nullptr, nullptr, make("a"), named, make(full, {7})};
+    node found;
+    for (const auto& [name, at] : {std::pair<std::string, unsigned>{"", 0},
+                                   {"a", 2},
+                                   {"b", 0},
+                                   {"d", 3},
+                                   {full, 4},
+                                   {full + "x", 0},
+                                   {full.substr(1), 0},
+                                   {"zz", 0}}) {
+        EXPECT_TRUE(root->getFile(name, &found) == (at != 0) && (at == 0 || found == root->children[at])) << name;
+        EXPECT_FALSE(root->getFile(name, nullptr));
+    }
+    EXPECT_FALSE(root->addFile("", nullptr) || root->deleteFile("d/y"));
+    std::vector<_cfg_file_entry_t> records;
+    std::vector<char> payloads;
+    root->serialize(records, payloads);
+    EXPECT_TRUE(records.size() == 4 && payloads.size() == 2);
+    EXPECT_EQ(root->getSize(), 64U) << "a file its image; the named directory 12 more than what it holds";
+    IFile& leaf = *root->children[4];
+    EXPECT_FALSE(leaf.isDirectory() || leaf.addFile("", found) || leaf.deleteFile("y") || leaf.getFile("y", &found));
+    leaf.path = "/p";
+    EXPECT_TRUE(leaf.getFullPath() == "/p/" + full && File(record.data(), 14, nullptr).getFullPath().empty());
+    // A walk ends at a null, also below, and there is none over what is no directory, or nothing.
+    image_editor::FileIterator over(root), leafy(root->children[4]), nothing(nullptr);
+    for (image_editor::FileIterator* walk : {&over, &leafy, &nothing})
+        EXPECT_TRUE(walk->firstFile().empty() && walk->nextFile().empty());
+    for (const int at : {3, 9}) EXPECT_EQ((over.index = at, over.nextFile()), "");
+}
+
 // Parents before children. The way back goes by `parent`, which addFile doesn't set, and by the directory's name.
 TEST(walk, nested)
 {
-    const auto root = std::make_shared<Directory>(), below = std::make_shared<Directory>();
+    struct derived : Directory {}; // a program's own
+    const std::shared_ptr<Directory> root = std::make_shared<Directory>(), below = std::make_shared<derived>();
     image_editor::FileIterator walk(root);
     const auto names = [&walk] {
         std::string list;

@@ -60,6 +60,7 @@ TEST(EfsAutogen, RefusesOrPassesOverBadTables)
         {"EFST cut", {}, 36, 1, false},
         {"no records, and none there", {{44, 0}}, 48, 0, false},
         {"records behind the end", {{44, 9}}, 368, 1, false},
+        {"behind the last record, but told so", {{44, 1}}, 368, 0, false},
         {"as many records as a count can tell", {{44, 0xFFFFFFFF}}, 368, 1, false},
         {"another SKU", {{88, 7}}, 368, 0, false},
         {"list size above its records", {{list_size, 121}}, 368, 1, false},

@@ -66,11 +66,18 @@ TEST_F(EfsChange, StatusesInTheirOrder)
     start();
     const auto all = [](std::uint32_t wanted, auto... status) { return ((status == wanted) && ...); };
     EXPECT_TRUE(all(22, EFS_write(0, 0, 1, nullptr), EFS_delete(99), EFS_write_with_read_check(0, 4097, block(0), 0),
-                    EFS_check_next_BM_state(2), EFS_erase_next_BM(2), EFS_select_free_page_for_write(nullptr)));
+                    EFS_check_next_BM_state(2), EFS_erase_next_BM(2), EFS_select_free_page_for_write(nullptr),
+                    EFS_write_with_read_check(0, 1, nullptr, 0), EFS_write_data_block(0, nullptr),
+                    EFS_write_data_block(10, block(0)), EFS_write_data_footer(0, nullptr),
+                    EFS_write_data_footer(10, block(0)), EFS_erase_data_block(10, 0)));
     std::uint32_t position = 0;
     efs_bme_t* const bme = &efs_ctx.current_bme;
-    efs_bme_t twice = *bme; // names the blocks of the first table twice
+    efs_bme_t twice = *bme, half = *bme, none{}; // names the blocks of the first table twice
     twice.non_valid_table = twice.valid_table;
+    half.non_valid_table = nullptr;
+    EXPECT_TRUE(all(
+        22, EFS_commit_BME(&none, 0, 0), EFS_switch_BM(&half), EFS_bme_swap_and_write_new_block(bme, 0, nullptr),
+        EFS_bme_swap_and_write_new_block(bme, 7, block(0)), EFS_bme_swap_and_write_new_block(nullptr, 0, block(0))));
     EXPECT_TRUE(all(22, EFS_commit_BME(&twice, 0, 0), EFS_switch_BM(&twice), EFS_switch_BM(nullptr),
                     EFS_bme_swap_and_write_new_block(&twice, 0, block(0)), EFS_commit_BME(nullptr, 0, 0)));
     g_efs_layout_id = 1; // mounted for another layout
@@ -80,6 +87,22 @@ TEST_F(EfsChange, StatusesInTheirOrder)
                     EFS_scan_for_Data_Blocks_status_and_EC(), EFS_check_next_BM_state(0), EFS_erase_next_BM(0),
                     EFS_erase_data_block(0, 0), EFS_write_data_block(0, block(0)), EFS_write_data_footer(0, block(0)),
                     EFS_do_format(), EFS_write_RTFD_marker()));
+    EXPECT_EQ(changes(), 0U);
+}
+
+// Counts that don't fit their bytes, and no map at all: nothing is mounted, formatted or touched.
+TEST_F(EfsChange, GeometriesThatTheFormatCantCarry)
+{
+    start();
+    for (const efs::geometry& geo : {efs::geometry{0, 7, 3}, {256, 7, 3}, {2, 256, 0}, {2, 0, 256}, {2, 200, 57}}) {
+        use_efs_table(geo, {efs_entry(0, 0, 9)});
+        EXPECT_TRUE(rig_->mount() == 41 && EFS_do_format() == 41 && yfs_make_efs(block(0), EFS_get_efs_size()) == 41);
+        if (geo.bm_num == 0) continue;
+        for (const std::uint32_t status :
+             {EFS_erase_data_block(0, 0), EFS_write_data_block(0, block(0)), EFS_write_data_footer(0, block(0)),
+              EFS_check_next_BM_state(0), EFS_erase_next_BM(0)})
+            EXPECT_EQ(status, 22U);
+    }
     EXPECT_EQ(changes(), 0U);
 }
 
@@ -93,6 +116,7 @@ TEST_F(EfsChange, TheScanMendsOneSpareAndNoMore)
     EXPECT_EQ(rig_->trouble(), "");
     for (const std::uint32_t spare : {8U, 9U}) std::memset(block(spare), 0xFF, 16);
     EXPECT_EQ(EFS_scan_for_Data_Blocks_status_and_EC(), 41U) << "one cut leaves one";
+    EXPECT_TRUE(efs_ctx.block_status[1] == 1 && efs_ctx.block_status[2] == 1) << "told as free before";
     start();
     std::memset(block(3), 0, 2);
     EXPECT_TRUE(write(1) == 41 && efs_ctx.scan_done == 0) << "a block in use";
@@ -104,6 +128,9 @@ TEST_F(EfsChange, BlocksGoByTheirWear)
     std::uint32_t position = 0;
     EXPECT_EQ(EFS_erase_dirty_block(), 41U) << "none is dirty";
     EXPECT_TRUE(EFS_select_free_page_for_write(&position) == 0 && position == 1);
+    rig_->chip.fail(chip_call::write, 1, chip_fault::silent);
+    EXPECT_TRUE(EFS_erase_data_block(9, 4) == 41 && changes() == 0) << "its header would pass after a cut";
+    ASSERT_EQ(EFS_scan_for_Data_Blocks_status_and_EC(), 0U);
     std::memset(efs_ctx.block_status, 1, 3);
     EXPECT_EQ(EFS_select_free_page_for_write(&position), 41U);
     EXPECT_TRUE(EFS_erase_dirty_block() == 0 && efs_ctx.block_status[1] == 2) << "the least worn, the lower position";

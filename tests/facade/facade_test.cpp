@@ -1,7 +1,8 @@
 // Runs over tables and volumes made for the case: what each call answers, reports, and leaves behind.
 #include "facade/facade_internal.h"
 #include "tests/facade/host.h"
-#include "yfs/efs.h"
+#include "tests/support/efs_builder.h"
+#include "yfs/make_efs.h"
 
 namespace yfs::test::facade_facade {
 
@@ -33,7 +34,6 @@ TEST(Init, RefusesWhatItCannotUse)
         {"overrides cut", [](host& h) { --h.zonc[8]; }, "328#10;"},
         {"small volume", [](host& h) { h.yfs.resize(0x7FFF); }, "1#22;339:;"},
         {"blank volume", [](host& h) { h.yfs.assign(0x20000, 0xFF); }, "1#5;339:;"},
-        {"short EFS", [](host& h) { h.efs.assign(yeYfsGetEfsSize() - 1, 0x5A); }, "340:;"},
         {"no EFS there", [](host& h) { h.efs.assign(yeYfsGetEfsSize(), 0x5A); }, "340:;"},
     };
     testing::internal::CaptureStdout();
@@ -60,6 +60,26 @@ TEST(Init, RefusesWhatItCannotUse)
         *tables[i] = {nullptr, 1}; // of several the first counts
         EXPECT_EQ(yeYfsYzonInit(&p, record), 0);
         EXPECT_EQ(host::reports(), "339:Invalid table " + names[i] + ". The table is loaded but data is empty.;");
+    }
+}
+
+// A sound image that the geometry of the file table reaches beyond: of each buffer not a byte behind its end is read.
+TEST(Init, TakesNoEfsShorterThanItsGeometry)
+{
+    use_efs_table({2, 7, 3}, {efs_entry(0, 0, 300)});
+    blob sound(EFS_get_efs_size());
+    ASSERT_EQ(yfs_make_efs(sound.data(), EFS_get_efs_size()), 0U);
+    for (const std::size_t size :
+         {sound.size(), sound.size() - 1, std::size_t{9 * 4096}, std::size_t{4096 + 38}, 1UL}) {
+        const bool whole = size == sound.size();
+        host run({{a, blob{1}, {}, blob{4}}, deployed});
+        run.efs = blob(sound.begin(), sound.begin() + static_cast<std::ptrdiff_t>(size));
+        EXPECT_EQ(run.init(), whole) << size;
+        EXPECT_EQ(host::reports(), whole ? "" : "340:;");
+        EXPECT_TRUE(EFS_is_initialized() == whole && host::state() == (whole ? 3 : 1));
+        std::uint32_t length = 0;
+        EXPECT_EQ(EFS_get_file_size(0, &length), whole ? 2U : 1U) << "and no later call reads there";
+        EXPECT_TRUE(std::equal(run.efs.begin(), run.efs.end(), sound.begin()));
     }
 }
 

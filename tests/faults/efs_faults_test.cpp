@@ -2,6 +2,7 @@
 // same mount. What was acknowledged stands for the library and for a fresh mount.
 #include "tests/efs/rig.h"
 
+#include <algorithm>
 #include <iostream>
 #include <random>
 
@@ -62,6 +63,100 @@ TEST(EfsFaultHistory, EachCallOfTheMediumGoesWrongOnce)
     std::cout << "EFS faults: " << faults << ", operations refused: " << failed << "\n";
 }
 
+// A write that landed is told as failed, and the next call, which would make it void, fails as well; a write of the
+// second change fails, or none; the power goes in the third. Whatever flash says then is whole, and a change that was
+// acknowledged is in it.
+TEST(EfsFaultHistory, TwoFailuresInARow)
+{
+    const efs::geometry geo{2, 2, 2};
+    const blob fresh = fresh_image(geo, {efs_entry(0, 0, 300), efs_entry(1, 0, 300)}, 1000);
+    unsigned refused = 0;
+    for (unsigned n = 0; n < 8 * 9 * 10 * 5; ++n) {
+        const unsigned first = 1 + n % 8, second = n / 8 % 9, cut = 1 + n / 72 % 10, way = n / 720;
+        SCOPED_TRACE(testing::Message() << first << ", " << second << ", cut " << cut << ", way " << way);
+        efs_rig r(fresh);
+        r.chip.violations_fail_test(second == 0); // else flash isn't as memory has it
+        ASSERT_EQ(r.mount(), 0U);
+        for (unsigned i = 0; i < way % 2 * 3; ++i) ASSERT_EQ(r.perform({efs_call::write, i % 2, bytes(90, i)}), 0U);
+        if (way == 2 || way == 3) efs_ctx.force_bm_switch = 1;
+        std::vector<efs_contents> possible = {r.files};
+        const auto attempt = [&](unsigned i) {
+            efs_contents after = r.files;
+            after[i % 2] = bytes(100, i);
+            if (r.perform({efs_call::write, i % 2, after[i % 2]}) == 0) return possible = {after}, true;
+            ++refused;
+            return possible.push_back(after), false;
+        };
+        r.chip.fail(chip_call::write, first, chip_fault::after);
+        r.chip.fail(chip_call::write, first + 1, chip_fault::before);
+        if (way == 4) refused += EFS_switch_BM(&efs_ctx.current_bme) != 0;
+        if (way != 4) attempt(4);
+        r.chip.power_on(); // takes back what didn't come to pass
+        if (way == 3 && efs_ctx.force_bm_switch != 0) efs_ctx.bme_offset = 3000, EFS_idle_reclaim(); // erases ahead
+        if (second != 0) r.chip.fail(chip_call::write, second, chip_fault::before);
+        EXPECT_TRUE(attempt(5) || second != 0);
+        EXPECT_EQ(read_mounted(), r.files) << "the mount goes on";
+        r.chip.cut_power(cut, 0);
+        attempt(6);
+        r.chip.power_on();
+        ASSERT_EQ(r.mount(), 0U);
+        r.files = read_mounted();
+        ASSERT_TRUE(std::ranges::count(possible, r.files) != 0);
+        ASSERT_TRUE(attempt(7) && r.mount() == 0 && read_mounted() == r.files);
+    }
+    EXPECT_GT(refused, 3600U);
+}
+
+// The other calls, right behind a mount or without one: each call of the medium fails, told or landed, once and twice.
+// An answer of 0 means that it is done; of a format or an erase nothing but the old files, or none, is ever left, the
+// rest leaves all files; and a format mends what is left.
+TEST(EfsFaultHistory, TheWholeImageAndItsParts)
+{
+    static std::uint32_t position;
+    std::uint32_t (*const calls[])() = {
+        EFS_do_format,
+        EFS_erase,
+        EFS_write_RTFD_marker,
+        EFS_erase_dirty_block,
+        EFS_idle_reclaim,
+        [] { return EFS_select_free_page_for_write(&position); },
+        [] { return EFS_bme_swap_and_write_new_block(&efs_ctx.current_bme, 0, blob(4076).data()); },
+        [] { return EFS_wear_leveling(0, 0); },
+        [] { return EFS_switch_BM(&efs_ctx.current_bme); },
+        [] { return EFS_delete(3); }, // there is none
+    };
+    const efs::geometry geo{2, 7, 3};
+    const blob fresh = fresh_image(geo, usual_files(geo), 3);
+    efs_rig start(fresh);
+    ASSERT_EQ(start.mount(), 0U);
+    for (unsigned i = 0; i < 12; ++i) ASSERT_EQ(start.perform({efs_call::write, i % 3, bytes(60, i)}), 0U);
+    unsigned refused = 0;
+    for (unsigned n = 0; n < 10 * 3 * 2 * 2 * 2 * 24; ++n) {
+        const bool ends = n % 10 < 3, landed = n / 20 % 2 != 0;
+        const auto kind = static_cast<chip_call>(n / 40 % 3);
+        SCOPED_TRACE(testing::Message() << "call " << n % 10 << ", kind " << int(kind) << ", run " << n);
+        efs_rig r(start.image, start.files);
+        r.chip.violations_fail_test(false); // the marker goes over what stands
+        r.chip.plain_copy(n % 10 == 2);
+        efs_image = r.image.data();
+        EFS_init(0);
+        if (n / 10 % 2 != 0) efs_ctx.initialized = 0;
+        r.chip.fail(kind, 1 + n / 240, landed ? chip_fault::after : chip_fault::before, 1 + n / 120 % 2);
+        const std::uint32_t status = calls[n % 10]();
+        refused += status != 0;
+        r.chip.power_on();
+        const std::uint32_t mount = r.mount();
+        if (ends && status == 0) {
+            ASSERT_TRUE(n % 10 == 0 ? r.image == fresh : mount == 41);
+        } else {
+            ASSERT_TRUE((mount == 0 && read_mounted() == r.files) || (ends && (mount == 41 || read_mounted().empty())));
+        }
+        ASSERT_TRUE(ends || r.perform({efs_call::write, 1, bytes(20)}) == 0);
+        ASSERT_TRUE(EFS_do_format() == 0 && r.image == fresh && r.mount() == 0);
+    }
+    EXPECT_GT(refused, 500U);
+}
+
 // An old map that a cut left sound is retired by the first change; zeros are no entry.
 TEST(EfsFaultHistory, LeftoversOfACommit)
 {
@@ -81,6 +176,10 @@ TEST(EfsFaultHistory, LeftoversOfACommit)
     ASSERT_EQ(r.perform({efs_call::write, 0, bytes(200)}), 0U);
     EXPECT_EQ(efs_ctx.current_bm, 2U);
     EXPECT_TRUE(r.mount() == 0 && stands(r));
+
+    r.chip.fail(chip_call::write, 3, chip_fault::before, 2); // the entry, and the zeros
+    ASSERT_TRUE(r.perform({efs_call::write, 0, bytes(90)}) == 1 && efs_ctx.undecided_length != 0);
+    EXPECT_TRUE(EFS_do_format() == 0 && r.image == fresh_image(geo, {efs_entry(1, 0, 300)}, 100)) << "nothing is left";
 }
 
 } // namespace yfs::test::faults_efs_faults

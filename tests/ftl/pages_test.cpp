@@ -21,6 +21,25 @@ TEST(FtlPages, Scripts)
     check({{"no data EUs", "", "a a", "65533 28 | 1/0 after 0, 0"}}, 4, 0);
 }
 
+// Exported fields as a program may leave them: what can't be done is told, and nothing else is touched.
+TEST(FtlPages, WithoutWhatTheyNeed)
+{
+    const std::tuple<const char*, void (*)(bench&), const char*, const char*> rows[] = {
+        {"a mount", [](bench& b) { ftl::release_ftl(&b.ctx); }, "w4 W100 t4 T1 g3 G0", "22 22 22 22 22 22 "},
+        {"the map", [](bench& b) { b.ctx.alloc_map = nullptr; }, "w4 W100 T1 g3 G0 a", "0 5 0 = zeros 65533 "},
+        {"an owner", [](bench& b) { b.ctx.ftl->eu_table[2].base_page = 999; }, "W100 T1 a G1", "5 0 #244 zeros "},
+        {"a log", [](bench& b) { b.ctx.ftl->log_eu = none; }, "w4 t4 t4 g3 W100", "5 0 0 = 0 "},
+        {"an entry", [](bench& b) { b.ctx.ftl->page_entries = 4; }, "w4 t4 g4 g3 w3", "5 0 zeros = 0 "},
+        {"a chunk", [](bench& b) { b.ctx.chunks = 50; }, "W100 T49 G49 a", "5 0 zeros 28 "},
+    };
+    for (const auto& [name, take, calls, due] : rows) {
+        bench b("eu0 3 4 u0-60");
+        ASSERT_EQ(b.open(), 0U);
+        take(b);
+        EXPECT_EQ(b.run(calls), due) << name;
+    }
+}
+
 TEST(FtlRead, ByFlashAlone)
 {
     bench b("u0 d5 u6");
@@ -79,6 +98,12 @@ TEST(FtlAllocate, LooksAtFlashWhereAPageWasTrimmed)
     }
     b.chip.fail(chip_call::read, 1, chip_fault::before);
     EXPECT_EQ(b.run("a a"), "5 #200 "); // the cursor hasn't moved
+    // A slot that was begun in spite of the status is no free one.
+    b.ctx.ftl->alloc_next = 210, b.ctx.ftl->alloc_check_flash = 0;
+    b.chip.fail(chip_call::write, 1, chip_fault::after);
+    EXPECT_EQ(b.run("a W210"), "#210 5 ");
+    b.ctx.ftl->alloc_next = 210;
+    EXPECT_EQ(b.run("a"), "#211 ");
     b.ctx.chunks = 0;
     EXPECT_EQ(b.run("a"), "28 ");
 }

@@ -44,6 +44,28 @@ TEST(FtlVictim, Choice)
     }
 }
 
+// In idle time only what is worth while: where the log stands, the table; the kind asked for (7: nothing), a unit.
+TEST(FtlVictim, IdleTime)
+{
+    bench b("");
+    ASSERT_EQ(b.open(), 0U);
+    using row = std::tuple<const char*, unsigned, unsigned, const char*, unsigned, unsigned>;
+    for (const auto& [name, log_eu, log_slot, table, due_kind, due_eu] : {
+             row{"30 log slots", 0, 90, "1/1/0/0 2/1/0/0 3/1/9/99 4/1/9/9 5/1/9/9", 7, 7},
+             {"a blank unit in front", 1, 119, "1/1/0/1 2/1/0/0 3/1/9/99 4/1/9/9 5/1/9/9", 7, 7},
+             {"63 free, 97 dirty", 0, 0, "1/1/0/0 2/1/0/0 3/1/60/20 4/1/7/30 5/1/30/13", 1, none},
+             {"64 free", 0, 0, "1/1/0/0 2/1/0/0 3/1/60/20 4/1/7/30 5/1/30/14", 7, 7},
+             {"96 dirty", 0, 0, "1/1/0/0 2/1/0/0 3/1/60/20 4/1/6/30 5/1/30/13", 7, 7},
+             {"wholly dead, least worn, first", 0, 0, "1/1/120/0 2/3/120/0 3/5/122/0 4/3/122/0 5/3/0/99", 0, 1},
+         }) {
+        set(b, table);
+        b.ctx.ftl->log_eu = log_eu, b.ctx.ftl->log_slot = log_slot;
+        std::uint32_t eu = 7, kind = 7;
+        EXPECT_EQ(afs_physical_ftl_idle_reclaim_needed(&b.ctx, &eu, &kind), due_kind != 7) << name;
+        EXPECT_TRUE(kind == due_kind && eu == due_eu) << name;
+    }
+}
+
 // Runs go from the top down, at most 62 pages each. Live pages keep their slots. Then header, end of the source,
 // commit.
 TEST(FtlReclaim, DataEu)
@@ -108,6 +130,20 @@ TEST(FtlReclaim, LogEu)
     bench full(plan("eu0 0-119", 24, 22, 1200));
     ASSERT_EQ(full.open(), 0U);
     EXPECT_EQ(full.run("r0 k0 w0 g0-119"), "38807 28 28 = ");
+    EXPECT_EQ(afs_physical_ftl_idle_reclaim(&full.ctx), afs_status::nothing_gained);
+}
+
+// The group that it opens while it works is forgotten with it: its slots were dead before, and are so again.
+TEST(FtlReclaim, AFailedOneForTheAllocator)
+{
+    for (const unsigned n : {1U, 2U}) { // the new header, the end of the old one
+        bench b("u0-1 d2-365");
+        ASSERT_EQ(b.open(), 0U);
+        EXPECT_EQ(b.run("a") + b.ends(), "65533 0/0 after 0, 0");
+        b.chip.fail(chip_call::write, n, chip_fault::before);
+        EXPECT_EQ(b.run("a") + b.ends(), "5 0/0 after 0, 0");
+        EXPECT_EQ(b.run("a W122 G0-1"), "#122 0 = ");
+    }
 }
 
 TEST(FtlReclaim, WithoutMemoryOrMap)

@@ -71,9 +71,10 @@ public:
         EXPECT_EQ(seen, expected);
     }
 
-    // All cuts of the whole operation; after its last change it must be the new state.
-    void cut_everywhere()
+    // All cuts of the whole operation, or one in so many; after its last change it must be the new state.
+    void cut_everywhere(unsigned one_in = 1)
     {
+        one_in_ = one_in;
         for (const chip_change& change : journal) {
             if (change.kind == chip_call::erase) {
                 for (const unsigned done : {0U, 1U, 4U, 8U, 17U, 18U, 19U, 140U, 259U, 2048U, 4095U})
@@ -99,6 +100,7 @@ public:
     // Cuts in the change that comes next.
     void cut(const chip_change& change, std::uint32_t bytes_done, std::uint8_t unfinished)
     {
+        if (++places_ % one_in_ != 0) return;
         ++the_tally.cuts;
         work_ = base_;
         replay_cut(work_, change, bytes_done, unfinished);
@@ -203,7 +205,7 @@ private:
     std::vector<std::uint8_t> start_, end_, base_, work_; // before and after all, before the next change, after a cut
     contents old_, new_;
     bool done_ = false;
-    std::uint64_t lost_ = 0;
+    std::uint64_t lost_ = 0, places_ = 0, one_in_ = 1;
 };
 
 struct geometry {
@@ -323,6 +325,30 @@ TEST(PowerCutInALogReclaim, BehindTheLog)
         ASSERT_EQ(r.files.size(), 8U);
         cut_run job(r, {kind::idle_reclaim}, {false, true});
         job.cut_everywhere();
+    }
+}
+
+// A sample of the cuts on large volumes that have no room left: a write that reclaims a data and a log unit, a delete.
+TEST(PowerCutOnALargeVolume, LeavesTheOldOrTheNewState)
+{
+    for (const auto& [eus, writes, one_in] :
+         {std::tuple(64U, true, 2U), {255U, true, 7U}, {64U, false, 1U}, {255U, false, 1U}}) {
+        rig r(volume(eus, eus - 1 - eus / 12, 8 * eus).image());
+        ASSERT_EQ(r.mount(), afs_status::ok);
+        for (const unsigned file : {3U, touched, 20U}) ASSERT_EQ(r.perform(replace(file, bytes(200 * file))), 0U);
+        const ftl_context& f = *dfs_context->ftl;
+        const auto room = [&f](bool data) {
+            unsigned free = data ? 0 : ftl::log_slots - f.log_slot;
+            for (unsigned eu = 0; eu < f.eu_count; ++eu)
+                if (eu != f.spare_eu && (f.eu_table[eu].base_page != 0) == data)
+                    free += f.eu_table[eu].free * (data ? 1U : ftl::log_slots);
+            return free;
+        };
+        for (unsigned i = 0; room(true) > 5; ++i)
+            ASSERT_EQ(r.perform(replace(churned, bytes(64UL * std::min(10U, room(true) - 5), i))), 0U);
+        while (room(false) > 2) ASSERT_EQ(r.perform(cut_to(emptied, 0)), 0U);
+        const operation op = writes ? replace(touched, bytes(700, 51)) : operation{kind::remove, touched};
+        cut_run(r, op, {writes, writes}).cut_everywhere(one_in);
     }
 }
 

@@ -32,7 +32,7 @@ struct efs_volume {
 
     // The header of a BM, with the byte at `changed` changed under its CRC, and its first slots.
     efs_volume& bm(unsigned index, std::uint32_t sequence = 1, unsigned slots = 1, unsigned changed = 0,
-                   std::uint8_t value = 1);
+                   std::uint8_t changed_to = 1);
     // The next slot: the tables as they are now. Of a torn one the first `kept` bytes stand.
     efs_volume& slot(unsigned index);
     efs_volume& torn(unsigned index, unsigned kept = 15);
@@ -40,7 +40,7 @@ struct efs_volume {
     efs_volume& chunk(unsigned logical, unsigned offset, unsigned length, const std::vector<std::uint8_t>& payload);
     efs_volume& file(const efs_file_t& entry, const std::vector<std::uint8_t>& contents);
     efs_volume& block_header(unsigned physical, std::uint32_t erase_count);
-    efs_volume& fill(std::uint32_t at, std::uint32_t count, std::uint8_t value);
+    efs_volume& fill(std::uint32_t at, std::uint32_t count, std::uint8_t byte);
     // Where the data area of a logical block lies.
     std::uint32_t area_at(unsigned logical) const;
 
