@@ -13,10 +13,9 @@ namespace yfs::ftl {
 
 namespace {
 
-// A header that was cut inside its erase count, or before it, can pass its 8-bit CRC by chance. The bits that are
-// missing read 1, and at least one of those is in the highest byte, so the count is at least this, which no unit
-// reaches by wear.
-constexpr std::uint32_t torn_erase_count = 0x01000000;
+// A header that was cut inside its erase count, or before it, can pass its 8-bit CRC by chance. The bytes that are
+// missing read 0xFF, so the count is at least this, which no unit reaches by wear.
+constexpr std::uint32_t torn_erase_count = 0xFF000000;
 
 struct header_scan {
     std::uint32_t incomplete_eu = none; // valid header, commit byte still 0xFF

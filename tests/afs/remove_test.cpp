@@ -33,7 +33,7 @@ TEST(AfsRemove, StatesOfANumber)
             EXPECT_EQ(b.in_use(), 1 + (head == 105 ? 4U : head == 100 ? 2U : 0U));
             ASSERT_EQ(b.reopen(), 0U);
         }
-        EXPECT_TRUE(clean(b.image, inspect::finding_id::file_zombie));
+        EXPECT_TRUE(clean(b.image, {inspect::finding_id::file_zombie}));
         EXPECT_EQ(b.read(50), bytes(64));
         EXPECT_EQ(after == 0 ? remove(b) : 2U, 2U);
         // The slots of deleted or replaced chunks count as dirty, not as free.

@@ -56,10 +56,10 @@ TEST(FtlMount, Headers)
          {"erased: the others' average", "eu0 erase=100 eu1 erase=15 eu5 erased", "seq 5, spare 5*23, 0/0 after 0"},
          {"wrong CRC", "eu0 erase=100 eu1 erase=19 eu5 erase=77 crc^=1", "seq 5, spare 5*24, 0/0 after 0"},
          {"right CRC, magic not 0", "eu0 erase=100 eu5 erase=77 magic=0x100", "seq 5, spare 5*20, 0/0 after 0"},
-         {"uncommitted, its count torn", "eu0 erase=100 eu5 magic=0xAA557887 commit=0xFF seq=9 src=2 erase=0x01000000",
+         {"uncommitted, its count torn", "eu0 erase=100 eu5 magic=0xAA557887 commit=0xFF seq=9 src=2 erase=0xFF000000",
           "seq 5, spare 5*20, 0/0 after 0"},
-         {"the highest that counts", "eu0 erase=100 eu5 magic=0xAA557887 commit=0xFF seq=9 src=2 erase=0x00FFFFFF",
-          "seq 5, spare 5*16777215, 0/0 after 0"},
+         {"the highest that counts", "eu0 erase=100 eu5 magic=0xAA557887 commit=0xFF seq=9 src=2 erase=0xFEFFFFFF",
+          "seq 5, spare 5*4278190079, 0/0 after 0"},
          {"the header written in part", "eu0 erase=100 eu5 magic=0xAA557887 cut=4", "seq 5, spare 5*20, 0/0 after 0"}},
         roles);
     bench old("eu0 erase=100 eu5 erase=77 magic*=0x82416801");

@@ -133,7 +133,7 @@ TEST_P(RandomHistory, MatchesTheMapAtEveryStep)
             const bool is_zombie = op.what == kind::mark_zombie && status == afs_status::bad_state;
             ASSERT_TRUE(is_zombie || (op.what == kind::idle_reclaim && status == afs_status::nothing_gained)) << status;
         }
-        ASSERT_TRUE(clean(now, with_cuts ? frames_only : inspect::finding_id::count));
+        ASSERT_TRUE(with_cuts ? clean(now, {frames_only}) : clean(now));
         ASSERT_TRUE(holds(now, r->files));
         ASSERT_FALSE(HasFailure()) << "the chip has a complaint";
         ASSERT_TRUE(!one_in(50) || r->mount() == afs_status::ok);

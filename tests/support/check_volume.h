@@ -15,11 +15,10 @@ namespace yfs::test {
 // Contents of a volume: file number and bytes. Numbers not in it are free or zombies.
 using contents = std::map<unsigned, std::vector<std::uint8_t>>;
 
-// No fault and no warning; else the findings, one a line. `but_for` is a kind that may be there all the same.
-testing::AssertionResult clean(const inspect::picture& picture,
-                               inspect::finding_id but_for = inspect::finding_id::count);
-inline testing::AssertionResult clean(std::span<const std::uint8_t> image,
-                                      inspect::finding_id but_for = inspect::finding_id::count)
+// No fault and no warning; else the findings, one a line. `but_for` are kinds that may be there all the same.
+using finding_ids = std::initializer_list<inspect::finding_id>;
+testing::AssertionResult clean(const inspect::picture& picture, finding_ids but_for = {});
+inline testing::AssertionResult clean(std::span<const std::uint8_t> image, finding_ids but_for = {})
 {
     return clean(inspect::inspect_image(image), but_for);
 }
