@@ -39,7 +39,7 @@ struct flow {
     digest sum;
     bytes image;
 
-    unsigned below(unsigned n) { return static_cast<unsigned>(random() % n); }
+    unsigned below(unsigned n) { return n != 0 ? static_cast<unsigned>(random() % n) : 0; }
     void status(std::uint32_t answer) { sum.add(answer); }
     bytes content(unsigned size)
     {
