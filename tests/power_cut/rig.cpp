@@ -63,9 +63,10 @@ class report : public testing::Environment {
     void TearDown() override
     {
         const tally& t = the_tally;
-        std::cout << "power cuts: " << t.cuts << ", lost: " << t.lost << "\n  after the cut the old state "
-                  << t.old_state << " times, the new one " << t.new_state << " times\nrandom steps: " << t.random_steps
-                  << ", with " << t.random_cuts << " power cuts\n";
+        std::cout << "power cuts: " << t.cuts << ", lost: " << t.lost << "\n  " << t.built_in
+                  << " of them with the medium replaced and built in; the old state " << t.old_state
+                  << " times, the new one " << t.new_state << " times\nrandom steps: " << t.random_steps << ", with "
+                  << t.random_cuts << " power cuts\n";
     }
 };
 static const auto* const s_report = testing::AddGlobalTestEnvironment(new report);

@@ -53,7 +53,7 @@ void count_up(std::vector<std::uint8_t>& image, std::uint32_t delta);
 
 // Printed at the end of the program.
 struct tally {
-    std::uint64_t cuts, lost, old_state, new_state, random_steps, random_cuts;
+    std::uint64_t cuts, built_in, lost, old_state, new_state, random_steps, random_cuts;
 };
 extern tally the_tally;
 
