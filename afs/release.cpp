@@ -44,7 +44,7 @@ static std::uint32_t search_alloc_map(afs_context& ctx, std::uint16_t& cid)
         const std::uint32_t index = ctx.scan_next;
         ctx.scan_next = index + 1 == ctx.chunks ? 0 : index + 1;
         if (chunk_in_use(ctx, index)) continue;
-        ctx.alloc_map[index >> 5] |= 1U << (index & 31U);
+        set_bit(ctx.alloc_map, index);
         cid = low16(ctx.files + index);
         return afs_status::ok;
     }

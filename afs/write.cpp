@@ -103,7 +103,7 @@ std::uint32_t fill_partly(rewrite& job, std::uint8_t* line)
     } else {
         std::memset(line, 0, chunk_bytes);
     }
-    if (bytes != 0) std::memmove(line + from, job.source + job.consumed, bytes);
+    if (bytes != 0) std::memcpy(line + from, job.source + job.consumed, bytes);
     job.consumed += bytes;
     return afs_status::ok;
 }

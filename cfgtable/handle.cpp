@@ -74,17 +74,21 @@ std::uint32_t put_in(FcsHandle& fcs, const void* image, std::uint32_t length, co
     return fcs_status::ok;
 }
 
-// A node without a name, and the end of the walk, is no file.
+// A node without a name is no file.
+std::uint32_t hand_out_name(const image_editor::IFile& node, char* out)
+{
+    const std::string_view name = cfgtable::name_of(node);
+    if (name.empty()) return fcs_status::no_more_files;
+    std::memcpy(out, name.data(), name.size());
+    out[name.size()] = '\0';
+    return fcs_status::ok;
+}
+
+// As the walk tells it; its end is no file either.
 std::uint32_t hand_out(image_editor::IFile* node, char* out)
 {
     if (!node) return fcs_status::no_more_files;
-    if (node->path.empty()) {
-        const std::string_view name = cfgtable::name_of(*node);
-        if (name.empty()) return fcs_status::no_more_files;
-        std::memcpy(out, name.data(), name.size());
-        out[name.size()] = '\0';
-        return fcs_status::ok;
-    }
+    if (node->path.empty()) return hand_out_name(*node, out);
     const std::string full = node->getFullPath();
     std::memcpy(out, full.c_str(), full.size() + 1);
     return fcs_status::ok;
@@ -107,11 +111,8 @@ std::uint32_t cfgtable::first_file(void* handle, char* out, const IFile*& file)
     if (!fcs) return fcs_status::null_handle;
     if (!out) return fcs_status::null_pointer;
     file = begin_walk(*fcs->iterator);
-    if (!file || name_of(*file).empty()) return fcs_status::no_more_files;
-    const std::string_view name = name_of(*file);
-    std::memcpy(out, name.data(), name.size());
-    out[name.size()] = '\0';
-    return fcs_status::ok;
+    if (!file) return fcs_status::no_more_files;
+    return hand_out_name(*file, out);
 }
 
 std::uint32_t cfgtable::next_file(void* handle, char* out, const IFile*& file)

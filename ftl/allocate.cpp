@@ -24,9 +24,7 @@ static std::uint32_t open_next_group(afs_context& ctx)
 static std::uint32_t look_at_slot(const afs_context& ctx, std::uint32_t pos, bool& free)
 {
     free = false;
-    if (ctx.alloc_map == nullptr || pos >= ctx.chunks || ((ctx.alloc_map[pos >> 5] >> (pos & 31U)) & 1U) != 0) {
-        return afs_status::ok;
-    }
+    if (ctx.alloc_map == nullptr || pos >= ctx.chunks || bit_is_set(ctx.alloc_map, pos)) return afs_status::ok;
     const std::uint32_t owner = owner_or_none(ctx, pos / data_slots);
     free = owner != none;
     if (!free || ctx.ftl->alloc_check_flash == 0) return afs_status::ok;

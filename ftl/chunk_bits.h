@@ -107,6 +107,7 @@ inline std::uint32_t unused_down(const afs_context& ctx, std::uint32_t index, st
     const std::uint32_t unmapped = index > ctx.chunks ? std::min(most, index - ctx.chunks) : 0;
     return unmapped == most ? most : unmapped + clear_down(ctx.alloc_map, index - unmapped, most - unmapped);
 }
+
 // Takes `count` chunks out of use. How many of them were in it.
 inline std::uint32_t clear_in_use(afs_context& ctx, std::uint32_t index, std::uint32_t count)
 {

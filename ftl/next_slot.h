@@ -13,7 +13,7 @@ inline bool next_slot_is_free(const afs_context& ctx)
     const ftl_context& ftl = *ctx.ftl;
     const std::uint32_t pos = ftl.alloc_next;
     if (pos == ftl.alloc_end || ctx.alloc_map == nullptr || pos >= ctx.chunks) return false;
-    if (((ctx.alloc_map[pos >> 5] >> (pos & 31U)) & 1U) != 0) return false;
+    if (bit_is_set(ctx.alloc_map, pos)) return false;
     const std::uint32_t group = pos / data_slots;
     const std::uint32_t owner = listed_owner(ctx, group);
     if (owner == none) return false;

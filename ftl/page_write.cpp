@@ -83,7 +83,7 @@ static std::uint32_t write_data_page(afs_context& ctx, std::uint32_t va, const s
     if (!eu.write_frame(data_frame_at(slot), data, crc)) return afs_status::failed;
     if (!eu.write_verified(data_record_at(slot), data_rec_complete)) return afs_status::failed;
 
-    ctx.alloc_map[index >> 5] |= 1U << (index & 31U);
+    set_bit(ctx.alloc_map, index);
     --entry.dirty;
     return afs_status::ok;
 }

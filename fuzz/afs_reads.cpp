@@ -6,15 +6,14 @@
 
 static void read_somewhere(fuzz::input& in)
 {
-    const std::uint32_t file = in.number(2), offset = in.number(2);
-    std::uint32_t length = in.number(2);
-    fuzz::bytes part(length);
+    const std::uint32_t file = in.number(2), offset = in.number(2), wanted = in.number(2);
+    fuzz::bytes part(wanted);
     const std::optional<fuzz::bytes> whole = fuzz::read_afs(file);
+    std::uint32_t length = wanted;
     if (dfs_read(file, offset, &length, part.data()) != 0 || !whole) return;
-    part.resize(length);
     const std::size_t from = std::min<std::size_t>(offset, whole->size());
-    fuzz::must(length == std::min(part.size(), whole->size() - from) &&
-               std::equal(part.begin(), part.end(), whole->begin() + static_cast<std::ptrdiff_t>(from)));
+    fuzz::must(length == std::min<std::size_t>(wanted, whole->size() - from) &&
+               std::equal(part.begin(), part.begin() + length, whole->begin() + static_cast<std::ptrdiff_t>(from)));
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)

@@ -16,6 +16,16 @@ inline void set_length(bytes& of, std::size_t length)
     of.shrink_to_fit();
 }
 
+// `change` at `at`, as far as the bytes reach.
+inline void overwrite(bytes& of, std::size_t at, const bytes& change)
+{
+    for (std::size_t i = 0; i < change.size() && at + i < of.size(); ++i) of[at + i] = change[i];
+}
+// At most `most` bytes of zeros or ones, as an erase, a wipe or a cut leaves a stretch.
+void fill_stretch(bytes& of, input& in, std::uint32_t most);
+// One part of `size` bytes over another: two units, or blocks, that say the same.
+void copy_part(bytes& of, input& in, std::uint32_t size);
+
 // The same bytes for the same seed.
 bytes some_bytes(std::size_t count, unsigned seed);
 

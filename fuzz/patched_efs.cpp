@@ -70,9 +70,9 @@ public:
         case 3:
             return block_header(in);
         case 4:
-            return copy_block(in);
+            return copy_part(image, in, efs::block_bytes);
         case 5:
-            return fill(in);
+            return fill_stretch(image, in, efs::block_bytes);
         default:
             return chunk(in);
         }
@@ -104,8 +104,7 @@ private:
     void any_bytes(input& in)
     {
         const std::uint32_t at = in.number(2) % low32(image.size());
-        const bytes change = in.bytes(in.number(1) % 8 + 1);
-        for (std::size_t i = 0; i < change.size() && at + i < image.size(); ++i) image[at + i] = change[i];
+        overwrite(image, at, in.bytes(in.number(1) % 8 + 1));
         if (at / efs::block_bytes >= efs_shape.bm_num) {
             seal(block(at / efs::block_bytes) + area_at, efs::data_area_bytes);
         }
@@ -145,20 +144,6 @@ private:
         std::uint8_t* const header = data_block(in.number(1) % low32(efs_shape.data_blocks()));
         store(header, le32(in.number(4)));
         seal(header, efs::header_crc_bytes);
-    }
-
-    void copy_block(input& in)
-    {
-        const std::uint8_t* const from = block(in.number(1) % blocks());
-        std::uint8_t* const to = block(in.number(1) % blocks());
-        if (from != to) std::copy_n(from, efs::block_bytes, to);
-    }
-
-    void fill(input& in)
-    {
-        const std::uint32_t at = in.number(2) % low32(image.size()), count = in.number(2) % (efs::block_bytes + 1);
-        const std::uint8_t value = in.number(1) % 2 == 0 ? 0xFF : 0;
-        std::fill_n(image.begin() + at, std::min<std::size_t>(count, image.size() - at), value);
     }
 
     // The length that the first chunk of a file tells, or a byte of its payload.

@@ -87,13 +87,25 @@ host_set make_sound_set()
 
 } // namespace
 
+void fill_stretch(bytes& of, input& in, std::uint32_t most)
+{
+    const std::uint32_t at = in.number(2) % low32(of.size()), count = in.number(2) % (most + 1);
+    const std::uint8_t value = in.number(1) % 2 == 0 ? 0xFF : 0;
+    std::fill_n(of.begin() + at, std::min<std::size_t>(count, of.size() - at), value);
+}
+
+void copy_part(bytes& of, input& in, std::uint32_t size)
+{
+    const std::uint32_t parts = low32(of.size() / size), from = in.number(1) % parts, to = in.number(1) % parts;
+    if (from != to) std::copy_n(of.begin() + std::ptrdiff_t{from} * size, size, of.begin() + std::ptrdiff_t{to} * size);
+}
+
 bytes patched(bytes base, input& in)
 {
     const std::uint32_t how = in.number(1);
     for (std::uint32_t count = how % 16; count != 0 && !in.empty() && !base.empty(); --count) {
         const std::size_t at = in.number(2) % base.size();
-        const bytes change = in.bytes(in.number(1) % 8 + 1);
-        for (std::size_t i = 0; i < change.size() && at + i < base.size(); ++i) base[at + i] = change[i];
+        overwrite(base, at, in.bytes(in.number(1) % 8 + 1));
     }
     if ((how & 0x80U) != 0) set_length(base, in.number(2) % (base.size() + 100));
     return base;

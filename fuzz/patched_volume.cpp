@@ -112,9 +112,9 @@ public:
         case 4:
             return data_record(in);
         case 5:
-            return copy_unit(in);
+            return copy_part(image, in, ftl::eu_size);
         case 6:
-            return fill(in);
+            return fill_stretch(image, in, ftl::eu_size);
         default:
             return chain_entry(in);
         }
@@ -166,7 +166,7 @@ private:
     }
     void put_bytes(std::uint32_t at, const bytes& change)
     {
-        for (std::size_t i = 0; i < change.size() && at + i < image.size(); ++i) image[at + i] = change[i];
+        overwrite(image, at, change);
         std::uint8_t* const eu = unit(at / ftl::eu_size);
         const std::uint32_t index = at / ftl::eu_size, offset = at % ftl::eu_size;
         const std::uint16_t base_page = load<ftl::eu_header_t>(eu).base_page;
@@ -237,22 +237,6 @@ private:
     {
         std::uint8_t* const eu = unit(in.number(1) % units());
         eu[ftl::data_record_at(in.number(1) % ftl::data_slots)] = static_cast<std::uint8_t>(in.number(1));
-    }
-
-    // Two units that say the same.
-    void copy_unit(input& in)
-    {
-        const std::uint8_t* const from = unit(in.number(1) % units());
-        std::uint8_t* const to = unit(in.number(1) % units());
-        if (from != to) std::copy_n(from, ftl::eu_size, to);
-    }
-
-    // As an erase, a wipe or a cut leaves a stretch.
-    void fill(input& in)
-    {
-        const std::uint32_t at = in.number(2) % low32(image.size()), count = in.number(2) % (ftl::eu_size + 1);
-        const std::uint8_t value = in.number(1) % 2 == 0 ? 0xFF : 0;
-        std::fill_n(image.begin() + at, std::min<std::size_t>(count, image.size() - at), value);
     }
 
     const base_volume& base_;
